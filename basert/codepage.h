@@ -1,0 +1,76 @@
+// Text encodings: conversion between Windows code pages and UTF-16, Unicode normalisation,
+// case-insensitive comparison, case mapping and character classes.
+//
+// A code page is named by its Windows number: 65001 is UTF-8, 1200/1201 are UTF-16 (handled by the
+// caller, not here), every other number an 8-bit single- or multi-byte code page. Conversions never
+// substitute silently: each returns how many input characters had no mapping (or were invalid) and
+// were replaced, so that a caller can refuse lossy results.
+//
+// Replacement rules (fixed, so results are reproducible):
+//  - bytes -> UTF-16: an invalid or unassigned sequence becomes U+FFFD; in a single-byte code page an
+//    unassigned byte b in 0x80..0x9F becomes the control character U+00b instead (as Windows does for
+//    1252's five holes), which is not counted as a replacement, so every byte string round-trips;
+//  - UTF-16 -> bytes: a character without a mapping becomes '?' (one per character, a surrogate pair
+//    being one character); a lone surrogate becomes '?' (UTF-8: EF BF BD).
+#pragma once
+
+#include <cstdint>
+
+#include "basert/export.h"
+
+constexpr unsigned short kBrCodePageUtf8 = 65001;
+
+// Result codes of the conversion functions (a count >= 0 otherwise).
+constexpr int64_t kBrConvUnknownCodePage = -1;  // no converter for that number
+constexpr int64_t kBrConvNoRoom = -2;           // dst capacity too small; nothing usable written
+
+// Whether the code page can be converted (a converter exists for it). 1200/1201 give false.
+BASERT_API bool BrCodePageAvailable(unsigned short codePage);
+// Most bytes one UTF-16 unit can need in that code page (UTF-8: 3), or 0 when unknown.
+BASERT_API int BrCodePageMaxBytes(unsigned short codePage);
+// Whether every byte of the code page is one character (Latin, Cyrillic, Greek, ... code pages).
+BASERT_API bool BrCodePageIsSingleByte(unsigned short codePage);
+
+// Converts n bytes (n < 0: up to the first NUL) of text in codePage into UTF-16 at dst, which has
+// room for cap units; n units always suffice. No terminator is written. Returns the number of units
+// written or a kBrConv* code. *replaced, when given, receives the count of replaced sequences.
+BASERT_API int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_t* dst,
+                               int64_t cap, int64_t* replaced = nullptr);
+
+// Converts n UTF-16 units (n < 0: up to the first NUL) into codePage at dst, which has room for cap
+// bytes; n * BrCodePageMaxBytes(codePage) bytes always suffice. No terminator is written. Returns the
+// number of bytes written or a kBrConv* code; *replaced as above.
+BASERT_API int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, char* dst,
+                               int64_t cap, int64_t* replaced = nullptr);
+
+// Unicode normalisation, forms as Windows numbers them: 1 C, 2 D, 5 KC, 6 KD.
+// With cap 0 (dst may be null) returns an estimate of the units needed, never less than needed.
+// Otherwise normalises n units (n < 0: to the NUL) into dst and returns the count written, 0 when
+// the input is not well-formed UTF-16, or -(needed) when cap is too small. An unknown form gives 0.
+BASERT_API int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int64_t cap);
+
+// Case-insensitive comparison of NUL-terminated texts by the simple lower-case mapping of each
+// unit: < 0, 0 or > 0 as the first differing lowered unit of a is smaller or larger.
+BASERT_API int BrWcsICmp(const char16_t* a, const char16_t* b);
+// The same for texts in an 8-bit code page: bytes are lowered through the code page's characters
+// in a single-byte code page, and only A-Z otherwise.
+BASERT_API int BrStrICmp(unsigned short codePage, const char* a, const char* b);
+
+// In-place case mapping of n units (one unit to one unit; characters whose mapping would change the
+// length are left alone).
+BASERT_API void BrToLowerW(char16_t* text, int64_t n);
+BASERT_API void BrToUpperW(char16_t* text, int64_t n);
+// In-place case mapping of n bytes in codePage (single-byte code pages through their characters,
+// others A-Z only; a byte is replaced only when the mapped character exists in the code page).
+BASERT_API void BrToLowerCp(unsigned short codePage, char* text, int64_t n);
+BASERT_API void BrToUpperCp(unsigned short codePage, char* text, int64_t n);
+
+// Character classes of a UTF-16 unit: decimal digit (any script), white space, letter.
+BASERT_API bool BrIsDigitW(char16_t c);
+BASERT_API bool BrIsSpaceW(char16_t c);
+BASERT_API bool BrIsLetterW(char16_t c);
+// Character classes of one byte of a code page: the character the byte stands for alone (a lead
+// byte of a multi-byte code page stands for none and gives false).
+BASERT_API bool BrIsDigitCp(unsigned short codePage, unsigned char byte);
+BASERT_API bool BrIsSpaceCp(unsigned short codePage, unsigned char byte);
+BASERT_API bool BrIsLetterCp(unsigned short codePage, unsigned char byte);

@@ -1,0 +1,466 @@
+// ICU back end of the code-page layer. Single-byte code pages are served from tables built once
+// from ICU's mapping (faster than ICU's own per-call path, and it lets us fill the C1 holes);
+// everything else goes through an ICU converter with counting callbacks.
+#include <unicode/uchar.h>
+#include <unicode/ucnv.h>
+#include <unicode/ucnv_err.h>
+#include <unicode/unorm2.h>
+#include <unicode/ustring.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <unordered_map>
+
+#include "basert/codepage.h"
+
+namespace {
+
+struct CodePage {
+    unsigned short number = 0;
+    UConverter* cnv = nullptr;       // null for the table-driven single-byte pages
+    bool singleByte = false;
+    bool asciiCompatible = false;    // 0x00..0x7F are ASCII and never part of a longer sequence
+    int maxBytes = 0;
+    std::array<char16_t, 256> toU{};            // single-byte: byte -> unit
+    std::unique_ptr<uint8_t[]> fromU;           // single-byte: unit -> byte, 0 = none (except U+0000)
+    std::array<uint8_t, 256> lower{}, upper{};  // single-byte: case mapping within the page
+
+    ~CodePage() {
+        if (cnv != nullptr) ucnv_close(cnv);
+    }
+};
+
+// Windows numbers whose ICU name is not simply "windows-N", "cpN" or "ibm-N".
+struct Alias {
+    unsigned short number;
+    const char* name;
+};
+constexpr Alias kAliases[] = {
+    {65001, "UTF-8"},        {20127, "US-ASCII"},     {28591, "ISO-8859-1"},
+    {28592, "ISO-8859-2"},   {28593, "ISO-8859-3"},   {28594, "ISO-8859-4"},
+    {28595, "ISO-8859-5"},   {28596, "ISO-8859-6"},   {28597, "ISO-8859-7"},
+    {28598, "ISO-8859-8"},   {28599, "ISO-8859-9"},   {28603, "ISO-8859-13"},
+    {28605, "ISO-8859-15"},  {20866, "KOI8-R"},       {21866, "KOI8-U"},
+    {932, "windows-31j"},    {936, "windows-936"},    {949, "windows-949"},
+    {950, "windows-950"},    {51932, "EUC-JP"},       {51949, "EUC-KR"},
+    {54936, "GB18030"},      {50220, "ISO-2022-JP"},  {10000, "macintosh"},
+    {12000, "UTF-32LE"},     {12001, "UTF-32BE"},
+};
+
+UConverter* OpenIcu(unsigned short number) {
+    UErrorCode err = U_ZERO_ERROR;
+    for (const Alias& a : kAliases) {
+        if (a.number == number) {
+            UConverter* c = ucnv_open(a.name, &err);
+            return U_SUCCESS(err) ? c : nullptr;
+        }
+    }
+    char name[32];
+    for (const char* pattern : {"windows-%u", "cp%u", "ibm-%u"}) {
+        std::snprintf(name, sizeof name, pattern, static_cast<unsigned>(number));
+        err = U_ZERO_ERROR;
+        UConverter* c = ucnv_open(name, &err);
+        if (U_SUCCESS(err) && err != U_AMBIGUOUS_ALIAS_WARNING) return c;
+        if (c != nullptr) ucnv_close(c);
+    }
+    return nullptr;
+}
+
+bool IsStateful(UConverter* c) {
+    UErrorCode err = U_ZERO_ERROR;
+    const UConverterType t = ucnv_getType(c);
+    return t == UCNV_ISO_2022 || t == UCNV_HZ || t == UCNV_SCSU || t == UCNV_BOCU1 ||
+           t == UCNV_EBCDIC_STATEFUL || t == UCNV_IMAP_MAILBOX || t == UCNV_UTF7 ||
+           U_FAILURE(err);
+}
+
+bool MapsAsciiToItself(UConverter* c) {
+    char bytes[128];
+    for (int i = 0; i < 128; ++i) bytes[i] = static_cast<char>(i);
+    UChar out[256];
+    UErrorCode err = U_ZERO_ERROR;
+    ucnv_resetToUnicode(c);
+    const int32_t n = ucnv_toUChars(c, out, 256, bytes, 128, &err);
+    ucnv_resetToUnicode(c);
+    if (U_FAILURE(err) || n != 128) return false;
+    for (int i = 0; i < 128; ++i) {
+        if (out[i] != i) return false;
+    }
+    return true;
+}
+
+// Builds the tables of a single-byte page from ICU's mapping of each byte alone.
+void BuildSingleByteTables(CodePage& cp, UConverter* c) {
+    std::array<bool, 256> assigned{};
+    std::array<bool, 256> c1Taken{};
+    for (int b = 0; b < 256; ++b) {
+        const char byte = static_cast<char>(b);
+        UChar out[4];
+        UErrorCode err = U_ZERO_ERROR;
+        ucnv_resetToUnicode(c);
+        ucnv_setToUCallBack(c, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &err);
+        const int32_t n = ucnv_toUChars(c, out, 4, &byte, 1, &err);
+        if (U_SUCCESS(err) && n == 1) {
+            cp.toU[b] = out[0];
+            assigned[b] = true;
+            if (out[0] >= 0x80 && out[0] <= 0x9F) c1Taken[out[0]] = true;
+        }
+    }
+    for (int b = 0; b < 256; ++b) {
+        if (assigned[b]) continue;
+        // Windows fills the holes of its single-byte pages with the C1 control of the same value.
+        cp.toU[b] = (b >= 0x80 && b <= 0x9F && !c1Taken[b]) ? static_cast<char16_t>(b) : u'\uFFFD';
+    }
+    cp.fromU = std::make_unique<uint8_t[]>(65536);
+    std::memset(cp.fromU.get(), 0, 65536);
+    for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two map to one character
+        if (cp.toU[b] != u'\uFFFD') cp.fromU[cp.toU[b]] = static_cast<uint8_t>(b);
+    }
+    for (int b = 0; b < 256; ++b) {
+        const char16_t u = cp.toU[b];
+        const auto lo = static_cast<char16_t>(u_tolower(u));
+        const auto up = static_cast<char16_t>(u_toupper(u));
+        cp.lower[b] = (lo == u || cp.fromU[lo] == 0) ? static_cast<uint8_t>(b) : cp.fromU[lo];
+        cp.upper[b] = (up == u || cp.fromU[up] == 0) ? static_cast<uint8_t>(b) : cp.fromU[up];
+    }
+    ucnv_resetToUnicode(c);
+}
+
+std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
+    if (number == 1200 || number == 1201 || number == 256 || number == 65535) return nullptr;
+    UConverter* c = OpenIcu(number);
+    if (c == nullptr) return nullptr;
+    auto cp = std::make_unique<CodePage>();
+    cp->number = number;
+    cp->maxBytes = number == kBrCodePageUtf8 ? 3 : ucnv_getMaxCharSize(c);
+    const bool stateful = IsStateful(c);
+    cp->asciiCompatible = !stateful && MapsAsciiToItself(c);
+    cp->singleByte = !stateful && ucnv_getMaxCharSize(c) == 1 && ucnv_getMinCharSize(c) == 1;
+    if (cp->singleByte) {
+        BuildSingleByteTables(*cp, c);
+        ucnv_close(c);
+    } else {
+        cp->cnv = c;
+        // Windows writes '?' for a character the page lacks; ICU's default would be 0x1A.
+        UErrorCode err = U_ZERO_ERROR;
+        if (number != kBrCodePageUtf8 && cp->maxBytes <= 2) ucnv_setSubstChars(c, "?", 1, &err);
+    }
+    return cp;
+}
+
+// Process-wide cache of opened code pages; single-threaded by contract.
+CodePage* Find(unsigned short number) {
+    static std::unordered_map<unsigned short, std::unique_ptr<CodePage>> cache;
+    static CodePage* last = nullptr;
+    if (last != nullptr && last->number == number) return last;
+    auto it = cache.find(number);
+    if (it == cache.end()) it = cache.emplace(number, MakeCodePage(number)).first;
+    if (it->second) last = it->second.get();
+    return it->second.get();
+}
+
+// Widens the leading ASCII bytes; returns how many were taken.
+int64_t WidenAsciiPrefix(const char* src, int64_t n, char16_t* dst) {
+    int64_t i = 0;
+    constexpr int64_t kBlock = 16;
+    while (i + kBlock <= n) {
+        uint64_t a, b;
+        std::memcpy(&a, src + i, 8);
+        std::memcpy(&b, src + i + 8, 8);
+        if (((a | b) & 0x8080808080808080ULL) != 0) break;
+        for (int64_t k = 0; k < kBlock; ++k) dst[i + k] = static_cast<unsigned char>(src[i + k]);
+        i += kBlock;
+    }
+    while (i < n && static_cast<unsigned char>(src[i]) < 0x80) {
+        dst[i] = static_cast<unsigned char>(src[i]);
+        ++i;
+    }
+    return i;
+}
+
+// Narrows the leading units below 0x80; returns how many were taken.
+int64_t NarrowAsciiPrefix(const char16_t* src, int64_t n, char* dst) {
+    int64_t i = 0;
+    constexpr int64_t kBlock = 16;
+    while (i + kBlock <= n) {
+        char16_t any = 0;
+        for (int64_t k = 0; k < kBlock; ++k) any |= src[i + k];
+        if ((any & 0xFF80) != 0) break;
+        for (int64_t k = 0; k < kBlock; ++k) dst[i + k] = static_cast<char>(src[i + k]);
+        i += kBlock;
+    }
+    while (i < n && src[i] < 0x80) {
+        dst[i] = static_cast<char>(src[i]);
+        ++i;
+    }
+    return i;
+}
+
+struct CountingContext {
+    int64_t replaced = 0;
+};
+
+void ToUCounting(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes, int32_t length,
+                 UConverterCallbackReason reason, UErrorCode* err) {
+    if (reason <= UCNV_IRREGULAR) {
+        ++static_cast<CountingContext*>(const_cast<void*>(ctx))->replaced;
+    }
+    UCNV_TO_U_CALLBACK_SUBSTITUTE(nullptr, args, bytes, length, reason, err);
+}
+
+void FromUCounting(const void* ctx, UConverterFromUnicodeArgs* args, const UChar* units,
+                   int32_t length, UChar32 codePoint, UConverterCallbackReason reason,
+                   UErrorCode* err) {
+    if (reason <= UCNV_IRREGULAR) {
+        ++static_cast<CountingContext*>(const_cast<void*>(ctx))->replaced;
+    }
+    UCNV_FROM_U_CALLBACK_SUBSTITUTE(nullptr, args, units, length, codePoint, reason, err);
+}
+
+int64_t TextLength(const char* s) { return static_cast<int64_t>(std::strlen(s)); }
+int64_t TextLength(const char16_t* s) {
+    int64_t n = 0;
+    while (s[n] != 0) ++n;
+    return n;
+}
+
+int64_t IcuToUtf16(CodePage& cp, const char* src, int64_t n, char16_t* dst, int64_t cap,
+                   int64_t& replaced) {
+    if (n > INT32_MAX || cap > INT32_MAX) return kBrConvNoRoom;  // ICU counts in 32 bits
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t count = 0;
+    if (cp.number == kBrCodePageUtf8) {
+        int32_t subs = 0;
+        u_strFromUTF8WithSub(reinterpret_cast<UChar*>(dst), static_cast<int32_t>(cap), &count,
+                             src, static_cast<int32_t>(n), 0xFFFD, &subs, &err);
+        replaced += subs;
+    } else {
+        CountingContext ctx;
+        ucnv_resetToUnicode(cp.cnv);
+        ucnv_setToUCallBack(cp.cnv, ToUCounting, &ctx, nullptr, nullptr, &err);
+        count = ucnv_toUChars(cp.cnv, reinterpret_cast<UChar*>(dst), static_cast<int32_t>(cap),
+                              src, static_cast<int32_t>(n), &err);
+        replaced += ctx.replaced;
+    }
+    if (err == U_BUFFER_OVERFLOW_ERROR) return kBrConvNoRoom;
+    if (U_FAILURE(err) && err != U_STRING_NOT_TERMINATED_WARNING) return kBrConvNoRoom;
+    return count;
+}
+
+int64_t IcuFromUtf16(CodePage& cp, const char16_t* src, int64_t n, char* dst, int64_t cap,
+                     int64_t& replaced) {
+    if (n > INT32_MAX || cap > INT32_MAX) return kBrConvNoRoom;
+    UErrorCode err = U_ZERO_ERROR;
+    int32_t count = 0;
+    if (cp.number == kBrCodePageUtf8) {
+        int32_t subs = 0;
+        u_strToUTF8WithSub(dst, static_cast<int32_t>(cap), &count,
+                           reinterpret_cast<const UChar*>(src), static_cast<int32_t>(n), 0xFFFD,
+                           &subs, &err);
+        replaced += subs;
+    } else {
+        CountingContext ctx;
+        ucnv_resetFromUnicode(cp.cnv);
+        ucnv_setFromUCallBack(cp.cnv, FromUCounting, &ctx, nullptr, nullptr, &err);
+        count = ucnv_fromUChars(cp.cnv, dst, static_cast<int32_t>(cap),
+                                reinterpret_cast<const UChar*>(src), static_cast<int32_t>(n), &err);
+        replaced += ctx.replaced;
+    }
+    if (U_FAILURE(err) && err != U_STRING_NOT_TERMINATED_WARNING) return kBrConvNoRoom;
+    return count;
+}
+
+const UNormalizer2* NormalizerFor(int form) {
+    UErrorCode err = U_ZERO_ERROR;
+    const UNormalizer2* n = nullptr;
+    switch (form) {
+        case 1: n = unorm2_getNFCInstance(&err); break;
+        case 2: n = unorm2_getNFDInstance(&err); break;
+        case 5: n = unorm2_getNFKCInstance(&err); break;
+        case 6: n = unorm2_getNFKDInstance(&err); break;
+        default: return nullptr;
+    }
+    return U_SUCCESS(err) ? n : nullptr;
+}
+
+}  // namespace
+
+bool BrCodePageAvailable(unsigned short codePage) { return Find(codePage) != nullptr; }
+
+int BrCodePageMaxBytes(unsigned short codePage) {
+    const CodePage* cp = Find(codePage);
+    return cp != nullptr ? cp->maxBytes : 0;
+}
+
+bool BrCodePageIsSingleByte(unsigned short codePage) {
+    const CodePage* cp = Find(codePage);
+    return cp != nullptr && cp->singleByte;
+}
+
+int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_t* dst, int64_t cap,
+                    int64_t* replaced) {
+    int64_t dummy = 0;
+    int64_t& rep = replaced != nullptr ? *replaced : dummy;
+    rep = 0;
+    CodePage* cp = Find(codePage);
+    if (cp == nullptr) return kBrConvUnknownCodePage;
+    if (src == nullptr) return 0;
+    if (n < 0) n = TextLength(src);
+    if (cap < n && (cp->singleByte || cp->asciiCompatible)) {
+        // A smaller buffer can still suffice for a multi-byte text; let the slow path decide.
+        if (cp->singleByte) return kBrConvNoRoom;
+    }
+    int64_t i = 0;
+    if (cp->asciiCompatible && cap >= n) i = WidenAsciiPrefix(src, n, dst);
+    if (i == n) return n;
+    if (cp->singleByte) {
+        for (; i < n; ++i) {
+            const char16_t u = cp->toU[static_cast<unsigned char>(src[i])];
+            if (u == u'\uFFFD') ++rep;
+            dst[i] = u;
+        }
+        return n;
+    }
+    const int64_t rest = IcuToUtf16(*cp, src + i, n - i, dst + i, cap - i, rep);
+    return rest < 0 ? rest : i + rest;
+}
+
+int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, char* dst, int64_t cap,
+                    int64_t* replaced) {
+    int64_t dummy = 0;
+    int64_t& rep = replaced != nullptr ? *replaced : dummy;
+    rep = 0;
+    CodePage* cp = Find(codePage);
+    if (cp == nullptr) return kBrConvUnknownCodePage;
+    if (src == nullptr) return 0;
+    if (n < 0) n = TextLength(src);
+    int64_t i = 0;
+    if (cp->asciiCompatible && cap >= n) i = NarrowAsciiPrefix(src, n, dst);
+    if (i == n) return n;
+    if (cp->singleByte) {
+        int64_t o = i;
+        while (i < n) {
+            if (o >= cap) return kBrConvNoRoom;
+            const char16_t u = src[i++];
+            uint8_t b = cp->fromU[u];
+            if (b == 0 && u != 0) {
+                ++rep;
+                b = '?';
+                // A surrogate pair is one character and gets one '?'.
+                if (u >= 0xD800 && u <= 0xDBFF && i < n && src[i] >= 0xDC00 && src[i] <= 0xDFFF) ++i;
+            }
+            dst[o++] = static_cast<char>(b);
+        }
+        return o;
+    }
+    const int64_t rest = IcuFromUtf16(*cp, src + i, n - i, dst + i, cap - i, rep);
+    return rest < 0 ? rest : i + rest;
+}
+
+int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int64_t cap) {
+    const UNormalizer2* norm = NormalizerFor(form);
+    if (norm == nullptr || src == nullptr) return 0;
+    if (n < 0) n = TextLength(src);
+    if (n > INT32_MAX / 4) return 0;
+    if (cap == 0) {
+        // Decomposition can grow a text; 3x (plus slack) covers the canonical and compatibility
+        // expansions of single characters in practice; the exact size comes from the real call.
+        return n * 3 + 16;
+    }
+    UErrorCode err = U_ZERO_ERROR;
+    const int32_t count = unorm2_normalize(norm, reinterpret_cast<const UChar*>(src),
+                                           static_cast<int32_t>(n), reinterpret_cast<UChar*>(dst),
+                                           static_cast<int32_t>(cap > INT32_MAX ? INT32_MAX : cap), &err);
+    if (err == U_BUFFER_OVERFLOW_ERROR) return -static_cast<int64_t>(count);
+    if (U_FAILURE(err)) return 0;
+    return count;
+}
+
+int BrWcsICmp(const char16_t* a, const char16_t* b) {
+    for (;; ++a, ++b) {
+        const auto ca = static_cast<char16_t>(u_tolower(*a));
+        const auto cb = static_cast<char16_t>(u_tolower(*b));
+        if (ca != cb) return ca < cb ? -1 : 1;
+        if (ca == 0) return 0;
+    }
+}
+
+namespace {
+inline unsigned char AsciiLower(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + 32) : c;
+}
+inline unsigned char AsciiUpper(unsigned char c) {
+    return (c >= 'a' && c <= 'z') ? static_cast<unsigned char>(c - 32) : c;
+}
+}  // namespace
+
+int BrStrICmp(unsigned short codePage, const char* a, const char* b) {
+    const CodePage* cp = Find(codePage);
+    const bool table = cp != nullptr && cp->singleByte;
+    for (;; ++a, ++b) {
+        const auto ua = static_cast<unsigned char>(*a);
+        const auto ub = static_cast<unsigned char>(*b);
+        const unsigned char ca = table ? cp->lower[ua] : AsciiLower(ua);
+        const unsigned char cb = table ? cp->lower[ub] : AsciiLower(ub);
+        if (ca != cb) return ca < cb ? -1 : 1;
+        if (ca == 0) return 0;
+    }
+}
+
+void BrToLowerW(char16_t* text, int64_t n) {
+    for (int64_t i = 0; i < n; ++i) {
+        const UChar32 m = u_tolower(text[i]);
+        if (m <= 0xFFFF) text[i] = static_cast<char16_t>(m);
+    }
+}
+
+void BrToUpperW(char16_t* text, int64_t n) {
+    for (int64_t i = 0; i < n; ++i) {
+        const UChar32 m = u_toupper(text[i]);
+        if (m <= 0xFFFF) text[i] = static_cast<char16_t>(m);
+    }
+}
+
+void BrToLowerCp(unsigned short codePage, char* text, int64_t n) {
+    const CodePage* cp = Find(codePage);
+    const bool table = cp != nullptr && cp->singleByte;
+    for (int64_t i = 0; i < n; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        text[i] = static_cast<char>(table ? cp->lower[c] : AsciiLower(c));
+    }
+}
+
+void BrToUpperCp(unsigned short codePage, char* text, int64_t n) {
+    const CodePage* cp = Find(codePage);
+    const bool table = cp != nullptr && cp->singleByte;
+    for (int64_t i = 0; i < n; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        text[i] = static_cast<char>(table ? cp->upper[c] : AsciiUpper(c));
+    }
+}
+
+bool BrIsDigitW(char16_t c) { return u_isdigit(c) != 0; }
+bool BrIsSpaceW(char16_t c) { return u_isspace(c) != 0; }
+bool BrIsLetterW(char16_t c) { return u_isalpha(c) != 0; }
+
+namespace {
+// The character one byte stands for alone, or U+FFFF when it stands for none.
+char16_t ByteAsCharacter(unsigned short codePage, unsigned char byte) {
+    const CodePage* cp = Find(codePage);
+    if (cp != nullptr && cp->singleByte) return cp->toU[byte];
+    if (byte < 0x80) return byte;
+    return u'\uFFFF';
+}
+}  // namespace
+
+bool BrIsDigitCp(unsigned short codePage, unsigned char byte) {
+    return BrIsDigitW(ByteAsCharacter(codePage, byte));
+}
+bool BrIsSpaceCp(unsigned short codePage, unsigned char byte) {
+    return BrIsSpaceW(ByteAsCharacter(codePage, byte));
+}
+bool BrIsLetterCp(unsigned short codePage, unsigned char byte) {
+    return BrIsLetterW(ByteAsCharacter(codePage, byte));
+}

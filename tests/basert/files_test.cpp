@@ -1,0 +1,56 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "basert/files.h"
+
+namespace {
+
+TEST(Files, SplitFileExtensionFindsTheLastDotOfTheLastComponent) {
+    const struct {
+        const char* path;
+        int64_t dot;
+    } cases[] = {
+        {"a.txt", 1},     {"dir.d/file", -1}, {"dir/f.tar.gz", 9}, {".profile", -1},
+        {"dir\\x.y", 5},  {"noext", -1},      {"", -1},            {"a/.b.c", 4},
+        {"trail.", 5},
+    };
+    for (const auto& c : cases) EXPECT_EQ(UtSplitFileExtension(c.path), c.dot) << c.path;
+    EXPECT_EQ(UtSplitFileExtension(nullptr), -1);
+}
+
+TEST(Files, TempDirAndEnvironmentFollowTheirBufferContracts) {
+    char buf[512];
+    const size_t n = UtGetTempDir(buf, sizeof buf);
+    ASSERT_GT(n, 0u);
+    EXPECT_EQ(buf[n - 1], '/');
+    char tiny[2];
+    EXPECT_EQ(UtGetTempDir(tiny, sizeof tiny), n) << "too small: needed size, nothing written";
+
+    ::setenv("KBASE_FILES_TEST", "value", 1);
+    EXPECT_EQ(OsGetEnv("KBASE_FILES_TEST", buf, sizeof buf), 5);
+    EXPECT_STREQ(buf, "value");
+    EXPECT_EQ(OsGetEnv("KBASE_FILES_TEST", tiny, sizeof tiny), 5);
+    EXPECT_EQ(OsGetEnv("KBASE_FILES_TEST_UNSET", buf, sizeof buf), -1);
+}
+
+TEST(Files, OpenWriteReadCloseByUtf8Path) {
+    char dir[512];
+    ASSERT_GT(UtGetTempDir(dir, sizeof dir), 0u);
+    const std::string path = std::string(dir) + "kbase_fil\xC3\xA9_test.txt";
+    FILE* f = UtFileOpen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    std::fputs("x", f);
+    EXPECT_EQ(UtFileClose(f), 0);
+    f = UtFileOpen(path.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(std::fgetc(f), 'x');
+    EXPECT_EQ(UtFileClose(f), 0);
+    std::remove(path.c_str());
+    EXPECT_EQ(UtFileOpen((std::string(dir) + "no/such/dir/x").c_str(), "rb"), nullptr);
+    EXPECT_EQ(UtFileClose(nullptr), EOF);
+    EXPECT_NE(UtSystem("/nonexistent"), 0) << "KBASE_NO_SHELL=1 must keep it from running";
+}
+
+}  // namespace
