@@ -1,0 +1,169 @@
+#include "kbase/text/UtCUtf.h"
+
+#include <cstring>
+
+#include "basert/codepage.h"
+#include "basert/memory.h"
+
+namespace {
+
+constexpr unsigned short kUtf8 = 65001;
+
+// Allocates count + 1 elements of elemSize; null when refused.
+void* AllocUnits(int64_t count, int elemSize) {
+    void* p = nullptr;
+    if (count < 0 || UtAllocMemoryBlock(&p, static_cast<uint64_t>(count) + 1, elemSize) != kUtMemOk) {
+        return nullptr;
+    }
+    return p;
+}
+
+// Shrinks a block to exactly units + 1 elements and terminates it. A refused shrink keeps the
+// larger block, which is still correct (only the exact-size promise is lost for that block).
+void* FitAndTerminate(void* block, int64_t units, int elemSize) {
+    void* p = block;
+    if (UtAllocMemoryBlock(&p, static_cast<uint64_t>(units) + 1, elemSize) != kUtMemOk) p = block;
+    if (elemSize == 2) {
+        static_cast<char16_t*>(p)[units] = 0;
+    } else {
+        static_cast<char*>(p)[units] = 0;
+    }
+    return p;
+}
+
+UtCUtf::Result Fail() { return UtCUtf::Result{}; }
+
+UtCUtf::Result Done(void* block, int64_t units, int elemSize, int64_t replaced) {
+    UtCUtf::Result r;
+    r.text = FitAndTerminate(block, units, elemSize);
+    r.units = units;
+    r.replaced = replaced;
+    r.ok = true;
+    return r;
+}
+
+// Bytes into UTF-16 (source already past any mark).
+UtCUtf::Result BytesToUtf16(const char* src, int64_t n, unsigned short from) {
+    auto* out = static_cast<char16_t*>(AllocUnits(n, 2));
+    if (out == nullptr) return Fail();
+    int64_t replaced = 0;
+    const int64_t got = BrMbToUtf16(from, src, n, out, n, &replaced);
+    if (got < 0) {
+        UtFreeMemory(out);
+        return Fail();
+    }
+    return Done(out, got, 2, replaced);
+}
+
+// UTF-16 into bytes (source already past any mark); prefix bytes are reserved for the UTF-8 mark.
+UtCUtf::Result Utf16ToBytes(const char16_t* src, int64_t n, unsigned short to, int prefix) {
+    const int maxBytes = BrCodePageMaxBytes(to);
+    if (maxBytes <= 0) return Fail();
+    const int64_t cap = n * maxBytes;
+    auto* out = static_cast<char*>(AllocUnits(cap + prefix, 1));
+    if (out == nullptr) return Fail();
+    int64_t replaced = 0;
+    const int64_t got = BrUtf16ToMb(to, src, n, out + prefix, cap, &replaced);
+    if (got < 0) {
+        UtFreeMemory(out);
+        return Fail();
+    }
+    if (prefix != 0) UtCUtf8::SetToBOM(out);
+    return Done(out, got + prefix, 1, replaced);
+}
+
+UtCUtf::Result CopyUnits(const void* src, int64_t n, int elemSize, int prefix) {
+    auto* out = static_cast<char*>(AllocUnits(n + prefix, elemSize));
+    if (out == nullptr) return Fail();
+    if (prefix != 0) UtCUtf8::SetToBOM(out);
+    if (n > 0) std::memcpy(out + prefix * elemSize, src, static_cast<size_t>(n) * elemSize);
+    return Done(out, n + prefix, elemSize, 0);
+}
+
+}  // namespace
+
+bool UtCUtf::IsAvailable(unsigned short e) { return IsUtf16(e) || BrCodePageAvailable(e); }
+
+UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short from,
+                               unsigned short to, bool utf8Mark) {
+    if (text == nullptr) count = 0;
+    const int prefix = (utf8Mark && IsUtf8(to)) ? 3 : 0;
+    if (IsUtf16(from)) {
+        const char16_t* src = UtCUtf16::SkipBOM(static_cast<const char16_t*>(text));
+        if (count < 0) {
+            count = UtCUtf16::Length(src);
+        } else if (count > 0 && src != text) {
+            --count;
+        }
+        if (IsUtf16(to)) return CopyUnits(src, count, 2, 0);
+        return Utf16ToBytes(src, count, to, prefix);
+    }
+    const char* src = static_cast<const char*>(text);
+    if (count < 0) count = src != nullptr ? static_cast<int64_t>(std::strlen(src)) : 0;
+    if (IsUtf8(from) && UtCUtf8::HasBOM(src, count)) {
+        src += 3;
+        count -= 3;
+    }
+    // Same encoding: a copy, even for a code page without converter (its bytes are kept as they are).
+    if (from == to) return CopyUnits(src, count, 1, prefix);
+    if (IsUtf16(to)) return BytesToUtf16(src, count, from);
+    // Between two 8-bit encodings: through UTF-16.
+    Result wide = BytesToUtf16(src, count, from);
+    if (!wide.ok) return wide;
+    Result r = Utf16ToBytes(static_cast<const char16_t*>(wide.text), wide.units, to, prefix);
+    r.replaced += wide.replaced;
+    UtFreeMemory(wide.text);
+    return r;
+}
+
+bool UtCUtf8::HasBOM(const char* text, int64_t n) {
+    return text != nullptr && n >= 3 && static_cast<unsigned char>(text[0]) == kBom[0] &&
+           static_cast<unsigned char>(text[1]) == kBom[1] &&
+           static_cast<unsigned char>(text[2]) == kBom[2];
+}
+
+const char* UtCUtf8::SkipBOM(const char* text) {
+    if (text == nullptr) return text;
+    // Reading three bytes is safe only up to the terminator: check byte by byte.
+    if (static_cast<unsigned char>(text[0]) == kBom[0] &&
+        static_cast<unsigned char>(text[1]) == kBom[1] &&
+        static_cast<unsigned char>(text[2]) == kBom[2]) {
+        return text + 3;
+    }
+    return text;
+}
+
+void UtCUtf8::SetToBOM(char* block) { std::memcpy(block, kBom, 3); }
+
+int64_t UtCUtf8::CountCodePoints(const char* text, int64_t n) {
+    if (text == nullptr) return 0;
+    if (n < 0) n = static_cast<int64_t>(std::strlen(text));
+    int64_t continuation = 0;
+    for (int64_t i = 0; i < n; ++i) {
+        continuation += (static_cast<unsigned char>(text[i]) & 0xC0) == 0x80;
+    }
+    return n - continuation;
+}
+
+int64_t UtCUtf8::OffsetOfCodePoint(const char* text, int64_t n, int64_t i) {
+    if (i <= 0) return 0;
+    int64_t seen = 0;
+    for (int64_t b = 0; b < n; ++b) {
+        if ((static_cast<unsigned char>(text[b]) & 0xC0) != 0x80) {
+            if (seen == i) return b;
+            ++seen;
+        }
+    }
+    return n;
+}
+
+const char16_t* UtCUtf16::SkipBOM(const char16_t* text) {
+    return (text != nullptr && IsBOM(text[0])) ? text + 1 : text;
+}
+
+int64_t UtCUtf16::Length(const char16_t* text) {
+    if (text == nullptr) return 0;
+    int64_t n = 0;
+    while (text[n] != 0) ++n;
+    return n;
+}
