@@ -94,12 +94,25 @@ bool SeekTo(XD_XDR_STRUCT* x, uint64_t pos) {
     return SeekFile(x->x_file, pos);
 }
 
+// Puts the file at pos before a block transfer. Several handles (copies of a stream) may drive
+// one file, and stdio or the caller may have moved it: each handle keeps its own position and
+// sets it before every block, which costs one seek per 64 KiB. A file that cannot seek is taken
+// as it comes.
+bool Position(XD_XDR_STRUCT* x, uint64_t pos) {
+    if (!(x->x_flags & kSeekable)) return true;
+    errno = 0;
+    if (SeekTo(x, pos)) return true;
+    Fail(x, errno);
+    return false;
+}
+
 // Writes the buffered bytes to the file and empties the buffer (encode).
 bool FlushOut(XD_XDR_STRUCT* x) {
     if (x->x_error != 0) return false;
     if (x->x_flags & kViaMemory) return true;
     const size_t n = Used(x);
     if (n > 0) {
+        if (!Position(x, x->x_base)) return false;
         errno = 0;
         if (!WriteAll(x, x->x_buf, n)) {
             Fail(x, errno);
@@ -121,6 +134,7 @@ bool Fill(XD_XDR_STRUCT* x, size_t need) {
         x->x_base += used;
         x->x_ptr = x->x_buf;
     }
+    if (!Position(x, x->x_base + x->x_avail)) return false;
     while (x->x_avail < need) {
         errno = 0;
         const int64_t r = ReadSome(x, x->x_buf + x->x_avail, x->x_cap - x->x_avail);
@@ -403,6 +417,7 @@ int XdGetBytes(XD_XDR_STRUCT* xdrs, void* bytes, size_t n) {
             x->x_base += Used(x) + k;
             x->x_ptr = x->x_buf;
             x->x_avail = 0;
+            if (!Position(x, x->x_base)) return 0;
             for (size_t done = k; done < n;) {
                 errno = 0;
                 const int64_t r = ReadSome(x, dst + done, n - done);

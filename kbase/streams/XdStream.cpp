@@ -37,17 +37,19 @@ void XdStream::OpenLike(const XdStream& other) {
     }
     const XD_XDR_STRUCT& theirs = other.xdr_;
     if (file_ == nullptr || theirs.x_how == XD_HOW_NONE) return;
-    // Both handles now drive one file: make the file stand where the other stream stands.
+    // Written data must be in the file before a second handle works on it; the new handle then
+    // starts at the other's position (each handle sets its own position before it moves bytes).
+    const XdrFilePos where = Xdr_getpos(&other.xdr_);
     (void)XdSync(&other.xdr_);
-    (void)OpenHandle(theirs.x_op);
+    if (OpenHandle(theirs.x_op) && Xdr_getpos(&xdr_) != where) (void)Xdr_setpos(&xdr_, where);
 }
 
 bool XdStream::OpenHandle(xdr_op op) {
     int ok = 0;
     switch (how_) {
         case XD_HOW_FD:
-            // The descriptor is written directly: whatever stdio holds must go first.
-            if (op == XDR_ENCODE) std::fflush(file_);
+            // The descriptor is used directly: whatever stdio holds must be settled first.
+            std::fflush(file_);
             ok = XdOpenFdIo(&xdr_, XdFileno(file_), op);
             break;
         case XD_HOW_UTFILE:
