@@ -204,9 +204,11 @@ int PutText(XD_XDR_STRUCT* x, const char* p, uint64_t n) {
 // block is sized by what the data holds: at once when the remaining size is known (a longer
 // length is refused before allocating), else in doubling pieces as the bytes arrive.
 char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
-    uint64_t remaining = 0;
-    const bool known = KnownRemaining(x, &remaining);
-    if (known && static_cast<uint64_t>(n) + PadOf(n) > remaining) return nullptr;
+    // A text inside the read-ahead is known to be there; only a longer one costs a size query.
+    const uint64_t need = static_cast<uint64_t>(n) + PadOf(n);
+    uint64_t remaining = x->x_avail;
+    const bool known = need <= remaining || KnownRemaining(x, &remaining);
+    if (known && need > remaining) return nullptr;
     void* block = nullptr;
     uint64_t have = 0;
     uint64_t size = known ? n : std::min<uint64_t>(n, kBufferSize);
@@ -228,8 +230,9 @@ char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
 
 // Reads a text of n bytes into the caller's buffer, refusing one that the data cannot hold.
 int GetTextInto(XD_XDR_STRUCT* x, char* dst, uint32_t n) {
-    uint64_t remaining = 0;
-    if (KnownRemaining(x, &remaining) && static_cast<uint64_t>(n) + PadOf(n) > remaining) return 0;
+    const uint64_t need = static_cast<uint64_t>(n) + PadOf(n);
+    uint64_t remaining = x->x_avail;
+    if (need > remaining && KnownRemaining(x, &remaining) && need > remaining) return 0;
     unsigned char pad[4];
     if (!XdGetBytes(x, dst, n) || !XdGetBytes(x, pad, PadOf(n))) return 0;
     dst[n] = '\0';
