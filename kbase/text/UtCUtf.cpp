@@ -4,15 +4,32 @@
 
 #include "basert/codepage.h"
 #include "basert/memory.h"
+#include "kbase/text/internal/UtC_string_impl.h"
+
+namespace kbase_text_internal {
 
 namespace {
+uint64_t g_textAllocFailures = 0;
+}
 
-constexpr unsigned short kUtf8 = 65001;
+int TextAlloc(void** block, uint64_t count, uint64_t elemSize) {
+    const int rc = UtAllocMemoryBlock(block, count, elemSize);
+    if (rc != kUtMemOk) ++g_textAllocFailures;
+    return rc;
+}
+
+uint64_t TextAllocFailures() { return g_textAllocFailures; }
+
+}  // namespace kbase_text_internal
+
+using kbase_text_internal::TextAlloc;
+
+namespace {
 
 // Allocates count + 1 elements of elemSize; null when refused.
 void* AllocUnits(int64_t count, int elemSize) {
     void* p = nullptr;
-    if (count < 0 || UtAllocMemoryBlock(&p, static_cast<uint64_t>(count) + 1, elemSize) != kUtMemOk) {
+    if (count < 0 || TextAlloc(&p, static_cast<uint64_t>(count) + 1, elemSize) != kUtMemOk) {
         return nullptr;
     }
     return p;

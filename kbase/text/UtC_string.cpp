@@ -90,7 +90,7 @@ UtCString& UtCString::SetEmpty() {
     const bool utf8 = encoding_ == kUtf8;
     void* p = nullptr;
     const uint64_t units = utf8 ? 4 : 1;
-    if (UtAllocMemoryBlock(&p, units, wide ? 2 : 1) == kUtMemOk) {
+    if (TextAlloc(&p, units, wide ? 2 : 1) == kUtMemOk) {
         if (wide) {
             static_cast<char16_t*>(p)[0] = 0;
         } else if (utf8) {
@@ -235,7 +235,7 @@ bool UtCString::Set(const UtCString* other) {
             return true;
         }
         void* p = nullptr;
-        if (UtAllocMemoryBlock(&p, bytes, 1) != kUtMemOk) return false;
+        if (TextAlloc(&p, bytes, 1) != kUtMemOk) return false;
         std::memcpy(p, other->text_, bytes);
         if (!IsStaticEmpty(text_)) UtFreeMemory(text_);
         text_ = p;
@@ -646,7 +646,7 @@ int64_t UtCString::GetMemCopy(void** out, eUtEncodingType* e) const {
     const uint64_t bytes = BufferSize();
     if (e != nullptr) *e = encodingType();
     if (bytes == 0) return 0;
-    if (UtAllocMemoryBlock(out, bytes, 1) != kUtMemOk) return -1;
+    if (TextAlloc(out, bytes, 1) != kUtMemOk) return -1;
     std::memcpy(*out, text_, bytes);
     return static_cast<int64_t>(bytes);
 }
@@ -679,7 +679,7 @@ bool UtCString::SaveToMem(unsigned char** block, uint64_t& size) const {
     if (block == nullptr) return false;
     const uint64_t n = BufferSize();
     void* p = *block;
-    if (UtAllocMemoryBlock(&p, size + kRecordHeader + n, 1) != kUtMemOk) return false;
+    if (TextAlloc(&p, size + kRecordHeader + n, 1) != kUtMemOk) return false;
     auto* out = static_cast<unsigned char*>(p) + size;
     PutLE64(out, kRecordVersion);
     PutLE32(out + 8, encoding_);
@@ -698,7 +698,7 @@ void* ReadRecordText(const unsigned char* src, uint64_t n, bool wide) {
     const uint64_t elem = wide ? 2 : 1;
     void* p = nullptr;
     if (n >= UINT64_MAX / 2 - 2) return nullptr;
-    if (UtAllocMemoryBlock(&p, n + 1, elem) != kUtMemOk) return nullptr;
+    if (TextAlloc(&p, n + 1, elem) != kUtMemOk) return nullptr;
     std::memcpy(p, src, n);
     // Terminate at the element after the copied bytes (and the byte after them, for an odd count).
     auto* bytes = static_cast<unsigned char*>(p);
