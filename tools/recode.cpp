@@ -192,8 +192,12 @@ int WriteFileAtomically(const std::string& path, const std::string& bytes, std::
         return WriteSpecialFile(path, bytes, err);
     }
     std::random_device rd;
-    const fs::path tmp = target.parent_path() /
-                         ("." + target.filename().string() + ".kbase-" + std::to_string(rd()) + ".tmp");
+    std::string tmpName(1, '.');
+    tmpName += target.filename().string();
+    tmpName += ".kbase-";
+    tmpName += std::to_string(rd());
+    tmpName += ".tmp";
+    const fs::path tmp = target.parent_path() / tmpName;
     {
         std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
         if (!f) {
