@@ -78,7 +78,7 @@ TEST(StringRecord, BoundedReaderRefusesHostileRecords) {
     huge[23] = 0x7F;  // byte count near 2^63
     refuses(huge, "byte count past the block");
     auto unterminated = good;
-    unterminated.back() = 'd';
+    unterminated.at(good.size() - 1) = 'd';
     refuses(unterminated, "no terminator");
     auto lying = good;
     lying[12] = 9;  // length 9 for a three-byte text
