@@ -28,6 +28,7 @@ public:
         void* text = nullptr;   // NUL-terminated block (1- or 2-byte elements), null on failure
         int64_t units = 0;      // elements written, terminator excluded (bytes or 16-bit units)
         int64_t replaced = 0;   // characters that had no mapping in the target (or were invalid)
+        int64_t codePoints = -1;  // code points of the text when known cheaply, else -1
         bool ok = false;        // false: unknown code page or no memory; text is null then
     };
 

@@ -121,11 +121,12 @@ void UtCString::Swap(UtCString& other, bool withBufferIndex) {
     if (withBufferIndex) std::swap(bufferIndex_, other.bufferIndex_);
 }
 
-bool UtCString::Adopt(void* block, int64_t units) {
+bool UtCString::Adopt(void* block, int64_t units, int64_t codePoints) {
     if (!IsStaticEmpty(text_)) UtFreeMemory(text_);
     text_ = block;
     if (encoding_ == kUtf8) {
-        length_ = static_cast<int32_t>(UtCUtf8::CountCodePoints(static_cast<char*>(block) + 3, units - 3));
+        length_ = static_cast<int32_t>(codePoints >= 0 ? codePoints
+                                                       : UtCUtf8::CountCodePoints(static_cast<char*>(block) + 3, units - 3));
     } else {
         length_ = static_cast<int32_t>(units);
     }
@@ -140,7 +141,7 @@ bool UtCString::Assign(const void* text, int64_t count, unsigned short source) {
     }
     const UtCUtf::Result r = UtCUtf::Convert(text, count, source, encoding_, true);
     if (!r.ok) return false;
-    return Adopt(r.text, r.units);
+    return Adopt(r.text, r.units, r.codePoints);
 }
 
 UtCString::UtCString() {
@@ -519,11 +520,18 @@ uint64_t UtCString::hash() const {
             n = static_cast<uint64_t>(length_);
         }
     }
+    // h = (h << 1) ^ b per byte, b sign-extended. Shifts distribute over XOR, so eight bytes fold
+    // into one term that does not depend on h: h = (h << 8) ^ (b0 << 7) ^ ... ^ b7.
+    auto ext = [](unsigned char c) { return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(c))); };
     uint64_t h = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-        const auto b = static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(bytes[i])));
-        h = (h << 1) ^ b;
+    uint64_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const unsigned char* p = bytes + i;
+        const uint64_t term = (ext(p[0]) << 7) ^ (ext(p[1]) << 6) ^ (ext(p[2]) << 5) ^ (ext(p[3]) << 4) ^
+                              (ext(p[4]) << 3) ^ (ext(p[5]) << 2) ^ (ext(p[6]) << 1) ^ ext(p[7]);
+        h = (h << 8) ^ term;
     }
+    for (; i < n; ++i) h = (h << 1) ^ ext(bytes[i]);
     const uint64_t t = h >> 10;
     return (t >> 10) ^ t ^ h;
 }

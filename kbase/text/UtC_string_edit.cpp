@@ -154,7 +154,7 @@ struct Wide {
 
 // ---- comparison ---------------------------------------------------------------------------------
 
-int UtCString::CompareTo(const UtCString& other) const {
+int UtCString::CompareToOther(const UtCString& other) const {
     if (other.encoding_ == encoding_) {
         if (isUtf16EncodingType()) return CompareUnits16(uptr(), other.uptr());
         return Sign(std::strcmp(ptr(), other.ptr()));

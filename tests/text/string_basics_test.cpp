@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <random>
 
 #include "basert/memory.h"
 #include "kbase/text/UtCString.h"
@@ -236,6 +237,34 @@ TEST(StringHash, HandComputedValues) {
         {UtCString(eUtEncodingTypeAnsi1252), 0},
     };
     for (const auto& c : cases) EXPECT_EQ(c.s.hash(), c.hash) << U8(c.s);
+}
+
+TEST(StringHash, BlockwiseHashEqualsTheByteRecurrence) {
+    std::mt19937 rng(7);
+    for (int length = 0; length < 80; ++length) {
+        std::string bytes(static_cast<size_t>(length), '\0');
+        for (char& c : bytes) c = static_cast<char>(1 + rng() % 255);
+        const UtCString s(bytes.c_str(), length, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252);
+        uint64_t h = 0;
+        for (const char c : bytes) h = (h << 1) ^ static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(c)));
+        const uint64_t t = h >> 10;
+        EXPECT_EQ(s.hash(), (t >> 10) ^ t ^ h) << "length " << length;
+    }
+}
+
+TEST(StringLength, Utf8CountsCodePointsWhateverTheSource) {
+    const struct {
+        std::u16string text;
+        int length;
+    } cases[] = {
+        {u"x\U0001F600", 2}, {std::u16string(1, u'\xD800') + u"a", 2}, {u"\u00E4\u20AC", 2}, {u"", 0}, {u"abc", 3},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(UtCString(c.text, eUtEncodingTypeUtf8).GetLength(), c.length);
+        const UtCString viaCodePage(UtCString(c.text, eUtEncodingTypeUtf16), eUtEncodingTypeUtf8);
+        EXPECT_EQ(viaCodePage.GetLength(), c.length);
+    }
+    EXPECT_EQ(UtCString(u"x\U0001F600", eUtEncodingTypeUtf16).GetLength(), 3) << "UTF-16 counts units";
 }
 
 TEST(StringAccess, CharactersByIndexInEveryEncoding) {
