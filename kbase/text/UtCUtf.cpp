@@ -167,14 +167,22 @@ UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short f
         const char16_t* src = UtCUtf16::SkipBOM(static_cast<const char16_t*>(text));
         if (count < 0) {
             count = UtCUtf16::Length(src);
-        } else if (count > 0 && src != text) {
-            --count;
+        } else {
+            if (count > 0 && src != text) --count;
+            // Text ends at its terminator even when the count runs further.
+            int64_t n = 0;
+            while (n < count && src[n] != 0) ++n;
+            count = n;
         }
         if (IsUtf16(to)) return CopyUnits(src, count, 2, 0);
         return Utf16ToBytes(src, count, to, prefix);
     }
     const char* src = static_cast<const char*>(text);
-    if (count < 0) count = src != nullptr ? static_cast<int64_t>(std::strlen(src)) : 0;
+    if (count < 0) {
+        count = src != nullptr ? static_cast<int64_t>(std::strlen(src)) : 0;
+    } else if (const void* nul = std::memchr(src, 0, static_cast<size_t>(count)); nul != nullptr) {
+        count = static_cast<const char*>(nul) - src;  // text ends at its terminator
+    }
     if (IsUtf8(from) && UtCUtf8::HasBOM(src, count)) {
         src += 3;
         count -= 3;

@@ -32,7 +32,8 @@ public:
         bool ok = false;        // false: unknown code page or no memory; text is null then
     };
 
-    // Converts count elements of text (count < 0: up to the terminator) from one encoding to the
+    // Converts count elements of text (count < 0: up to the terminator; a terminator within count
+    // ends the text there too) from one encoding to the
     // other into a new exactly sized block plus terminator. A UTF-8 result carries no mark and a
     // UTF-8 source's leading mark is skipped; a leading FEFF/FFFE of a UTF-16 source is skipped.
     // Converting an encoding into itself copies. With utf8Mark a UTF-8 result starts with the mark

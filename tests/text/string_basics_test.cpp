@@ -98,6 +98,11 @@ TEST(StringAssign, CountedSourcesAndNulls) {
     EXPECT_EQ(UtCString(static_cast<const char*>(nullptr)).GetLength(), 0);
     EXPECT_EQ(UtCString(static_cast<const char16_t*>(nullptr), eUtEncodingTypeUtf8).GetLength(), 0);
     EXPECT_EQ(U8(UtCString(u"abcdef", 2, eUtEncodingTypeUtf8)), "ab");
+    for (const auto e : kbase_test::kEncodings) {
+        // A terminator inside the count ends the text: the length never runs past it.
+        EXPECT_EQ(UtCString("ab\0cd", 5, eUtEncodingTypeAnsi1252, e).GetLength(), 2) << e;
+        EXPECT_EQ(UtCString(u"ab\0cd", 5, e).GetLength(), 2) << e;
+    }
     UtCString s = Make("x", eUtEncodingTypeAnsi1252);
     s = std::string("std");
     EXPECT_EQ(U8(s), "std");
