@@ -441,10 +441,9 @@ private:
     bool AppendText(const void* text, int64_t count, unsigned short source);
     // Takes ownership of a NUL-terminated block in this string's encoding (UTF-8 without mark).
     bool Adopt(void* block, int64_t units, int64_t codePoints = -1);
-    int64_t ByteOffset(int index) const;  // UTF-8: byte offset of a code point (mark excluded)
+    int64_t ByteOffset(int index) const;  // UTF-8: buffer offset of code point index (mark counted)
     int FindText(int start, const UtCString& text, bool noCase) const;
     int CompareToOther(const UtCString& other) const;
-    bool ContainsChar(char16_t c) const;
     void AppendFormattedText(const char* text);
     void ReleaseBufferImpl(bool assign, unsigned short e, bool wide);
 

@@ -410,41 +410,28 @@ UtCString& UtCString::Insert(int position, char16_t c) {
     return *this;
 }
 
-UtCString operator+(const UtCString& a, const UtCString& b) {
-    UtCString r(a);
-    r.Append(b);
-    return r;
-}
-UtCString operator+(const UtCString& a, const char* b) {
+namespace {
+template <typename T>
+UtCString Concat(const UtCString& a, const T& b) {
     UtCString r(a);
     r += b;
     return r;
 }
-UtCString operator+(const char* a, const UtCString& b) {
+template <typename T>
+UtCString ConcatFront(const T& a, const UtCString& b) {
     UtCString r(b);
     r.Prepend(a);
     return r;
 }
-UtCString operator+(const UtCString& a, const char16_t* b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
-UtCString operator+(const char16_t* a, const UtCString& b) {
-    UtCString r(b);
-    r.Prepend(a);
-    return r;
-}
-UtCString operator+(const UtCString& a, char b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
-UtCString operator+(const UtCString& a, char16_t b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
+}  // namespace
+
+UtCString operator+(const UtCString& a, const UtCString& b) { return Concat(a, b); }
+UtCString operator+(const UtCString& a, const char* b) { return Concat(a, b); }
+UtCString operator+(const char* a, const UtCString& b) { return ConcatFront(a, b); }
+UtCString operator+(const UtCString& a, const char16_t* b) { return Concat(a, b); }
+UtCString operator+(const char16_t* a, const UtCString& b) { return ConcatFront(a, b); }
+UtCString operator+(const UtCString& a, char b) { return Concat(a, b); }
+UtCString operator+(const UtCString& a, char16_t b) { return Concat(a, b); }
 
 // ---- access ---------------------------------------------------------------------------------
 

@@ -264,27 +264,23 @@ int UtCString::Search(int start, char16_t c) const {
 int UtCString::Index(char c) const { return Search(0, c); }
 int UtCString::Index(char16_t c) const { return Search(0, c); }
 
-int UtCString::RIndex(char c) const {
-    if (c == 0) return -1;
-    const UtCString one(&c, 1, eUtEncodingTypeSystemDefault, encodingType());
-    const std::vector<char32_t> me = CharsOf(*this), ch = CharsOf(one);
+namespace {
+// Last index of the one character that one holds, or -1.
+int LastIndexOf(const UtCString& s, const UtCString& one) {
+    const std::vector<char32_t> me = CharsOf(s), ch = CharsOf(one);
     if (ch.size() != 1) return -1;
     for (int i = static_cast<int>(me.size()) - 1; i >= 0; --i) {
         if (me[static_cast<size_t>(i)] == ch[0]) return i;
     }
     return -1;
+}
+}  // namespace
+
+int UtCString::RIndex(char c) const {
+    return c == 0 ? -1 : LastIndexOf(*this, UtCString(&c, 1, eUtEncodingTypeSystemDefault, encodingType()));
 }
 
-int UtCString::RIndex(char16_t c) const {
-    if (c == 0) return -1;
-    const UtCString one(&c, 1, encodingType());
-    const std::vector<char32_t> me = CharsOf(*this), ch = CharsOf(one);
-    if (ch.size() != 1) return -1;
-    for (int i = static_cast<int>(me.size()) - 1; i >= 0; --i) {
-        if (me[static_cast<size_t>(i)] == ch[0]) return i;
-    }
-    return -1;
-}
+int UtCString::RIndex(char16_t c) const { return c == 0 ? -1 : LastIndexOf(*this, UtCString(&c, 1, encodingType())); }
 
 int UtCString::FindOneOf(const UtCString& set, int start) const {
     const std::vector<char32_t> me = CharsOf(*this), s = SetIn(set, encodingType());
@@ -334,7 +330,6 @@ bool UtCString::EndsWith(const UtCString& suffix, bool noCase) const {
 
 bool UtCString::ConsistOnlyOf(const UtCString& set) const { return FindOneNotOf(set, 0) < 0; }
 
-bool UtCString::ContainsChar(char16_t c) const { return Search(0, c) >= 0; }
 
 // ---- character classes ------------------------------------------------------------------------------
 
