@@ -4,6 +4,7 @@
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 
+#include <memory>
 #include <random>
 #include <string>
 
@@ -136,6 +137,20 @@ void BM_Icu_Utf16ToUtf8(benchmark::State& state) {
     SetBytes(state, in.size());
 }
 
+// The same call as a program makes it when each result needs its own block: worst-case size.
+void BM_IcuAlloc_Utf16ToUtf8(benchmark::State& state) {
+    const std::u16string in = Utf16Of(Text1252(state.range(0) != 0));
+    for (auto _ : state) {
+        std::unique_ptr<char[]> out(new char[in.size() * 3 + 1]);
+        UErrorCode err = U_ZERO_ERROR;
+        int32_t n = 0;
+        u_strToUTF8(out.get(), static_cast<int32_t>(in.size() * 3 + 1), &n,
+                    reinterpret_cast<const UChar*>(in.data()), static_cast<int32_t>(in.size()), &err);
+        benchmark::DoNotOptimize(out.get());
+    }
+    SetBytes(state, in.size());
+}
+
 void BM_UtCString_Utf16ToUtf8(benchmark::State& state) {
     const std::u16string in = Utf16Of(Text1252(state.range(0) != 0));
     for (auto _ : state) {
@@ -179,6 +194,7 @@ BENCHMARK(BM_UtCString_Utf16To1252)->Arg(0)->Arg(1);
 BENCHMARK(BM_Icu_Utf8ToUtf16)->Arg(0)->Arg(1);
 BENCHMARK(BM_UtCString_Utf8ToUtf16)->Arg(0)->Arg(1);
 BENCHMARK(BM_Icu_Utf16ToUtf8)->Arg(0)->Arg(1);
+BENCHMARK(BM_IcuAlloc_Utf16ToUtf8)->Arg(0)->Arg(1);
 BENCHMARK(BM_UtCString_Utf16ToUtf8)->Arg(0)->Arg(1);
 // Argument: text length in bytes.
 BENCHMARK(BM_StdString_Compare)->Arg(32)->Arg(1 << 20);
