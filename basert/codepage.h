@@ -30,6 +30,9 @@ BASERT_API bool BrCodePageAvailable(unsigned short codePage);
 BASERT_API int BrCodePageMaxBytes(unsigned short codePage);
 // Whether every byte of the code page is one character (Latin, Cyrillic, Greek, ... code pages).
 BASERT_API bool BrCodePageIsSingleByte(unsigned short codePage);
+// Whether bytes 0x00..0x7F are ASCII and never part of a longer sequence (so a pure ASCII text
+// is the same in that code page, in UTF-8 and, widened, in UTF-16).
+BASERT_API bool BrCodePageIsAsciiCompatible(unsigned short codePage);
 
 // Converts n bytes (n < 0: up to the first NUL) of text in codePage into UTF-16 at dst, which has
 // room for cap units; n units always suffice. No terminator is written. Returns the number of units

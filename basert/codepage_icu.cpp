@@ -21,6 +21,7 @@ struct CodePage {
     unsigned short number = 0;
     UConverter* cnv = nullptr;       // null for the table-driven single-byte pages
     bool singleByte = false;
+    bool hasHoles = false;           // single-byte: some byte maps to U+FFFD
     bool asciiCompatible = false;    // 0x00..0x7F are ASCII and never part of a longer sequence
     int maxBytes = 0;
     std::array<char16_t, 256> toU{};            // single-byte: byte -> unit
@@ -112,6 +113,7 @@ void BuildSingleByteTables(CodePage& cp, UConverter* c) {
         if (assigned[b]) continue;
         // Windows fills the holes of its single-byte pages with the C1 control of the same value.
         cp.toU[b] = (b >= 0x80 && b <= 0x9F && !c1Taken[b]) ? static_cast<char16_t>(b) : u'\uFFFD';
+        cp.hasHoles = cp.hasHoles || cp.toU[b] == u'\uFFFD';
     }
     cp.fromU = std::make_unique<uint8_t[]>(65536);
     std::memset(cp.fromU.get(), 0, 65536);
@@ -294,6 +296,11 @@ int BrCodePageMaxBytes(unsigned short codePage) {
     return cp != nullptr ? cp->maxBytes : 0;
 }
 
+bool BrCodePageIsAsciiCompatible(unsigned short codePage) {
+    const CodePage* cp = Find(codePage);
+    return cp != nullptr && cp->asciiCompatible;
+}
+
 bool BrCodePageIsSingleByte(unsigned short codePage) {
     const CodePage* cp = Find(codePage);
     return cp != nullptr && cp->singleByte;
@@ -316,10 +323,27 @@ int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_
     if (cp->asciiCompatible && cap >= n) i = WidenAsciiPrefix(src, n, dst);
     if (i == n) return n;
     if (cp->singleByte) {
-        for (; i < n; ++i) {
-            const char16_t u = cp->toU[static_cast<unsigned char>(src[i])];
-            if (u == u'\uFFFD') ++rep;
-            dst[i] = u;
+        // Runs of ASCII are widened in blocks; the rest goes through the table.
+        const auto* s = reinterpret_cast<const unsigned char*>(src);
+        while (i < n) {
+            if (cp->asciiCompatible && i + 16 <= n) {
+                uint64_t a, b;
+                std::memcpy(&a, s + i, 8);
+                std::memcpy(&b, s + i + 8, 8);
+                if (((a | b) & 0x8080808080808080ULL) == 0) {
+                    for (int k = 0; k < 16; ++k) dst[i + k] = s[i + k];
+                    i += 16;
+                    continue;
+                }
+                for (int k = 0; k < 16; ++k) dst[i + k] = cp->toU[s[i + k]];
+                i += 16;
+                continue;
+            }
+            dst[i] = cp->toU[s[i]];
+            ++i;
+        }
+        if (cp->hasHoles) {
+            for (int64_t k = 0; k < n; ++k) rep += dst[k] == u'\uFFFD';
         }
         return n;
     }
@@ -342,6 +366,28 @@ int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, cha
     if (cp->singleByte) {
         int64_t o = i;
         while (i < n) {
+            // Blocks of ASCII are narrowed at once; others go unit by unit through the table.
+            if (i + 16 <= n && o + 16 <= cap) {
+                char16_t any = 0;
+                for (int k = 0; k < 16; ++k) any |= src[i + k];
+                if ((any & 0xFF80) == 0 && cp->asciiCompatible) {
+                    for (int k = 0; k < 16; ++k) dst[o + k] = static_cast<char>(src[i + k]);
+                    i += 16;
+                    o += 16;
+                    continue;
+                }
+                bool allMapped = true;
+                for (int k = 0; k < 16; ++k) {
+                    const uint8_t b = cp->fromU[src[i + k]];
+                    allMapped = allMapped && (b != 0 || src[i + k] == 0);
+                    dst[o + k] = static_cast<char>(b);
+                }
+                if (allMapped) {
+                    i += 16;
+                    o += 16;
+                    continue;
+                }
+            }
             if (o >= cap) return kBrConvNoRoom;
             const char16_t u = src[i++];
             uint8_t b = cp->fromU[u];

@@ -229,7 +229,16 @@ public:
     // ---- comparison ---------------------------------------------------------------------------
     // -1, 0 or 1: ordinal comparison of units (bytes or 16-bit units); across encodings through
     // UTF-16. 1 when a conversion fails.
-    int CompareTo(const UtCString& other) const;
+    int CompareTo(const UtCString& other) const {
+        // Same code page: a byte comparison through the shorter text's terminator (inline, as
+        // this is the hot path of sorting and searching).
+        if (other.encoding_ == encoding_ && isAnsiEncodingType() && text_ != nullptr && other.text_ != nullptr) {
+            const size_t n = static_cast<size_t>(length_ < other.length_ ? length_ : other.length_) + 1;
+            const int r = __builtin_memcmp(text_, other.text_, n);
+            return (r > 0) - (r < 0);
+        }
+        return CompareToOther(other);
+    }
     int CompareTo(const char* text, eUtEncodingType e = eUtEncodingTypeSystemDefault) const;
     int CompareTo(const char16_t* text) const;
     // Case-insensitive: < 0, 0, > 0 (1 when a conversion fails).
@@ -431,10 +440,10 @@ private:
     bool Assign(const void* text, int64_t count, unsigned short source);
     bool AppendText(const void* text, int64_t count, unsigned short source);
     // Takes ownership of a NUL-terminated block in this string's encoding (UTF-8 without mark).
-    bool Adopt(void* block, int64_t units);
-    int64_t ByteOffset(int index) const;  // UTF-8: byte offset of a code point (mark excluded)
+    bool Adopt(void* block, int64_t units, int64_t codePoints = -1);
+    int64_t ByteOffset(int index) const;  // UTF-8: buffer offset of code point index (mark counted)
     int FindText(int start, const UtCString& text, bool noCase) const;
-    bool ContainsChar(char16_t c) const;
+    int CompareToOther(const UtCString& other) const;
     void AppendFormattedText(const char* text);
     void ReleaseBufferImpl(bool assign, unsigned short e, bool wide);
 

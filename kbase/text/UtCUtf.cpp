@@ -1,9 +1,29 @@
 #include "kbase/text/UtCUtf.h"
 
 #include <cstring>
+#include <type_traits>
 
 #include "basert/codepage.h"
 #include "basert/memory.h"
+#include "kbase/text/internal/UtC_string_impl.h"
+
+namespace kbase_text_internal {
+
+namespace {
+uint64_t g_textAllocFailures = 0;
+}
+
+int TextAlloc(void** block, uint64_t count, uint64_t elemSize) {
+    const int rc = UtAllocMemoryBlock(block, count, elemSize);
+    if (rc != kUtMemOk) ++g_textAllocFailures;
+    return rc;
+}
+
+uint64_t TextAllocFailures() { return g_textAllocFailures; }
+
+}  // namespace kbase_text_internal
+
+using kbase_text_internal::TextAlloc;
 
 namespace {
 
@@ -12,7 +32,7 @@ constexpr unsigned short kUtf8 = 65001;
 // Allocates count + 1 elements of elemSize; null when refused.
 void* AllocUnits(int64_t count, int elemSize) {
     void* p = nullptr;
-    if (count < 0 || UtAllocMemoryBlock(&p, static_cast<uint64_t>(count) + 1, elemSize) != kUtMemOk) {
+    if (count < 0 || TextAlloc(&p, static_cast<uint64_t>(count) + 1, elemSize) != kUtMemOk) {
         return nullptr;
     }
     return p;
@@ -33,6 +53,36 @@ void* FitAndTerminate(void* block, int64_t units, int elemSize) {
 
 UtCUtf::Result Fail() { return UtCUtf::Result{}; }
 
+// Length of the leading run of ASCII units (blocks of eight, so the loop vectorises).
+template <typename Unit>
+int64_t AsciiRun(const Unit* s, int64_t n) {
+    int64_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        unsigned any = 0;
+        for (int k = 0; k < 8; ++k) any |= static_cast<std::make_unsigned_t<Unit>>(s[i + k]);
+        if (any >= 0x80) break;
+    }
+    while (i < n && static_cast<std::make_unsigned_t<Unit>>(s[i]) < 0x80) ++i;
+    return i;
+}
+
+// Pure ASCII text is the same in every ASCII-compatible encoding: one copy, no converter.
+template <typename From, typename To>
+UtCUtf::Result CopyAscii(const From* src, int64_t n, int prefix) {
+    auto* out = static_cast<To*>(AllocUnits(n + prefix, sizeof(To)));
+    if (out == nullptr) return Fail();
+    if (prefix != 0) UtCUtf8::SetToBOM(reinterpret_cast<char*>(out));
+    To* d = out + prefix;
+    for (int64_t i = 0; i < n; ++i) d[i] = static_cast<To>(src[i]);
+    d[n] = 0;
+    UtCUtf::Result r;
+    r.text = out;
+    r.units = n + prefix;
+    r.codePoints = n;
+    r.ok = true;
+    return r;
+}
+
 UtCUtf::Result Done(void* block, int64_t units, int elemSize, int64_t replaced) {
     UtCUtf::Result r;
     r.text = FitAndTerminate(block, units, elemSize);
@@ -44,6 +94,7 @@ UtCUtf::Result Done(void* block, int64_t units, int elemSize, int64_t replaced) 
 
 // Bytes into UTF-16 (source already past any mark).
 UtCUtf::Result BytesToUtf16(const char* src, int64_t n, unsigned short from) {
+    if (BrCodePageIsAsciiCompatible(from) && AsciiRun(src, n) == n) return CopyAscii<char, char16_t>(src, n, 0);
     auto* out = static_cast<char16_t*>(AllocUnits(n, 2));
     if (out == nullptr) return Fail();
     int64_t replaced = 0;
@@ -59,7 +110,29 @@ UtCUtf::Result BytesToUtf16(const char* src, int64_t n, unsigned short from) {
 UtCUtf::Result Utf16ToBytes(const char16_t* src, int64_t n, unsigned short to, int prefix) {
     const int maxBytes = BrCodePageMaxBytes(to);
     if (maxBytes <= 0) return Fail();
-    const int64_t cap = n * maxBytes;
+    if (BrCodePageIsAsciiCompatible(to) && AsciiRun(src, n) == n) return CopyAscii<char16_t, char>(src, n, prefix);
+    int64_t cap = n * maxBytes;
+    int64_t codePoints = -1;
+    if (to == kUtf8) {
+        // A tight bound (exact for text without surrogates) keeps large blocks from being
+        // allocated three times too big and shrunk again; without surrogates every unit is one
+        // code point, which spares the string a counting pass. Inner sums stay 32-bit so that
+        // the loop vectorises well.
+        cap = n;
+        int64_t surrogates = 0;
+        for (int64_t base = 0; base < n; base += 65536) {
+            const int64_t end = base + 65536 < n ? base + 65536 : n;
+            uint32_t extra = 0, surr = 0;
+            for (int64_t i = base; i < end; ++i) {
+                const char16_t u = src[i];
+                extra += static_cast<uint32_t>(u >= 0x80) + static_cast<uint32_t>(u >= 0x800);
+                surr += static_cast<uint32_t>((u & 0xF800) == 0xD800);
+            }
+            cap += extra;
+            surrogates += surr;
+        }
+        if (surrogates == 0) codePoints = n;
+    }
     auto* out = static_cast<char*>(AllocUnits(cap + prefix, 1));
     if (out == nullptr) return Fail();
     int64_t replaced = 0;
@@ -69,7 +142,9 @@ UtCUtf::Result Utf16ToBytes(const char16_t* src, int64_t n, unsigned short to, i
         return Fail();
     }
     if (prefix != 0) UtCUtf8::SetToBOM(out);
-    return Done(out, got + prefix, 1, replaced);
+    UtCUtf::Result r = Done(out, got + prefix, 1, replaced);
+    r.codePoints = codePoints;
+    return r;
 }
 
 UtCUtf::Result CopyUnits(const void* src, int64_t n, int elemSize, int prefix) {
@@ -92,14 +167,22 @@ UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short f
         const char16_t* src = UtCUtf16::SkipBOM(static_cast<const char16_t*>(text));
         if (count < 0) {
             count = UtCUtf16::Length(src);
-        } else if (count > 0 && src != text) {
-            --count;
+        } else {
+            if (count > 0 && src != text) --count;
+            // Text ends at its terminator even when the count runs further.
+            int64_t n = 0;
+            while (n < count && src[n] != 0) ++n;
+            count = n;
         }
         if (IsUtf16(to)) return CopyUnits(src, count, 2, 0);
         return Utf16ToBytes(src, count, to, prefix);
     }
     const char* src = static_cast<const char*>(text);
-    if (count < 0) count = src != nullptr ? static_cast<int64_t>(std::strlen(src)) : 0;
+    if (count < 0) {
+        count = src != nullptr ? static_cast<int64_t>(std::strlen(src)) : 0;
+    } else if (const void* nul = std::memchr(src, 0, static_cast<size_t>(count)); nul != nullptr) {
+        count = static_cast<const char*>(nul) - src;  // text ends at its terminator
+    }
     if (IsUtf8(from) && UtCUtf8::HasBOM(src, count)) {
         src += 3;
         count -= 3;

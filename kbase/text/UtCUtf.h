@@ -28,10 +28,12 @@ public:
         void* text = nullptr;   // NUL-terminated block (1- or 2-byte elements), null on failure
         int64_t units = 0;      // elements written, terminator excluded (bytes or 16-bit units)
         int64_t replaced = 0;   // characters that had no mapping in the target (or were invalid)
+        int64_t codePoints = -1;  // code points of the text when known cheaply, else -1
         bool ok = false;        // false: unknown code page or no memory; text is null then
     };
 
-    // Converts count elements of text (count < 0: up to the terminator) from one encoding to the
+    // Converts count elements of text (count < 0: up to the terminator; a terminator within count
+    // ends the text there too) from one encoding to the
     // other into a new exactly sized block plus terminator. A UTF-8 result carries no mark and a
     // UTF-8 source's leading mark is skipped; a leading FEFF/FFFE of a UTF-16 source is skipped.
     // Converting an encoding into itself copies. With utf8Mark a UTF-8 result starts with the mark

@@ -90,7 +90,7 @@ UtCString& UtCString::SetEmpty() {
     const bool utf8 = encoding_ == kUtf8;
     void* p = nullptr;
     const uint64_t units = utf8 ? 4 : 1;
-    if (UtAllocMemoryBlock(&p, units, wide ? 2 : 1) == kUtMemOk) {
+    if (TextAlloc(&p, units, wide ? 2 : 1) == kUtMemOk) {
         if (wide) {
             static_cast<char16_t*>(p)[0] = 0;
         } else if (utf8) {
@@ -121,11 +121,12 @@ void UtCString::Swap(UtCString& other, bool withBufferIndex) {
     if (withBufferIndex) std::swap(bufferIndex_, other.bufferIndex_);
 }
 
-bool UtCString::Adopt(void* block, int64_t units) {
+bool UtCString::Adopt(void* block, int64_t units, int64_t codePoints) {
     if (!IsStaticEmpty(text_)) UtFreeMemory(text_);
     text_ = block;
     if (encoding_ == kUtf8) {
-        length_ = static_cast<int32_t>(UtCUtf8::CountCodePoints(static_cast<char*>(block) + 3, units - 3));
+        length_ = static_cast<int32_t>(codePoints >= 0 ? codePoints
+                                                       : UtCUtf8::CountCodePoints(static_cast<char*>(block) + 3, units - 3));
     } else {
         length_ = static_cast<int32_t>(units);
     }
@@ -140,7 +141,7 @@ bool UtCString::Assign(const void* text, int64_t count, unsigned short source) {
     }
     const UtCUtf::Result r = UtCUtf::Convert(text, count, source, encoding_, true);
     if (!r.ok) return false;
-    return Adopt(r.text, r.units);
+    return Adopt(r.text, r.units, r.codePoints);
 }
 
 UtCString::UtCString() {
@@ -235,7 +236,7 @@ bool UtCString::Set(const UtCString* other) {
             return true;
         }
         void* p = nullptr;
-        if (UtAllocMemoryBlock(&p, bytes, 1) != kUtMemOk) return false;
+        if (TextAlloc(&p, bytes, 1) != kUtMemOk) return false;
         std::memcpy(p, other->text_, bytes);
         if (!IsStaticEmpty(text_)) UtFreeMemory(text_);
         text_ = p;
@@ -409,41 +410,28 @@ UtCString& UtCString::Insert(int position, char16_t c) {
     return *this;
 }
 
-UtCString operator+(const UtCString& a, const UtCString& b) {
-    UtCString r(a);
-    r.Append(b);
-    return r;
-}
-UtCString operator+(const UtCString& a, const char* b) {
+namespace {
+template <typename T>
+UtCString Concat(const UtCString& a, const T& b) {
     UtCString r(a);
     r += b;
     return r;
 }
-UtCString operator+(const char* a, const UtCString& b) {
+template <typename T>
+UtCString ConcatFront(const T& a, const UtCString& b) {
     UtCString r(b);
     r.Prepend(a);
     return r;
 }
-UtCString operator+(const UtCString& a, const char16_t* b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
-UtCString operator+(const char16_t* a, const UtCString& b) {
-    UtCString r(b);
-    r.Prepend(a);
-    return r;
-}
-UtCString operator+(const UtCString& a, char b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
-UtCString operator+(const UtCString& a, char16_t b) {
-    UtCString r(a);
-    r += b;
-    return r;
-}
+}  // namespace
+
+UtCString operator+(const UtCString& a, const UtCString& b) { return Concat(a, b); }
+UtCString operator+(const UtCString& a, const char* b) { return Concat(a, b); }
+UtCString operator+(const char* a, const UtCString& b) { return ConcatFront(a, b); }
+UtCString operator+(const UtCString& a, const char16_t* b) { return Concat(a, b); }
+UtCString operator+(const char16_t* a, const UtCString& b) { return ConcatFront(a, b); }
+UtCString operator+(const UtCString& a, char b) { return Concat(a, b); }
+UtCString operator+(const UtCString& a, char16_t b) { return Concat(a, b); }
 
 // ---- access ---------------------------------------------------------------------------------
 
@@ -519,11 +507,18 @@ uint64_t UtCString::hash() const {
             n = static_cast<uint64_t>(length_);
         }
     }
+    // h = (h << 1) ^ b per byte, b sign-extended. Shifts distribute over XOR, so eight bytes fold
+    // into one term that does not depend on h: h = (h << 8) ^ (b0 << 7) ^ ... ^ b7.
+    auto ext = [](unsigned char c) { return static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(c))); };
     uint64_t h = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-        const auto b = static_cast<uint64_t>(static_cast<int64_t>(static_cast<signed char>(bytes[i])));
-        h = (h << 1) ^ b;
+    uint64_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const unsigned char* p = bytes + i;
+        const uint64_t term = (ext(p[0]) << 7) ^ (ext(p[1]) << 6) ^ (ext(p[2]) << 5) ^ (ext(p[3]) << 4) ^
+                              (ext(p[4]) << 3) ^ (ext(p[5]) << 2) ^ (ext(p[6]) << 1) ^ ext(p[7]);
+        h = (h << 8) ^ term;
     }
+    for (; i < n; ++i) h = (h << 1) ^ ext(bytes[i]);
     const uint64_t t = h >> 10;
     return (t >> 10) ^ t ^ h;
 }
@@ -646,7 +641,7 @@ int64_t UtCString::GetMemCopy(void** out, eUtEncodingType* e) const {
     const uint64_t bytes = BufferSize();
     if (e != nullptr) *e = encodingType();
     if (bytes == 0) return 0;
-    if (UtAllocMemoryBlock(out, bytes, 1) != kUtMemOk) return -1;
+    if (TextAlloc(out, bytes, 1) != kUtMemOk) return -1;
     std::memcpy(*out, text_, bytes);
     return static_cast<int64_t>(bytes);
 }
@@ -679,7 +674,7 @@ bool UtCString::SaveToMem(unsigned char** block, uint64_t& size) const {
     if (block == nullptr) return false;
     const uint64_t n = BufferSize();
     void* p = *block;
-    if (UtAllocMemoryBlock(&p, size + kRecordHeader + n, 1) != kUtMemOk) return false;
+    if (TextAlloc(&p, size + kRecordHeader + n, 1) != kUtMemOk) return false;
     auto* out = static_cast<unsigned char*>(p) + size;
     PutLE64(out, kRecordVersion);
     PutLE32(out + 8, encoding_);
@@ -698,7 +693,7 @@ void* ReadRecordText(const unsigned char* src, uint64_t n, bool wide) {
     const uint64_t elem = wide ? 2 : 1;
     void* p = nullptr;
     if (n >= UINT64_MAX / 2 - 2) return nullptr;
-    if (UtAllocMemoryBlock(&p, n + 1, elem) != kUtMemOk) return nullptr;
+    if (TextAlloc(&p, n + 1, elem) != kUtMemOk) return nullptr;
     std::memcpy(p, src, n);
     // Terminate at the element after the copied bytes (and the byte after them, for an odd count).
     auto* bytes = static_cast<unsigned char*>(p);

@@ -64,7 +64,7 @@ bool Splice(UtCString& s, int64_t at, int64_t removeUnits, const void* a, int64_
     }
     const int64_t total = old.units - removeUnits + pa.units + pb.units;
     void* block = nullptr;
-    const bool ok = UtAllocMemoryBlock(&block, static_cast<uint64_t>(total) + 1, elem) == kUtMemOk;
+    const bool ok = TextAlloc(&block, static_cast<uint64_t>(total) + 1, elem) == kUtMemOk;
     if (ok) {
         auto* out = static_cast<char*>(block);
         const auto* in = static_cast<const char*>(old.text);
@@ -154,7 +154,7 @@ struct Wide {
 
 // ---- comparison ---------------------------------------------------------------------------------
 
-int UtCString::CompareTo(const UtCString& other) const {
+int UtCString::CompareToOther(const UtCString& other) const {
     if (other.encoding_ == encoding_) {
         if (isUtf16EncodingType()) return CompareUnits16(uptr(), other.uptr());
         return Sign(std::strcmp(ptr(), other.ptr()));
@@ -264,27 +264,23 @@ int UtCString::Search(int start, char16_t c) const {
 int UtCString::Index(char c) const { return Search(0, c); }
 int UtCString::Index(char16_t c) const { return Search(0, c); }
 
-int UtCString::RIndex(char c) const {
-    if (c == 0) return -1;
-    const UtCString one(&c, 1, eUtEncodingTypeSystemDefault, encodingType());
-    const std::vector<char32_t> me = CharsOf(*this), ch = CharsOf(one);
+namespace {
+// Last index of the one character that one holds, or -1.
+int LastIndexOf(const UtCString& s, const UtCString& one) {
+    const std::vector<char32_t> me = CharsOf(s), ch = CharsOf(one);
     if (ch.size() != 1) return -1;
     for (int i = static_cast<int>(me.size()) - 1; i >= 0; --i) {
         if (me[static_cast<size_t>(i)] == ch[0]) return i;
     }
     return -1;
+}
+}  // namespace
+
+int UtCString::RIndex(char c) const {
+    return c == 0 ? -1 : LastIndexOf(*this, UtCString(&c, 1, eUtEncodingTypeSystemDefault, encodingType()));
 }
 
-int UtCString::RIndex(char16_t c) const {
-    if (c == 0) return -1;
-    const UtCString one(&c, 1, encodingType());
-    const std::vector<char32_t> me = CharsOf(*this), ch = CharsOf(one);
-    if (ch.size() != 1) return -1;
-    for (int i = static_cast<int>(me.size()) - 1; i >= 0; --i) {
-        if (me[static_cast<size_t>(i)] == ch[0]) return i;
-    }
-    return -1;
-}
+int UtCString::RIndex(char16_t c) const { return c == 0 ? -1 : LastIndexOf(*this, UtCString(&c, 1, encodingType())); }
 
 int UtCString::FindOneOf(const UtCString& set, int start) const {
     const std::vector<char32_t> me = CharsOf(*this), s = SetIn(set, encodingType());
@@ -334,7 +330,6 @@ bool UtCString::EndsWith(const UtCString& suffix, bool noCase) const {
 
 bool UtCString::ConsistOnlyOf(const UtCString& set) const { return FindOneNotOf(set, 0) < 0; }
 
-bool UtCString::ContainsChar(char16_t c) const { return Search(0, c) >= 0; }
 
 // ---- character classes ------------------------------------------------------------------------------
 
@@ -419,19 +414,24 @@ UtCString UtCString::SpanExluding(const UtCString& set, int start) const {
     return substr(start, end < 0 ? -1 : end - start);
 }
 
+// The SetTo... members compute the copy and exchange it with the string, so a refused allocation
+// (watched) leaves the string as it was.
 UtCString& UtCString::SetToSubstr(int start, int count) {
+    const FailureWatch watch;
     UtCString part = substr(start, count);
-    Swap(part, false);
+    if (watch.ok()) Swap(part, false);
     return *this;
 }
 UtCString& UtCString::SetToLeft(int n) {
+    const FailureWatch watch;
     UtCString part = left(n);
-    Swap(part, false);
+    if (watch.ok()) Swap(part, false);
     return *this;
 }
 UtCString& UtCString::SetToRight(int n) {
+    const FailureWatch watch;
     UtCString part = right(n);
-    Swap(part, false);
+    if (watch.ok()) Swap(part, false);
     return *this;
 }
 
@@ -471,6 +471,7 @@ int UtCString::replace(const UtCString& what, const UtCString& with, bool noCase
         if (limit > 0 && static_cast<int>(hits.size()) == limit) break;
     }
     if (hits.empty()) return 0;
+    const FailureWatch watch;
     UtCString result(encodingType());
     int from = 0;
     for (const int pos : hits) {
@@ -479,6 +480,7 @@ int UtCString::replace(const UtCString& what, const UtCString& with, bool noCase
         from = pos + whatLength;
     }
     result.Append(substr(from));
+    if (!watch.ok()) return 0;
     Swap(result, false);
     return static_cast<int>(hits.size());
 }
@@ -568,47 +570,51 @@ UtCString MappedCase(const UtCString& s, bool upper) {
 UtCString UtCString::toLower() const { return MappedCase(*this, false); }
 UtCString UtCString::toUpper() const { return MappedCase(*this, true); }
 UtCString& UtCString::SetToLower() {
+    const FailureWatch watch;
     UtCString c = toLower();
-    Swap(c, false);
+    if (watch.ok()) Swap(c, false);
     return *this;
 }
 UtCString& UtCString::SetToUpper() {
+    const FailureWatch watch;
     UtCString c = toUpper();
-    Swap(c, false);
+    if (watch.ok()) Swap(c, false);
     return *this;
 }
 
 UtCString& UtCString::Enclose(const UtCString& around) { return Enclose(around, around); }
 
 UtCString& UtCString::Enclose(const UtCString& before, const UtCString& after) {
+    const FailureWatch watch;
     UtCString result(before, encodingType());
     result.Append(*this);
     result.Append(after);
-    Swap(result, false);
+    if (watch.ok()) Swap(result, false);
     return *this;
 }
 
+// The tail from position is kept aside, the string cut there, the filler and the tail appended.
 UtCString& UtCString::Expand(int width, char c, int position) {
     const int d = width - length_;
     if (d <= 0) return *this;
-    const UtCString tail = substr(position);
-    SetToLeft(position);
-    UtCString filler(encodingType());
+    const FailureWatch watch;
     const std::string fill(static_cast<size_t>(d), c);
-    filler = UtCString(fill.c_str(), eUtEncodingTypeSystemDefault, encodingType());
-    Append(filler);
-    Append(tail);
+    UtCString result = left(position);
+    result.Append(UtCString(fill.c_str(), eUtEncodingTypeSystemDefault, encodingType()));
+    result.Append(substr(position));
+    if (watch.ok()) Swap(result, false);
     return *this;
 }
 
 UtCString& UtCString::ExpandW(int width, char16_t c, int position) {
     const int d = width - length_;
     if (d <= 0) return *this;
-    const UtCString tail = substr(position);
-    SetToLeft(position);
+    const FailureWatch watch;
     const std::u16string fill(static_cast<size_t>(d), c);
-    Append(UtCString(fill, encodingType()));
-    Append(tail);
+    UtCString result = left(position);
+    result.Append(UtCString(fill, encodingType()));
+    result.Append(substr(position));
+    if (watch.ok()) Swap(result, false);
     return *this;
 }
 
@@ -731,7 +737,9 @@ UtCString& UtCString::StandardizePath() {
     }
     if (trailing && !parts.empty()) out += u'/';
     if (out.empty() && !path.empty()) out = u".";
-    *this = UtCString(out, encodingType());
+    const FailureWatch watch;
+    UtCString result(out, encodingType());
+    if (watch.ok()) Swap(result, false);
     return *this;
 }
 
@@ -768,7 +776,9 @@ UtCString& UtCString::PathAbsToEnv() {
     }
     if (!bestName.empty()) {
         const std::string out = "$" + bestName + path.substr(bestValue.size());
-        *this = UtCString(out.c_str(), eUtEncodingTypeUtf8, encodingType());
+        const FailureWatch watch;
+        UtCString result(out.c_str(), eUtEncodingTypeUtf8, encodingType());
+        if (watch.ok()) Swap(result, false);
     }
     return *this;
 }
@@ -798,6 +808,8 @@ UtCString& UtCString::PathEnvToAbs() {
     }
     if (name.empty() || OsGetEnv(name.c_str(), nullptr, 0) < 0) return *this;
     const std::string out = EnvValue(name) + path.substr(rest);
-    *this = UtCString(out.c_str(), eUtEncodingTypeUtf8, encodingType());
+    const FailureWatch watch;
+    UtCString result(out.c_str(), eUtEncodingTypeUtf8, encodingType());
+    if (watch.ok()) Swap(result, false);
     return *this;
 }

@@ -93,17 +93,17 @@ std::u16string WideVFormat(const char16_t* format, va_list args) {
             out += *f++;
             continue;
         }
-        const char16_t* specStart = f++;
+        const char16_t* directiveStart = f++;
         if (*f == u'%') {
             out += u'%';
             ++f;
             continue;
         }
-        std::string spec = "%";
+        std::string directive = "%";
         bool left = false;
         while (*f == u'-' || *f == u'+' || *f == u' ' || *f == u'#' || *f == u'0') {
             left = left || *f == u'-';
-            spec += static_cast<char>(*f++);
+            directive += static_cast<char>(*f++);
         }
         int width = 0;
         if (*f == u'*') {
@@ -111,29 +111,29 @@ std::u16string WideVFormat(const char16_t* format, va_list args) {
             if (width < 0) {
                 left = true;
                 width = -width;
-                spec += '-';
+                directive += '-';
             }
-            spec += std::to_string(width);
+            directive += std::to_string(width);
             ++f;
         } else {
             while (*f >= u'0' && *f <= u'9') {
                 width = width * 10 + (*f - u'0');
-                spec += static_cast<char>(*f++);
+                directive += static_cast<char>(*f++);
             }
         }
         int precision = -1;
         if (*f == u'.') {
-            spec += '.';
+            directive += '.';
             ++f;
             precision = 0;
             if (*f == u'*') {
                 precision = va_arg(args, int);
-                spec += std::to_string(std::max(precision, 0));
+                directive += std::to_string(std::max(precision, 0));
                 ++f;
             } else {
                 while (*f >= u'0' && *f <= u'9') {
                     precision = precision * 10 + (*f - u'0');
-                    spec += static_cast<char>(*f++);
+                    directive += static_cast<char>(*f++);
                 }
             }
         }
@@ -143,7 +143,7 @@ std::u16string WideVFormat(const char16_t* format, va_list args) {
         }
         const char16_t conv = *f;
         if (conv == 0) {
-            out.append(specStart, f);
+            out.append(directiveStart, f);
             break;
         }
         ++f;
@@ -178,8 +178,8 @@ std::u16string WideVFormat(const char16_t* format, va_list args) {
                 break;
             }
             case u'd': case u'i': case u'u': case u'x': case u'X': case u'o': {
-                spec += "ll";
-                spec += static_cast<char>(conv);
+                directive += "ll";
+                directive += static_cast<char>(conv);
                 const bool isSigned = conv == u'd' || conv == u'i';
                 long long sv = 0;
                 unsigned long long uv = 0;
@@ -194,29 +194,29 @@ std::u16string WideVFormat(const char16_t* format, va_list args) {
                     if (!isSigned && length.empty()) sv = static_cast<unsigned int>(sv);
                 }
                 uv = static_cast<unsigned long long>(sv);
-                out += Widen(isSigned ? PrintfValue(spec.c_str(), sv) : PrintfValue(spec.c_str(), uv));
+                out += Widen(isSigned ? PrintfValue(directive.c_str(), sv) : PrintfValue(directive.c_str(), uv));
                 break;
             }
             case u'f': case u'F': case u'e': case u'E': case u'g': case u'G': case u'a': case u'A': {
-                spec += static_cast<char>(conv);
+                directive += static_cast<char>(conv);
                 if (length == "L") {
                     const double v = static_cast<double>(va_arg(args, long double));
-                    out += Widen(PrintfValue(spec.c_str(), v));
+                    out += Widen(PrintfValue(directive.c_str(), v));
                 } else {
-                    out += Widen(PrintfValue(spec.c_str(), va_arg(args, double)));
+                    out += Widen(PrintfValue(directive.c_str(), va_arg(args, double)));
                 }
                 break;
             }
             case u'p': {
-                spec += 'p';
-                out += Widen(PrintfValue(spec.c_str(), va_arg(args, void*)));
+                directive += 'p';
+                out += Widen(PrintfValue(directive.c_str(), va_arg(args, void*)));
                 break;
             }
             case u'n':
                 (void)va_arg(args, void*);  // never written: a format must not write memory
                 break;
             default:
-                out.append(specStart, f);
+                out.append(directiveStart, f);
                 break;
         }
     }

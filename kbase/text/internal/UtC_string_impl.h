@@ -11,6 +11,21 @@ constexpr unsigned short kUtf8 = 65001;
 
 inline bool IsWide(unsigned short e) { return e == 1200 || e == 1201; }
 
+// UtAllocMemoryBlock for the text classes: a refusal is also counted, so that members built from
+// several steps can tell whether any step lost its allocation and then keep the string unchanged.
+int TextAlloc(void** block, uint64_t count, uint64_t elemSize);
+uint64_t TextAllocFailures();
+
+// Watches the failures of TextAlloc over a scope: ok() is false once any allocation was refused.
+class FailureWatch {
+public:
+    FailureWatch() : start_(TextAllocFailures()) {}
+    bool ok() const { return TextAllocFailures() == start_; }
+
+private:
+    uint64_t start_;
+};
+
 // The stored text: its buffer and its elements before the terminator (bytes, or 16-bit units).
 // For UTF-8 the mark is part of it.
 struct Span {
