@@ -72,9 +72,21 @@ bool IsOpen(const XD_XDR_STRUCT* x) { return x != nullptr && x->x_how != XD_HOW_
 size_t Used(const XD_XDR_STRUCT* x) { return static_cast<size_t>(x->x_ptr - x->x_buf); }
 uint64_t LogicalPos(const XD_XDR_STRUCT* x) { return x->x_base + Used(x); }
 
+// Bytes the inline codecs may take from x_ptr on: room (encode) or buffered data (decode).
+size_t Avail(const XD_XDR_STRUCT* x) {
+    const unsigned char* end = x->x_op == XDR_ENCODE ? x->x_wend : x->x_op == XDR_DECODE ? x->x_rend : nullptr;
+    return end != nullptr ? static_cast<size_t>(end - x->x_ptr) : 0;
+}
+// Opens the inline path in the handle's direction for n bytes from x_ptr (0 closes it).
+void SetAvail(XD_XDR_STRUCT* x, size_t n) {
+    x->x_wend = x->x_op == XDR_ENCODE ? x->x_ptr + n : nullptr;
+    x->x_rend = x->x_op == XDR_DECODE ? x->x_ptr + n : nullptr;
+}
+
 void Fail(XD_XDR_STRUCT* x, int err) {
     x->x_error = err != 0 ? err : EIO;
-    x->x_avail = 0;
+    x->x_wend = nullptr;
+    x->x_rend = nullptr;
 }
 
 int64_t ReadSome(XD_XDR_STRUCT* x, unsigned char* dst, size_t n) {
@@ -121,29 +133,32 @@ bool FlushOut(XD_XDR_STRUCT* x) {
         x->x_base += n;
     }
     x->x_ptr = x->x_buf;
-    x->x_avail = x->x_cap;
+    SetAvail(x, x->x_cap);
     return true;
 }
 
 // Makes at least need (<= capacity) bytes available to decode, keeping the unread ones (decode).
 // False at the end of the file (nothing consumed) or on an error (sticky).
 bool Fill(XD_XDR_STRUCT* x, size_t need) {
+    size_t avail = Avail(x);
     const size_t used = Used(x);
     if (used > 0) {
-        std::memmove(x->x_buf, x->x_ptr, x->x_avail);
+        std::memmove(x->x_buf, x->x_ptr, avail);
         x->x_base += used;
         x->x_ptr = x->x_buf;
+        SetAvail(x, avail);
     }
-    if (!Position(x, x->x_base + x->x_avail)) return false;
-    while (x->x_avail < need) {
+    if (!Position(x, x->x_base + avail)) return false;
+    while (avail < need) {
         errno = 0;
-        const int64_t r = ReadSome(x, x->x_buf + x->x_avail, x->x_cap - x->x_avail);
+        const int64_t r = ReadSome(x, x->x_buf + avail, x->x_cap - avail);
         if (r < 0) {
             Fail(x, errno);
             return false;
         }
         if (r == 0) return false;
-        x->x_avail += static_cast<size_t>(r);
+        avail += static_cast<size_t>(r);
+        SetAvail(x, avail);
     }
     return true;
 }
@@ -151,7 +166,7 @@ bool Fill(XD_XDR_STRUCT* x, size_t need) {
 // Bytes left to decode, when that is known (memory block, regular file).
 bool KnownRemaining(const XD_XDR_STRUCT* x, uint64_t* remaining) {
     if (x->x_flags & kViaMemory) {
-        *remaining = x->x_avail;
+        *remaining = Avail(x);
         return true;
     }
     const int fd = (x->x_flags & kViaFd) ? x->x_fd : XdFileno(x->x_file);
@@ -176,7 +191,7 @@ int OpenHandle(XD_XDR_STRUCT* x, xdr_op op, XD_HOW how, FILE* file, int fd, uint
     x->x_buf = static_cast<unsigned char*>(buffer);
     x->x_cap = buffer != nullptr ? kBufferSize : 0;
     x->x_ptr = x->x_buf;
-    x->x_avail = op == XDR_ENCODE ? x->x_cap : 0;
+    SetAvail(x, op == XDR_ENCODE ? x->x_cap : 0);
     x->x_flags = flags | (buffer != nullptr ? kOwnsBuffer : 0u);
     if (startPos >= 0) {
         x->x_base = static_cast<uint64_t>(startPos);
@@ -196,20 +211,39 @@ uint32_t PadOf(uint64_t n) { return static_cast<uint32_t>((4 - n % 4) % 4); }
 
 int PutText(XD_XDR_STRUCT* x, const char* p, uint64_t n) {
     if (n > UINT32_MAX) return 0;
+    const uint32_t pad = PadOf(n);
+    if (x->x_op == XDR_ENCODE && Avail(x) >= 4 + n + pad) {
+        // All in the buffer: one pass, no calls per part.
+        const uint32_t big = basert_xdr_inline::ToBig32(static_cast<uint32_t>(n));
+        std::memcpy(x->x_ptr, &big, 4);
+        std::memcpy(x->x_ptr + 4, p, n);
+        std::memset(x->x_ptr + 4 + n, 0, pad);
+        x->x_ptr += 4 + n + pad;
+        return 1;
+    }
     return basert_xdr_inline::Put32(x, static_cast<uint32_t>(n)) && XdPutBytes(x, p, n) &&
-           XdPutBytes(x, kZeros, PadOf(n));
+           XdPutBytes(x, kZeros, pad);
 }
 
 // Reads the body and padding of a text of n bytes into a new terminated block (decode). The
 // block is sized by what the data holds: at once when the remaining size is known (a longer
 // length is refused before allocating), else in doubling pieces as the bytes arrive.
 char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
-    // A text inside the read-ahead is known to be there; only a longer one costs a size query.
+    // A text inside the read-ahead is there: copied at once, no size query.
     const uint64_t need = static_cast<uint64_t>(n) + PadOf(n);
-    uint64_t remaining = x->x_avail;
-    const bool known = need <= remaining || KnownRemaining(x, &remaining);
-    if (known && need > remaining) return nullptr;
+    uint64_t remaining = Avail(x);
     void* block = nullptr;
+    if (need <= remaining) {
+        if (UtAllocMemoryBlock(&block, uint64_t{n} + 1, 1) != kUtMemOk) return nullptr;
+        char* text = static_cast<char*>(block);
+        std::memcpy(text, x->x_ptr, n);
+        text[n] = '\0';
+        x->x_ptr += need;
+        return text;
+    }
+    // Past the read-ahead: a length that the file cannot hold is refused before allocating.
+    const bool known = KnownRemaining(x, &remaining);
+    if (known && need > remaining) return nullptr;
     uint64_t have = 0;
     uint64_t size = known ? n : std::min<uint64_t>(n, kBufferSize);
     for (;;) {
@@ -231,7 +265,7 @@ char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
 // Reads a text of n bytes into the caller's buffer, refusing one that the data cannot hold.
 int GetTextInto(XD_XDR_STRUCT* x, char* dst, uint32_t n) {
     const uint64_t need = static_cast<uint64_t>(n) + PadOf(n);
-    uint64_t remaining = x->x_avail;
+    uint64_t remaining = Avail(x);
     if (need > remaining && KnownRemaining(x, &remaining) && need > remaining) return 0;
     unsigned char pad[4];
     if (!XdGetBytes(x, dst, n) || !XdGetBytes(x, pad, PadOf(n))) return 0;
@@ -304,7 +338,7 @@ int XdOpenMemIo(XD_XDR_STRUCT* xdrs, void* block, size_t size, xdr_op op) {
     xdrs->x_buf = static_cast<unsigned char*>(block);
     xdrs->x_cap = size;
     xdrs->x_ptr = xdrs->x_buf;
-    xdrs->x_avail = op == XDR_FREE ? 0 : size;
+    SetAvail(xdrs, size);
     xdrs->x_flags = kViaMemory | kSeekable;
     return 1;
 }
@@ -323,14 +357,14 @@ int XdSync(XD_XDR_STRUCT* xdrs) {
     }
     if (x->x_op == XDR_DECODE) {
         // Hand back the read-ahead. A file that cannot seek keeps it in the buffer.
-        if (x->x_avail > 0 || (x->x_flags & kResyncFile)) {
+        if (Avail(x) > 0 || (x->x_flags & kResyncFile)) {
             if (!(x->x_flags & kSeekable) || !SeekTo(x, LogicalPos(x))) return 0;
             if (x->x_flags & kViaStdio) std::clearerr(x->x_file);
             if (!ResyncFile(x)) return 0;
         }
         x->x_base = LogicalPos(x);
         x->x_ptr = x->x_buf;
-        x->x_avail = 0;
+        SetAvail(x, 0);
     }
     return 1;
 }
@@ -363,7 +397,7 @@ int Xdr_setpos(XD_XDR_STRUCT* xdrs, XdrFilePos pos) {
     if (x->x_flags & kViaMemory) {
         if (p > x->x_cap) return 0;
         x->x_ptr = x->x_buf + p;
-        x->x_avail = x->x_cap - static_cast<size_t>(p);
+        SetAvail(x, x->x_cap - static_cast<size_t>(p));
         return 1;
     }
     if (x->x_op == XDR_ENCODE) {
@@ -371,17 +405,17 @@ int Xdr_setpos(XD_XDR_STRUCT* xdrs, XdrFilePos pos) {
         x->x_base = p;
         return 1;
     }
-    const uint64_t windowEnd = LogicalPos(x) + x->x_avail;
-    if (p >= x->x_base && p <= windowEnd) {
+    const uint64_t windowEnd = LogicalPos(x) + Avail(x);
+    if (p >= x->x_base && p <= windowEnd && x->x_error == 0) {
         x->x_ptr = x->x_buf + (p - x->x_base);
-        x->x_avail = static_cast<size_t>(windowEnd - p);
+        SetAvail(x, static_cast<size_t>(windowEnd - p));
         return 1;
     }
     if (!SeekTo(x, p)) return 0;
     if (x->x_flags & kViaStdio) std::clearerr(x->x_file);
     x->x_base = p;
     x->x_ptr = x->x_buf;
-    x->x_avail = 0;
+    SetAvail(x, 0);
     return 1;
 }
 
@@ -391,14 +425,13 @@ int XdPutBytes(XD_XDR_STRUCT* xdrs, const void* bytes, size_t n) {
     if (!IsOpen(xdrs) || xdrs->x_op != XDR_ENCODE || xdrs->x_error != 0) return 0;
     XD_XDR_STRUCT* x = xdrs;
     if (n == 0) return 1;
-    if ((x->x_flags & kViaMemory) && x->x_avail < n) return 0;
+    if ((x->x_flags & kViaMemory) && Avail(x) < n) return 0;
     const unsigned char* src = static_cast<const unsigned char*>(bytes);
     while (n > 0) {
-        if (x->x_avail == 0 && !FlushOut(x)) return 0;
-        const size_t k = std::min(n, x->x_avail);
+        if (Avail(x) == 0 && !FlushOut(x)) return 0;
+        const size_t k = std::min(n, Avail(x));
         std::memcpy(x->x_ptr, src, k);
-        x->x_ptr += k;
-        x->x_avail -= k;
+        x->x_ptr += k;  // the end stays: the room shrinks by k
         src += k;
         n -= k;
     }
@@ -409,17 +442,17 @@ int XdGetBytes(XD_XDR_STRUCT* xdrs, void* bytes, size_t n) {
     if (!IsOpen(xdrs) || xdrs->x_op != XDR_DECODE || xdrs->x_error != 0) return 0;
     XD_XDR_STRUCT* x = xdrs;
     unsigned char* dst = static_cast<unsigned char*>(bytes);
-    if (n > x->x_avail) {
+    if (n > Avail(x)) {
         if (x->x_flags & kViaMemory) return 0;
         if (n <= x->x_cap) {
             if (!Fill(x, n)) return 0;
         } else {
             // Larger than the buffer: what is buffered, then the rest straight from the file.
-            const size_t k = x->x_avail;
+            const size_t k = Avail(x);
             std::memcpy(dst, x->x_ptr, k);
             x->x_base += Used(x) + k;
             x->x_ptr = x->x_buf;
-            x->x_avail = 0;
+            SetAvail(x, 0);
             if (!Position(x, x->x_base)) return 0;
             for (size_t done = k; done < n;) {
                 errno = 0;
@@ -436,7 +469,6 @@ int XdGetBytes(XD_XDR_STRUCT* xdrs, void* bytes, size_t n) {
     }
     if (n > 0) std::memcpy(dst, x->x_ptr, n);
     x->x_ptr += n;
-    x->x_avail -= n;
     return 1;
 }
 

@@ -82,11 +82,13 @@ typedef double UT_MAT44[4][4];
 // overwrites the handle, so close an open one first.
 struct XD_XDR_STRUCT {
     xdr_op x_op;  // direction
-    // Maintained by the runtime, read by the inline codecs below: the next byte, and how many
-    // bytes from there an inline codec may take (encode: room, decode: buffered data). 0 sends
-    // every codec through the runtime (buffer full or empty, handle closed, or an error).
+    // Maintained by the runtime, read by the inline codecs below: the next byte, the end of the
+    // room to encode into and the end of the buffered data to decode. Only the end of the
+    // handle's direction is set; a null end, or too few bytes before it, sends a codec through
+    // the runtime (buffer full or empty, handle closed, or an error).
     unsigned char* x_ptr;
-    size_t x_avail;
+    unsigned char* x_wend;
+    unsigned char* x_rend;
     // Private to the runtime.
     unsigned char* x_buf;  // buffer start
     size_t x_cap;          // buffer size
@@ -155,26 +157,33 @@ inline uint32_t ToBig32(uint32_t v) {
 #endif
 }
 inline uint64_t ToBig64(uint64_t v) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    return __builtin_bswap64(v);
+#else
     return (static_cast<uint64_t>(ToBig32(static_cast<uint32_t>(v))) << 32) |
            ToBig32(static_cast<uint32_t>(v >> 32));
+#endif
+}
+
+// Bytes from p to end, negative when end is null (so the test "at least n" fails).
+inline ptrdiff_t Left(const unsigned char* end, const unsigned char* p) {
+    return static_cast<ptrdiff_t>(reinterpret_cast<uintptr_t>(end) - reinterpret_cast<uintptr_t>(p));
 }
 
 inline int Put32(XD_XDR_STRUCT* x, uint32_t v) {
     const uint32_t big = ToBig32(v);
-    if (x->x_avail >= 4) {
+    if (Left(x->x_wend, x->x_ptr) >= 4) {
         std::memcpy(x->x_ptr, &big, 4);
         x->x_ptr += 4;
-        x->x_avail -= 4;
         return 1;
     }
     return XdPutBytes(x, &big, 4);
 }
 inline int Get32(XD_XDR_STRUCT* x, uint32_t* v) {
     uint32_t big;
-    if (x->x_avail >= 4) {
+    if (Left(x->x_rend, x->x_ptr) >= 4) {
         std::memcpy(&big, x->x_ptr, 4);
         x->x_ptr += 4;
-        x->x_avail -= 4;
     } else if (!XdGetBytes(x, &big, 4)) {
         return 0;
     }
@@ -183,20 +192,18 @@ inline int Get32(XD_XDR_STRUCT* x, uint32_t* v) {
 }
 inline int Put64(XD_XDR_STRUCT* x, uint64_t v) {
     const uint64_t big = ToBig64(v);
-    if (x->x_avail >= 8) {
+    if (Left(x->x_wend, x->x_ptr) >= 8) {
         std::memcpy(x->x_ptr, &big, 8);
         x->x_ptr += 8;
-        x->x_avail -= 8;
         return 1;
     }
     return XdPutBytes(x, &big, 8);
 }
 inline int Get64(XD_XDR_STRUCT* x, uint64_t* v) {
     uint64_t big;
-    if (x->x_avail >= 8) {
+    if (Left(x->x_rend, x->x_ptr) >= 8) {
         std::memcpy(&big, x->x_ptr, 8);
         x->x_ptr += 8;
-        x->x_avail -= 8;
     } else if (!XdGetBytes(x, &big, 8)) {
         return 0;
     }
@@ -205,32 +212,52 @@ inline int Get64(XD_XDR_STRUCT* x, uint64_t* v) {
 }
 
 // One 32-bit unit: the item is turned into its unit by encode(), and a decoded unit is checked and
-// stored by decode(unit) (which returns 0 for a value the item cannot hold).
+// stored by decode(unit) (which returns 0 for a value the item cannot hold). The direction needs
+// no test on the fast paths: only the end of the handle's own direction is set.
 template <typename Encode, typename Decode>
 inline int Unit32(XD_XDR_STRUCT* x, Encode encode, Decode decode) {
     if (x == nullptr) return 0;
-    if (x->x_op == XDR_ENCODE) {
-        uint32_t u;
+    uint32_t u;
+    if (Left(x->x_wend, x->x_ptr) >= 4) {
         if (!encode(&u)) return 0;
-        return Put32(x, u);
+        u = ToBig32(u);
+        std::memcpy(x->x_ptr, &u, 4);
+        x->x_ptr += 4;
+        return 1;
     }
-    if (x->x_op == XDR_DECODE) {
-        uint32_t u;
-        return Get32(x, &u) && decode(u);
+    if (Left(x->x_rend, x->x_ptr) >= 4) {
+        std::memcpy(&u, x->x_ptr, 4);
+        x->x_ptr += 4;
+        return decode(ToBig32(u));
     }
+    if (x->x_op == XDR_ENCODE) return encode(&u) && Put32(x, u);
+    if (x->x_op == XDR_DECODE) return Get32(x, &u) && decode(u);
     return XdFreeNothing(x);
 }
 template <typename T>
 inline int Unit64(XD_XDR_STRUCT* x, T* v) {
     static_assert(sizeof(T) == 8);
     if (x == nullptr) return 0;
+    uint64_t u;
+    if (Left(x->x_wend, x->x_ptr) >= 8) {
+        std::memcpy(&u, v, 8);
+        u = ToBig64(u);
+        std::memcpy(x->x_ptr, &u, 8);
+        x->x_ptr += 8;
+        return 1;
+    }
+    if (Left(x->x_rend, x->x_ptr) >= 8) {
+        std::memcpy(&u, x->x_ptr, 8);
+        x->x_ptr += 8;
+        u = ToBig64(u);
+        std::memcpy(v, &u, 8);
+        return 1;
+    }
     if (x->x_op == XDR_ENCODE) {
-        uint64_t u;
         std::memcpy(&u, v, 8);
         return Put64(x, u);
     }
     if (x->x_op == XDR_DECODE) {
-        uint64_t u;
         if (!Get64(x, &u)) return 0;
         std::memcpy(v, &u, 8);
         return 1;

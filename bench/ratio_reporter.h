@@ -1,6 +1,7 @@
 // A console reporter that ends with the ratio of each registered pair measured in the same run:
-// "<label>: <peer> / <ours> = <ratio>x" (above 1: ours is faster). With --benchmark_repetitions
-// the medians are compared.
+// "<label>: <peer> / <ours> = <ratio>x" (above 1: ours is faster). CPU time is compared (the
+// machines are shared: time spent descheduled is nobody's); with --benchmark_repetitions the
+// medians are.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -21,9 +22,9 @@ public:
             if (run.error_occurred) continue;
             const std::string name = run.run_name.str();
             if (run.run_type == Run::RT_Aggregate) {
-                if (run.aggregate_name == "median") medians_[name] = run.GetAdjustedRealTime();
+                if (run.aggregate_name == "median") medians_[name] = run.GetAdjustedCPUTime();
             } else {
-                times_[name] = run.GetAdjustedRealTime();
+                times_[name] = run.GetAdjustedCPUTime();
             }
         }
         ConsoleReporter::ReportRuns(runs);
@@ -31,7 +32,7 @@ public:
 
     void Finalize() override {
         ConsoleReporter::Finalize();
-        std::printf("\nratios (peer time / our time, same run):\n");
+        std::printf("\nratios (peer CPU time / our CPU time, same run):\n");
         for (const Pair& p : pairs_) {
             const double ours = Time(p.ours);
             const double peer = Time(p.peer);

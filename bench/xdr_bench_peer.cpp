@@ -1,5 +1,6 @@
 #include <rpc/xdr.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +13,7 @@ namespace {
 // Runs write(x) on a new file and read(x) on it again.
 template <typename Write, typename Read>
 bool WriteThenRead(const char* path, Write write, Read read) {
+    std::remove(path);  // a new file: truncating one makes ext4 write it out on close
     FILE* f = std::fopen(path, "wb");
     if (f == nullptr) return false;
     XDR x;
@@ -30,75 +32,68 @@ bool WriteThenRead(const char* path, Write write, Read read) {
 
 }  // namespace
 
-int64_t Ints(const char* path, int n) {
-    int64_t sum = 0;
-    const bool ok = WriteThenRead(
+bool Ints(const char* path, const std::vector<int>& in, std::vector<int>& out) {
+    return WriteThenRead(
         path,
-        [n](XDR* x) {
-            for (int i = 0; i < n; ++i) {
-                int v = static_cast<int>(static_cast<unsigned>(i) * 2654435761u);
+        [&](XDR* x) {
+            for (int v : in) {
                 if (!xdr_int(x, &v)) return false;
             }
             return true;
         },
-        [n, &sum](XDR* x) {
-            for (int i = 0; i < n; ++i) {
-                int v;
+        [&](XDR* x) {
+            for (int& v : out) {
                 if (!xdr_int(x, &v)) return false;
-                sum += v;
             }
             return true;
         });
-    return ok ? sum : -1;
 }
 
-double Doubles(const char* path, int n) {
-    double sum = 0;
-    const bool ok = WriteThenRead(
+bool Doubles(const char* path, const std::vector<double>& in, std::vector<double>& out) {
+    return WriteThenRead(
         path,
-        [n](XDR* x) {
-            for (int i = 0; i < n; ++i) {
-                double v = i * 0.5;
+        [&](XDR* x) {
+            for (double v : in) {
                 if (!xdr_double(x, &v)) return false;
             }
             return true;
         },
-        [n, &sum](XDR* x) {
-            for (int i = 0; i < n; ++i) {
-                double v;
+        [&](XDR* x) {
+            for (double& v : out) {
                 if (!xdr_double(x, &v)) return false;
-                sum += v;
             }
             return true;
         });
-    return ok ? sum : -1;
 }
 
-int64_t Mixed(const char* path, int n, const std::vector<std::string>& texts) {
-    int64_t sum = 0;
+bool Mixed(const char* path, const std::vector<int>& ints, const std::vector<double>& doubles,
+           const std::vector<std::string>& texts, int64_t* lengths) {
+    const size_t n = ints.size();
+    int64_t total = 0;
     const bool ok = WriteThenRead(
         path,
         [&](XDR* x) {
-            for (int i = 0; i < n; ++i) {
-                int v = i;
-                double d = i * 0.25;
-                char* s = const_cast<char*>(texts[static_cast<size_t>(i) % texts.size()].c_str());
+            for (size_t i = 0; i < n; ++i) {
+                int v = ints[i];
+                double d = doubles[i];
+                char* s = const_cast<char*>(texts[i % texts.size()].c_str());
                 if (!xdr_int(x, &v) || !xdr_double(x, &d) || !xdr_string(x, &s, ~0u)) return false;
             }
             return true;
         },
         [&](XDR* x) {
-            for (int i = 0; i < n; ++i) {
+            for (size_t i = 0; i < n; ++i) {
                 int v;
                 double d;
                 char* s = nullptr;
                 if (!xdr_int(x, &v) || !xdr_double(x, &d) || !xdr_string(x, &s, ~0u)) return false;
-                sum += v + static_cast<int64_t>(d) + static_cast<int64_t>(std::strlen(s));
+                total += v + static_cast<int64_t>(d) + static_cast<int64_t>(std::strlen(s));
                 std::free(s);
             }
             return true;
         });
-    return ok ? sum : -1;
+    *lengths = total;
+    return ok;
 }
 
 }  // namespace tirpc_peer

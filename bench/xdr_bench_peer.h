@@ -3,17 +3,18 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
 namespace tirpc_peer {
 
-// Each writes n items through xdrstdio to a new file at path, reads them back through xdrstdio
-// and returns a checksum of what was read (-1 when an item failed).
-int64_t Ints(const char* path, int n);
-double Doubles(const char* path, int n);
-// Records of an int, a double and texts[i % texts.size()].
-int64_t Mixed(const char* path, int n, const std::vector<std::string>& texts);
+// Each writes the values through xdrstdio to a new file at path, then reads them back through
+// xdrstdio into out (sized like in). False when an item failed.
+bool Ints(const char* path, const std::vector<int>& in, std::vector<int>& out);
+bool Doubles(const char* path, const std::vector<double>& in, std::vector<double>& out);
+// Records of an int, a double and a text; the texts read back are freed after their length
+// is added to *lengths.
+bool Mixed(const char* path, const std::vector<int>& ints, const std::vector<double>& doubles,
+           const std::vector<std::string>& texts, int64_t* lengths);
 
 }  // namespace tirpc_peer

@@ -56,11 +56,14 @@ public:
     // count=<count>", module UtC_ptrlst) and yields a process-wide dummy slot set to null, so that
     // reading gives null and writing is harmless.
     void*& item(long i) {
-        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(count_)) return slots_[Slot(i)];
+        // Front part first: one comparison for the items before the gap (after appends: all).
+        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(gap_)) return slots_[i];
+        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(count_)) return back_[i];
         return itemInvalid_(i);
     }
     void* item(long i) const {
-        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(count_)) return slots_[Slot(i)];
+        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(gap_)) return slots_[i];
+        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(count_)) return back_[i];
         return itemInvalid_(i);
     }
     void*& operator[](long i) { return item(i); }
@@ -71,6 +74,7 @@ public:
         if (count_ < capacity_ && gap_ == count_) {
             slots_[count_++] = p;
             ++gap_;
+            --back_;
         } else {
             Insert(count_, p);
         }
@@ -86,7 +90,10 @@ public:
     // Removes item i; an index outside the list is ignored.
     void Remove(long i);
     // Empties the list; the array stays.
-    void RemoveAll() { count_ = gap_ = 0; }
+    void RemoveAll() {
+        count_ = gap_ = 0;
+        SyncBack();
+    }
 
     // Puts p into the first null item and returns its index, or appends it and returns the index
     // it got. A null p is refused with -1.
@@ -123,6 +130,8 @@ public:
 protected:
     // Slot of item i (0 <= i < count).
     long Slot(long i) const { return i < gap_ ? i : i + (capacity_ - count_); }
+    // Re-derives back_ after slots_, capacity_ or count_ changed.
+    void SyncBack() { back_ = slots_ + (capacity_ - count_); }
     void*& itemInvalid_(long i) const;
     // Moves the gap to position to (0 <= to <= count).
     void MoveGap(long to);
@@ -136,6 +145,9 @@ protected:
     int32_t capacity_;
     int32_t count_;
     int32_t gap_;
+    // slots_ + (capacity_ - count_): item i behind the gap is back_[i]. Derived, kept so that
+    // reading such an item costs no arithmetic on three fields.
+    void** back_;
 };
 
 // Walks a list by index. The iterator designates a current item (initially item 0); cur() is null

@@ -46,15 +46,18 @@ void UtCPtrListRangeError(long index) {
     std::abort();
 }
 
-UtCPtrList::UtCPtrList(long size) : slots_(nullptr), capacity_(0), count_(0), gap_(0) {
+UtCPtrList::UtCPtrList(long size)
+    : slots_(nullptr), capacity_(0), count_(0), gap_(0), back_(nullptr) {
     if (size < 1) return;
     const long capacity = UtCPtrListBestNewSize(size, sizeof(void*));
     if (capacity > INT32_MAX) return;
     slots_ = NewSlots(capacity);
     if (slots_ != nullptr) capacity_ = static_cast<int32_t>(capacity);
+    SyncBack();
 }
 
-UtCPtrList::UtCPtrList(const UtCPtrList& other) : slots_(nullptr), capacity_(0), count_(0), gap_(0) {
+UtCPtrList::UtCPtrList(const UtCPtrList& other)
+    : slots_(nullptr), capacity_(0), count_(0), gap_(0), back_(nullptr) {
     *this = other;
 }
 
@@ -72,6 +75,7 @@ UtCPtrList& UtCPtrList::operator=(const UtCPtrList& other) {
     capacity_ = other.capacity_;
     count_ = other.count_;
     gap_ = other.gap_;
+    SyncBack();
     return *this;
 }
 
@@ -118,6 +122,7 @@ bool UtCPtrList::Grow(long index) {
     delete[] slots_;
     slots_ = grown;
     capacity_ = static_cast<int32_t>(capacity);
+    SyncBack();
     return true;
 }
 
@@ -129,6 +134,7 @@ void UtCPtrList::Insert(long i, void* p) {
     slots_[i] = p;
     ++count_;
     ++gap_;
+    --back_;
 }
 
 void UtCPtrList::Remove(long i) {
@@ -136,6 +142,7 @@ void UtCPtrList::Remove(long i) {
     // With the gap behind item i, dropping the item is moving the gap back over it.
     MoveGap(i + 1);
     --count_;
+    ++back_;
     gap_ = static_cast<int32_t>(i);
 }
 
@@ -259,4 +266,5 @@ void UtCPtrList::SwapList(UtCPtrList& other) {
     std::swap(capacity_, other.capacity_);
     std::swap(count_, other.count_);
     std::swap(gap_, other.gap_);
+    std::swap(back_, other.back_);
 }
