@@ -14,7 +14,6 @@ static_assert(sizeof(off_t) >= 8, "64-bit file positions are needed");
 
 namespace {
 
-constexpr size_t kBufferSize = 64 * 1024;
 
 // Which routines move the bytes, and what the handle may do with its file.
 constexpr uint32_t kViaStdio = 1u;      // fread/fwrite/fseeko on x_file
@@ -108,7 +107,7 @@ bool SeekTo(XD_XDR_STRUCT* x, uint64_t pos) {
 
 // Puts the file at pos before a block transfer. Several handles (copies of a stream) may drive
 // one file, and stdio or the caller may have moved it: each handle keeps its own position and
-// sets it before every block, which costs one seek per 64 KiB. A file that cannot seek is taken
+// sets it before every block, which costs one seek per block. A file that cannot seek is taken
 // as it comes.
 bool Position(XD_XDR_STRUCT* x, uint64_t pos) {
     if (!(x->x_flags & kSeekable)) return true;
@@ -183,13 +182,13 @@ int OpenHandle(XD_XDR_STRUCT* x, xdr_op op, XD_HOW how, FILE* file, int fd, uint
     x->x_fd = -1;
     if (op != XDR_ENCODE && op != XDR_DECODE && op != XDR_FREE) return 0;
     void* buffer = nullptr;
-    if (op != XDR_FREE && UtAllocMemoryBlock(&buffer, kBufferSize, 1) != kUtMemOk) return 0;
+    if (op != XDR_FREE && UtAllocMemoryBlock(&buffer, kXdBufferSize, 1) != kUtMemOk) return 0;
     x->x_op = op;
     x->x_how = how;
     x->x_file = file;
     x->x_fd = fd;
     x->x_buf = static_cast<unsigned char*>(buffer);
-    x->x_cap = buffer != nullptr ? kBufferSize : 0;
+    x->x_cap = buffer != nullptr ? kXdBufferSize : 0;
     x->x_ptr = x->x_buf;
     SetAvail(x, op == XDR_ENCODE ? x->x_cap : 0);
     x->x_flags = flags | (buffer != nullptr ? kOwnsBuffer : 0u);
@@ -245,7 +244,7 @@ char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
     const bool known = KnownRemaining(x, &remaining);
     if (known && need > remaining) return nullptr;
     uint64_t have = 0;
-    uint64_t size = known ? n : std::min<uint64_t>(n, kBufferSize);
+    uint64_t size = known ? n : std::min<uint64_t>(n, kXdBufferSize);
     for (;;) {
         if (UtAllocMemoryBlock(&block, size + 1, 1) != kUtMemOk) break;
         if (!XdGetBytes(x, static_cast<char*>(block) + have, size - have)) break;

@@ -7,8 +7,9 @@
 // XDR_FREE. Codecs return non-zero on success and 0 on failure (closed or null handle, end of data,
 // I/O error, a value that does not fit its wire width or its C type).
 //
-// Buffering: a file handle owns a 64 KiB buffer and moves whole blocks to and from its file, so a
-// codec call costs no library call until the buffer runs full or empty. Consequences:
+// Buffering: a file handle owns a buffer of kXdBufferSize bytes and moves whole blocks to and
+// from its file, so a codec call costs no library call until the buffer runs full or empty.
+// Consequences:
 //  - encoded data reaches the file when the buffer fills, on XdSync and on XdClose; a write error
 //    shows at the item whose write found the buffer full, and sticks: every later item fails;
 //  - a decoding handle reads ahead; XdSync and XdClose hand the unread part back by seeking the
@@ -43,6 +44,9 @@
 
 // Direction of a handle (the values of ONC RPC).
 enum xdr_op { XDR_ENCODE = 0, XDR_DECODE = 1, XDR_FREE = 2 };
+
+// Bytes of the buffer of a file handle: the block size of its transfers.
+constexpr size_t kXdBufferSize = 256 * 1024;
 
 // Kind of file under a handle (the opener that made it).
 enum XD_HOW : int32_t {

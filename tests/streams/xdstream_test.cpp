@@ -191,14 +191,14 @@ TEST(XdStream, DoubleOnAFullDiskThrowsExWrite) {
     int written = 0;
     try {
         XdStdio out(U("/dev/full"), U("w"));
-        for (; written <= 65536 / 8 + 1; ++written) out << 1.0;
+        for (; written <= static_cast<int>(kXdBufferSize / 8) + 1; ++written) out << 1.0;
     } catch (const kbase::ExWrite& e) {
         message = e.what();
     } catch (const kbase::ExMain& e) {
         GTEST_SKIP() << "no /dev/full here: " << e.what();
     }
     EXPECT_EQ(message, "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float");
-    EXPECT_LE(written, 65536 / 8) << "thrown when the first buffer could not be written";
+    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8)) << "thrown when the first buffer could not be written";
 }
 
 TEST(XdStream, TextIntoTheCallersBufferIsLimitedTo65535Bytes) {
