@@ -14,24 +14,29 @@ static_assert(sizeof(off_t) >= 8, "64-bit file positions are needed");
 
 namespace {
 
-
 // Which routines move the bytes, and what the handle may do with its file.
-constexpr uint32_t kViaStdio = 1u;      // fread/fwrite/fseeko on x_file
-constexpr uint32_t kViaFd = 2u;         // read/write/lseek on x_fd
-constexpr uint32_t kViaMemory = 4u;     // the caller's block; nothing to move
+constexpr uint32_t kViaStdio = 1u;   // fread/fwrite/fseeko on x_file
+constexpr uint32_t kViaFd = 2u;      // read/write/lseek on x_fd
+constexpr uint32_t kViaMemory = 4u;  // the caller's block; nothing to move
 constexpr uint32_t kOwnsBuffer = 8u;
-constexpr uint32_t kSeekable = 16u;     // the opening position was known
-constexpr uint32_t kResyncFile = 32u;   // x_file must be put back at our position (UtFile kind)
+constexpr uint32_t kSeekable = 16u;    // the opening position was known
+constexpr uint32_t kResyncFile = 32u;  // x_file must be put back at our position (UtFile kind)
 
 // ---- platform: the only operating-system calls of the XDR layer ----------------------------
 
-int64_t TellFile(FILE* f) { return static_cast<int64_t>(ftello(f)); }
-bool SeekFile(FILE* f, uint64_t pos) {
-    return pos <= static_cast<uint64_t>(INT64_MAX) && fseeko(f, static_cast<off_t>(pos), SEEK_SET) == 0;
+int64_t TellFile(FILE* f) {
+    return static_cast<int64_t>(ftello(f));
 }
-int64_t TellFd(int fd) { return static_cast<int64_t>(lseek(fd, 0, SEEK_CUR)); }
+bool SeekFile(FILE* f, uint64_t pos) {
+    return pos <= static_cast<uint64_t>(INT64_MAX) &&
+           fseeko(f, static_cast<off_t>(pos), SEEK_SET) == 0;
+}
+int64_t TellFd(int fd) {
+    return static_cast<int64_t>(lseek(fd, 0, SEEK_CUR));
+}
 bool SeekFd(int fd, uint64_t pos) {
-    return pos <= static_cast<uint64_t>(INT64_MAX) && lseek(fd, static_cast<off_t>(pos), SEEK_SET) >= 0;
+    return pos <= static_cast<uint64_t>(INT64_MAX) &&
+           lseek(fd, static_cast<off_t>(pos), SEEK_SET) >= 0;
 }
 // Bytes read (> 0), 0 at the end of the file, -1 on an error (errno set).
 int64_t ReadFd(int fd, void* dst, size_t n) {
@@ -67,13 +72,21 @@ int64_t RegularFileSize(int fd) {
 
 // ---- buffer and file ---------------------------------------------------------------------------
 
-bool IsOpen(const XD_XDR_STRUCT* x) { return x != nullptr && x->x_how != XD_HOW_NONE; }
-size_t Used(const XD_XDR_STRUCT* x) { return static_cast<size_t>(x->x_ptr - x->x_buf); }
-uint64_t LogicalPos(const XD_XDR_STRUCT* x) { return x->x_base + Used(x); }
+bool IsOpen(const XD_XDR_STRUCT* x) {
+    return x != nullptr && x->x_how != XD_HOW_NONE;
+}
+size_t Used(const XD_XDR_STRUCT* x) {
+    return static_cast<size_t>(x->x_ptr - x->x_buf);
+}
+uint64_t LogicalPos(const XD_XDR_STRUCT* x) {
+    return x->x_base + Used(x);
+}
 
 // Bytes the inline codecs may take from x_ptr on: room (encode) or buffered data (decode).
 size_t Avail(const XD_XDR_STRUCT* x) {
-    const unsigned char* end = x->x_op == XDR_ENCODE ? x->x_wend : x->x_op == XDR_DECODE ? x->x_rend : nullptr;
+    const unsigned char* end = x->x_op == XDR_ENCODE   ? x->x_wend
+                               : x->x_op == XDR_DECODE ? x->x_rend
+                                                       : nullptr;
     return end != nullptr ? static_cast<size_t>(end - x->x_ptr) : 0;
 }
 // Opens the inline path in the handle's direction for n bytes from x_ptr (0 closes it).
@@ -206,7 +219,9 @@ bool ResyncFile(XD_XDR_STRUCT* x) {
 }
 
 constexpr unsigned char kZeros[4] = {0, 0, 0, 0};
-uint32_t PadOf(uint64_t n) { return static_cast<uint32_t>((4 - n % 4) % 4); }
+uint32_t PadOf(uint64_t n) {
+    return static_cast<uint32_t>((4 - n % 4) % 4);
+}
 
 int PutText(XD_XDR_STRUCT* x, const char* p, uint64_t n) {
     if (n > UINT32_MAX) return 0;
@@ -272,7 +287,9 @@ int GetTextInto(XD_XDR_STRUCT* x, char* dst, uint32_t n) {
     return 1;
 }
 
-bool IsFree(const XD_XDR_STRUCT* x) { return x != nullptr && x->x_op == XDR_FREE; }
+bool IsFree(const XD_XDR_STRUCT* x) {
+    return x != nullptr && x->x_op == XDR_FREE;
+}
 
 uint32_t Fnv1a(const unsigned char* p, size_t n) {
     uint32_t h = 2166136261u;
@@ -290,7 +307,9 @@ constexpr unsigned char kHeaderLayout = 1;
 
 // ---- opening and closing -----------------------------------------------------------------------
 
-int XdFileno(FILE* file) { return file != nullptr ? ::fileno(file) : -1; }
+int XdFileno(FILE* file) {
+    return file != nullptr ? ::fileno(file) : -1;
+}
 
 int XdOpenXdrStdIo(XD_XDR_STRUCT* xdrs, FILE* file, xdr_op op) {
     if (xdrs == nullptr) return 0;
@@ -471,7 +490,9 @@ int XdGetBytes(XD_XDR_STRUCT* xdrs, void* bytes, size_t n) {
     return 1;
 }
 
-int XdFreeNothing(XD_XDR_STRUCT* xdrs) { return IsFree(xdrs) ? 1 : 0; }
+int XdFreeNothing(XD_XDR_STRUCT* xdrs) {
+    return IsFree(xdrs) ? 1 : 0;
+}
 
 // ---- items with a body of their own ------------------------------------------------------------
 
@@ -547,9 +568,18 @@ int Xdr_A_STRING_N(XD_XDR_STRUCT* xdrs, char** s, uint32_t* length) {
 int OsMagicWrite(XD_XDR_STRUCT* xdrs, unsigned char fileType, unsigned char majorVers,
                  unsigned char minorVers, char subVers, unsigned char how) {
     if (!IsOpen(xdrs) || xdrs->x_op != XDR_ENCODE) return kXdMagicIoError;
-    unsigned char h[kXdMagicSize] = {kMagic[0], kMagic[1], kMagic[2], kMagic[3],
-                                     kHeaderLayout, fileType, majorVers, minorVers,
-                                     static_cast<unsigned char>(subVers), how, 0, 0};
+    unsigned char h[kXdMagicSize] = {kMagic[0],
+                                     kMagic[1],
+                                     kMagic[2],
+                                     kMagic[3],
+                                     kHeaderLayout,
+                                     fileType,
+                                     majorVers,
+                                     minorVers,
+                                     static_cast<unsigned char>(subVers),
+                                     how,
+                                     0,
+                                     0};
     const uint32_t check = Fnv1a(h, 12);
     h[12] = static_cast<unsigned char>(check >> 24);
     h[13] = static_cast<unsigned char>(check >> 16);

@@ -16,9 +16,10 @@
 //    file to the logical position (when it can seek), so the file continues where the data ended.
 //
 // Wire forms (every one a sequence of 4-byte XDR units):
-//   char, short, int, long (32-bit), unsigned char/short/long: one XDR int / unsigned int. Encoding a
-//     long or unsigned long outside 32 bits fails; decoding a value outside the C type's range
-//     fails (char accepts -128..255, so files of signed- and unsigned-char platforms both read).
+//   char, short, int, long (32-bit), unsigned char/short/long: one XDR int / unsigned int.
+//     Encoding a long or unsigned long outside 32 bits fails; decoding a value outside the C
+//     type's range fails (char accepts -128..255, so files of signed- and unsigned-char platforms
+//     both read).
 //   unsigned long long (and long long): XDR unsigned hyper / hyper.
 //   float, double: XDR float / double (IEEE 754 bits, NaN payloads kept).
 //   strings: XDR string: 4-byte length, the bytes, zero padding to a multiple of four.
@@ -104,7 +105,7 @@ struct XD_XDR_STRUCT {
     uint32_t x_flags;
 };
 
-// ---- opening and closing -----------------------------------------------------------------------
+// ---- opening and closing ------------------------------------------------------------------------
 // Each opener returns 1 and leaves the handle open, or 0 (null file or handle, no memory for the
 // buffer) and leaves it closed. The handle starts at the file's current position.
 [[nodiscard]] BASERT_API int XdOpenXdrStdIo(XD_XDR_STRUCT* xdrs, FILE* file, xdr_op op);
@@ -127,7 +128,7 @@ BASERT_API int XdSync(XD_XDR_STRUCT* xdrs);
 // The descriptor of a stdio file, or -1 when it has none.
 BASERT_API int XdFileno(FILE* file);
 
-// ---- positions ---------------------------------------------------------------------------------
+// ---- positions ----------------------------------------------------------------------------------
 // The logical position: bytes from the start of the file (from the opening point for a file
 // that cannot seek). {UINT64_MAX} for a null or closed handle.
 BASERT_API XdrFilePos Xdr_getpos(XD_XDR_STRUCT* xdrs);
@@ -137,7 +138,7 @@ BASERT_API XdrFilePos Xdr_getpos(XD_XDR_STRUCT* xdrs);
 // also works on a pipe.
 BASERT_API int Xdr_setpos(XD_XDR_STRUCT* xdrs, XdrFilePos pos);
 
-// ---- the transfer paths under the inline codecs ----------------------------------------------
+// ---- the transfer paths under the inline codecs -------------------------------------------------
 // Writes or reads n bytes as they are. Decoding fails without consuming anything when fewer than
 // n bytes are left (for n up to the buffer size). Meant for the codecs; a caller uses Xdr_*.
 BASERT_API int XdPutBytes(XD_XDR_STRUCT* xdrs, const void* bytes, size_t n);
@@ -153,7 +154,8 @@ inline uint32_t ToBig32(uint32_t v) {
 #elif defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     return v;
 #else
-    const unsigned char b[4] = {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
+    const unsigned char b[4] = {static_cast<unsigned char>(v >> 24),
+                                static_cast<unsigned char>(v >> 16),
                                 static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
     uint32_t r;
     std::memcpy(&r, b, 4);
@@ -171,7 +173,8 @@ inline uint64_t ToBig64(uint64_t v) {
 
 // Bytes from p to end, negative when end is null (so the test "at least n" fails).
 inline ptrdiff_t Left(const unsigned char* end, const unsigned char* p) {
-    return static_cast<ptrdiff_t>(reinterpret_cast<uintptr_t>(end) - reinterpret_cast<uintptr_t>(p));
+    return static_cast<ptrdiff_t>(reinterpret_cast<uintptr_t>(end) -
+                                  reinterpret_cast<uintptr_t>(p));
 }
 
 inline int Put32(XD_XDR_STRUCT* x, uint32_t v) {
@@ -268,11 +271,13 @@ inline int Unit64(XD_XDR_STRUCT* x, T* v) {
     }
     return XdFreeNothing(x);
 }
-inline int32_t AsSigned(uint32_t u) { return static_cast<int32_t>(u); }
+inline int32_t AsSigned(uint32_t u) {
+    return static_cast<int32_t>(u);
+}
 
 }  // namespace basert_xdr_inline
 
-// ---- item codecs -------------------------------------------------------------------------------
+// ---- item codecs --------------------------------------------------------------------------------
 inline int Xdr_INT(XD_XDR_STRUCT* xdrs, int* v) {
     using namespace basert_xdr_inline;
     return Unit32(
@@ -324,7 +329,8 @@ inline int Xdr_CHAR(XD_XDR_STRUCT* xdrs, char* v) {
     return Unit32(
         xdrs,
         [v](uint32_t* u) {
-            return *u = static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(*v))), 1;
+            return *u = static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(*v))),
+                   1;
         },
         [v](uint32_t u) {
             const int32_t s = AsSigned(u);
@@ -348,11 +354,15 @@ inline int Xdr_FLOAT(XD_XDR_STRUCT* xdrs, float* v) {
         xdrs, [v](uint32_t* u) { return std::memcpy(u, v, 4), 1; },
         [v](uint32_t u) { return std::memcpy(v, &u, 4), 1; });
 }
-inline int Xdr_REAL(XD_XDR_STRUCT* xdrs, double* v) { return basert_xdr_inline::Unit64(xdrs, v); }
+inline int Xdr_REAL(XD_XDR_STRUCT* xdrs, double* v) {
+    return basert_xdr_inline::Unit64(xdrs, v);
+}
 inline int Xdr_ULONG64(XD_XDR_STRUCT* xdrs, unsigned long long* v) {
     return basert_xdr_inline::Unit64(xdrs, v);
 }
-inline int Xdr_LONG64(XD_XDR_STRUCT* xdrs, long long* v) { return basert_xdr_inline::Unit64(xdrs, v); }
+inline int Xdr_LONG64(XD_XDR_STRUCT* xdrs, long long* v) {
+    return basert_xdr_inline::Unit64(xdrs, v);
+}
 inline int Xdr_F_POS(XD_XDR_STRUCT* xdrs, XdrFilePos* pos) {
     return basert_xdr_inline::Unit64(xdrs, &pos->value);
 }
@@ -384,7 +394,7 @@ inline int Xdr_UT_MAT44(XD_XDR_STRUCT* xdrs, UT_MAT44 m) {
     return 1;
 }
 
-// ---- strings -----------------------------------------------------------------------------------
+// ---- strings ------------------------------------------------------------------------------------
 // A NUL-terminated text of at most maxLength bytes. Encode: *s is written (null as the empty text);
 // a longer text fails. Decode: a longer text fails before its bytes are read; otherwise the text
 // is stored into the caller's buffer *s, which must hold the text and its terminator, or into a
@@ -399,7 +409,7 @@ inline int Xdr_UT_MAT44(XD_XDR_STRUCT* xdrs, UT_MAT44 m) {
 // decode stores a new terminated block into *s and its byte count into *length.
 [[nodiscard]] BASERT_API int Xdr_A_STRING_N(XD_XDR_STRUCT* xdrs, char** s, uint32_t* length);
 
-// ---- file header ---------------------------------------------------------------------------------
+// ---- file header --------------------------------------------------------------------------------
 // The header of a checked XDR file, 16 bytes (four XDR units) at the handle's position:
 //   bytes 0..3   magic "KBXD"
 //   byte  4      layout version, 1

@@ -12,7 +12,9 @@
 
 namespace {
 
-void* P(uint64_t n) { return reinterpret_cast<void*>(static_cast<uintptr_t>(n)); }
+void* P(uint64_t n) {
+    return reinterpret_cast<void*>(static_cast<uintptr_t>(n));
+}
 
 // A small fixed-seed generator, the same sequence for both contenders.
 struct Lcg {
@@ -73,7 +75,8 @@ void BM_RandomInsert_PtrList(benchmark::State& state) {
     for (auto _ : state) {
         UtCPtrList list;
         Lcg rng;
-        for (long i = 0; i < n; ++i) list.Insert(static_cast<long>(rng() % (list.count() + 1)), P(i));
+        for (long i = 0; i < n; ++i)
+            list.Insert(static_cast<long>(rng() % (list.count() + 1)), P(i));
         benchmark::DoNotOptimize(list.item(0));
     }
     state.SetItemsProcessed(state.iterations() * n);
@@ -84,7 +87,8 @@ void BM_RandomInsert_Vector(benchmark::State& state) {
     for (auto _ : state) {
         std::vector<void*> v;
         Lcg rng;
-        for (long i = 0; i < n; ++i) v.insert(v.begin() + static_cast<long>(rng() % (v.size() + 1)), P(i));
+        for (long i = 0; i < n; ++i)
+            v.insert(v.begin() + static_cast<long>(rng() % (v.size() + 1)), P(i));
         benchmark::DoNotOptimize(v[0]);
     }
     state.SetItemsProcessed(state.iterations() * n);
@@ -107,7 +111,8 @@ void Scan(benchmark::State& state, long n, Get get) {
     } else {
         for (auto _ : state) {
             uint64_t h = 14695981039346656037ull;
-            for (long i = 0; i < n; ++i) h = (h ^ reinterpret_cast<uintptr_t>(get(i))) * 1099511628211ull;
+            for (long i = 0; i < n; ++i)
+                h = (h ^ reinterpret_cast<uintptr_t>(get(i))) * 1099511628211ull;
             benchmark::DoNotOptimize(h);
         }
     }
@@ -175,13 +180,15 @@ int main(int argc, char** argv) {
     for (const char* body : {"0", "1"}) {
         const std::string what = body[0] == '0' ? "opaque consumer" : "running hash";
         for (const char* gap : {"0", "1"}) {
-            reporter.AddPair(std::string("indexed scan, N=1M, ") + what + (gap[0] == '0' ? ", gap at end" : ", gap mid") +
+            reporter.AddPair(std::string("indexed scan, N=1M, ") + what +
+                                 (gap[0] == '0' ? ", gap at end" : ", gap mid") +
                                  " (goal >= 1/1.1)",
                              std::string("BM_Scan_PtrList/1000000/") + gap + "/" + body,
                              std::string("BM_Scan_Vector/1000000/0/") + body);
         }
     }
-    reporter.AddPair("append, N=1M (goal >= 1/1.5)", "BM_Append_PtrList/1000000", "BM_Append_Vector/1000000");
+    reporter.AddPair("append, N=1M (goal >= 1/1.5)", "BM_Append_PtrList/1000000",
+                     "BM_Append_Vector/1000000");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;

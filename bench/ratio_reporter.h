@@ -12,7 +12,7 @@
 #include <vector>
 
 class RatioReporter : public benchmark::ConsoleReporter {
-public:
+  public:
     void AddPair(std::string label, std::string ours, std::string peer) {
         pairs_.push_back({std::move(label), std::move(ours), std::move(peer)});
     }
@@ -44,7 +44,7 @@ public:
         }
     }
 
-private:
+  private:
     struct Pair {
         std::string label, ours, peer;
     };

@@ -29,7 +29,8 @@ const std::vector<int>& Ints(int n) {
     static std::vector<int> v;
     if (v.size() != static_cast<size_t>(n)) {
         v.resize(static_cast<size_t>(n));
-        for (int i = 0; i < n; ++i) v[static_cast<size_t>(i)] = static_cast<int>(static_cast<unsigned>(i) * 2654435761u);
+        for (int i = 0; i < n; ++i)
+            v[static_cast<size_t>(i)] = static_cast<int>(static_cast<unsigned>(i) * 2654435761u);
     }
     return v;
 }
@@ -46,7 +47,8 @@ const std::vector<double>& Doubles(int n) {
 const std::vector<std::string>& Texts() {
     static const std::vector<std::string> texts = [] {
         std::vector<std::string> t;
-        for (int i = 0; i < 64; ++i) t.push_back("wall-" + std::to_string(i * 7919) + std::string(i % 7, 'x'));
+        for (int i = 0; i < 64; ++i)
+            t.push_back("wall-" + std::to_string(i * 7919) + std::string(i % 7, 'x'));
         return t;
     }();
     return texts;
@@ -144,7 +146,8 @@ void BM_Mixed_Ours(benchmark::State& state) {
         OursWriteThenRead(
             path,
             [&](XdrEnStream& s) {
-                for (size_t i = 0; i < ints.size(); ++i) s << ints[i] << doubles[i] << texts[i % texts.size()].c_str();
+                for (size_t i = 0; i < ints.size(); ++i)
+                    s << ints[i] << doubles[i] << texts[i % texts.size()].c_str();
             },
             [&](XdrDeStream& s) {
                 int64_t local = 0;
@@ -153,7 +156,8 @@ void BM_Mixed_Ours(benchmark::State& state) {
                     double d = 0;
                     char* text = nullptr;
                     s >> v >> d >> text;
-                    local += v + static_cast<int64_t>(d) + static_cast<int64_t>(text != nullptr ? std::strlen(text) : 0);
+                    local += v + static_cast<int64_t>(d) +
+                             static_cast<int64_t>(text != nullptr ? std::strlen(text) : 0);
                     UtFreeMemory(text);
                 }
                 total = local;
@@ -170,7 +174,8 @@ void BM_Mixed_Tirpc(benchmark::State& state) {
     const std::vector<double>& doubles = Doubles(kRecords);
     for (auto _ : state) {
         int64_t total = 0;
-        if (!tirpc_peer::Mixed(path.c_str(), ints, doubles, Texts(), &total)) state.SkipWithError("libtirpc failed");
+        if (!tirpc_peer::Mixed(path.c_str(), ints, doubles, Texts(), &total))
+            state.SkipWithError("libtirpc failed");
         benchmark::DoNotOptimize(total);
     }
     std::remove(path.c_str());

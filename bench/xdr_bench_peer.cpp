@@ -1,10 +1,10 @@
+#include "xdr_bench_peer.h"
+
 #include <rpc/xdr.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include "xdr_bench_peer.h"
 
 namespace tirpc_peer {
 

@@ -27,25 +27,82 @@ constexpr int kMaxSteps = 256;
 // One decode step; returns the codec's status.
 int Step(XD_XDR_STRUCT* x, uint8_t op) {
     switch (op % 28) {
-        case 0: { int v; return Xdr_INT(x, &v); }
-        case 1: { long v; return Xdr_SLONG(x, &v); }
-        case 2: { unsigned long v; return Xdr_ULONG(x, &v); }
-        case 3: { short v; return Xdr_SSHORT(x, &v); }
-        case 4: { unsigned short v; return Xdr_USHORT(x, &v); }
-        case 5: { char v; return Xdr_CHAR(x, &v); }
-        case 6: { unsigned char v; return Xdr_UBYTE(x, &v); }
-        case 7: { float v; return Xdr_FLOAT(x, &v); }
-        case 8: { double v; return Xdr_REAL(x, &v); }
-        case 9: { unsigned long long v; return Xdr_ULONG64(x, &v); }
-        case 10: { long long v; return Xdr_LONG64(x, &v); }
-        case 11: { XdrFilePos v; return Xdr_F_POS(x, &v); }
-        case 12: { void* v; return Xdr_POINTER(x, &v); }
-        case 13: { IPT v; return Xdr_IPT(x, &v); }
-        case 14: { RPT v; return Xdr_RPT(x, &v); }
-        case 15: { RPT3 v; return Xdr_RPT3(x, &v); }
-        case 16: { RPT3H v; return Xdr_RPT3H(x, &v); }
-        case 17: { FPT3 v; return Xdr_FPT3(x, &v); }
-        case 18: { UT_MAT44 m; return Xdr_UT_MAT44(x, m); }
+        case 0: {
+            int v;
+            return Xdr_INT(x, &v);
+        }
+        case 1: {
+            long v;
+            return Xdr_SLONG(x, &v);
+        }
+        case 2: {
+            unsigned long v;
+            return Xdr_ULONG(x, &v);
+        }
+        case 3: {
+            short v;
+            return Xdr_SSHORT(x, &v);
+        }
+        case 4: {
+            unsigned short v;
+            return Xdr_USHORT(x, &v);
+        }
+        case 5: {
+            char v;
+            return Xdr_CHAR(x, &v);
+        }
+        case 6: {
+            unsigned char v;
+            return Xdr_UBYTE(x, &v);
+        }
+        case 7: {
+            float v;
+            return Xdr_FLOAT(x, &v);
+        }
+        case 8: {
+            double v;
+            return Xdr_REAL(x, &v);
+        }
+        case 9: {
+            unsigned long long v;
+            return Xdr_ULONG64(x, &v);
+        }
+        case 10: {
+            long long v;
+            return Xdr_LONG64(x, &v);
+        }
+        case 11: {
+            XdrFilePos v;
+            return Xdr_F_POS(x, &v);
+        }
+        case 12: {
+            void* v;
+            return Xdr_POINTER(x, &v);
+        }
+        case 13: {
+            IPT v;
+            return Xdr_IPT(x, &v);
+        }
+        case 14: {
+            RPT v;
+            return Xdr_RPT(x, &v);
+        }
+        case 15: {
+            RPT3 v;
+            return Xdr_RPT3(x, &v);
+        }
+        case 16: {
+            RPT3H v;
+            return Xdr_RPT3H(x, &v);
+        }
+        case 17: {
+            FPT3 v;
+            return Xdr_FPT3(x, &v);
+        }
+        case 18: {
+            UT_MAT44 m;
+            return Xdr_UT_MAT44(x, m);
+        }
         case 19: {  // into a caller's buffer with a limit
             char buffer[64];
             char* p = buffer;
@@ -123,14 +180,50 @@ void CheckedStream(FILE* f, const uint8_t* program) {
     for (int i = 0; i < kMaxSteps && failures < 16; ++i) {
         try {
             switch (program[i % kProgram] % 8) {
-                case 0: { int v; in >> v; break; }
-                case 1: { unsigned long v; in >> v; break; }
-                case 2: { double v; in >> v; break; }
-                case 3: { char v; in >> v; break; }
-                case 4: { char buffer[XdIStream::kMaxText + 1]; in >> buffer; break; }
-                case 5: { char* p = nullptr; in >> &p; UtFreeMemory(p); break; }
-                case 6: { short v; in >> v; break; }
-                default: { std::unique_ptr<UtIStream> dup(in.Dup()); if (dup) { float v; *dup >> v; } break; }
+                case 0: {
+                    int v;
+                    in >> v;
+                    break;
+                }
+                case 1: {
+                    unsigned long v;
+                    in >> v;
+                    break;
+                }
+                case 2: {
+                    double v;
+                    in >> v;
+                    break;
+                }
+                case 3: {
+                    char v;
+                    in >> v;
+                    break;
+                }
+                case 4: {
+                    char buffer[XdIStream::kMaxText + 1];
+                    in >> buffer;
+                    break;
+                }
+                case 5: {
+                    char* p = nullptr;
+                    in >> &p;
+                    UtFreeMemory(p);
+                    break;
+                }
+                case 6: {
+                    short v;
+                    in >> v;
+                    break;
+                }
+                default: {
+                    std::unique_ptr<UtIStream> dup(in.Dup());
+                    if (dup) {
+                        float v;
+                        *dup >> v;
+                    }
+                    break;
+                }
             }
             failures = 0;
         } catch (const kbase::ExRead&) {

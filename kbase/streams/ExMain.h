@@ -13,7 +13,7 @@
 namespace kbase {
 
 class KBASE_API ExMain : public std::exception {
-public:
+  public:
     // A complete message (prefix included) and the result code that caused it (0 when none).
     explicit ExMain(std::string message, int code = 0);
     // The location prefix followed directly by text.
@@ -29,31 +29,31 @@ public:
     // "in file "<module>" at line <line>: "
     static std::string LocationPrefix(const char* module, int line);
 
-private:
+  private:
     std::string message_;
     int code_;
 };
 
 class KBASE_API ExRead : public ExMain {
-public:
+  public:
     using ExMain::ExMain;
     ~ExRead() override;
 };
 
 class KBASE_API ExWrite : public ExMain {
-public:
+  public:
     using ExMain::ExMain;
     ~ExWrite() override;
 };
 
 class KBASE_API ExOpen : public ExMain {
-public:
+  public:
     using ExMain::ExMain;
     ~ExOpen() override;
 };
 
 class KBASE_API ExMem : public ExMain {
-public:
+  public:
     using ExMain::ExMain;
     ~ExMem() override;
 };

@@ -11,7 +11,7 @@
 #include "kbase/export.h"
 
 class KBASE_API UtStream {
-public:
+  public:
     UtStream() = default;
     UtStream(const UtStream&) = default;
     UtStream& operator=(const UtStream&) = default;
@@ -24,7 +24,7 @@ public:
 };
 
 class KBASE_API UtIStream : public virtual UtStream {
-public:
+  public:
     UtIStream() = default;
     UtIStream(const UtIStream& other) : UtStream(other) {}
     UtIStream& operator=(const UtIStream&) = default;
@@ -50,7 +50,7 @@ public:
 };
 
 class KBASE_API UtOStream : public virtual UtStream {
-public:
+  public:
     UtOStream() = default;
     UtOStream(const UtOStream& other) : UtStream(other) {}
     UtOStream& operator=(const UtOStream&) = default;

@@ -104,4 +104,6 @@ XdIStream& XdIStream::operator>>(char** text) {
     return *this;
 }
 
-UtIStream* XdIStream::Dup() const { return new (std::nothrow) XdIStream(*this); }
+UtIStream* XdIStream::Dup() const {
+    return new (std::nothrow) XdIStream(*this);
+}

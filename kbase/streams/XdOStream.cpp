@@ -95,6 +95,10 @@ XdOStream& XdOStream::operator<<(const char* text) {
     return *this;
 }
 
-bool XdOStream::Flush() { return XdSync(GetXdrPtr()) != 0; }
+bool XdOStream::Flush() {
+    return XdSync(GetXdrPtr()) != 0;
+}
 
-UtOStream* XdOStream::Dup() const { return new (std::nothrow) XdOStream(*this); }
+UtOStream* XdOStream::Dup() const {
+    return new (std::nothrow) XdOStream(*this);
+}

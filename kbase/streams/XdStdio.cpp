@@ -21,13 +21,17 @@ XdStdioFile* XdStdioFile::Create(const char* path, const char* mode) {
     return object;
 }
 
-void XdStdioFile::Discard(XdStdioFile* object) { delete object; }
+void XdStdioFile::Discard(XdStdioFile* object) {
+    delete object;
+}
 
 void XdStdioFile::Release() {
     if (--refs_ <= 0) delete this;
 }
 
-XdStdioFile::~XdStdioFile() { UtFileClose(file_); }
+XdStdioFile::~XdStdioFile() {
+    UtFileClose(file_);
+}
 
 }  // namespace kbase_streams_internal
 
@@ -53,7 +57,9 @@ std::string Format(const char* format, Args... args) {
 
 XdStdio::XdStdio() = default;
 
-XdStdio::XdStdio(const UtCString& path, const UtCString& mode) { Open(path, mode); }
+XdStdio::XdStdio(const UtCString& path, const UtCString& mode) {
+    Open(path, mode);
+}
 
 XdStdio::XdStdio(const XdStdio& other)
     : UtStream(other), XdStream(other), XdIStream(other), XdOStream(other) {}
@@ -81,10 +87,10 @@ void XdStdio::Open(const UtCString& path, const UtCString& mode) {
     if (rc != 0) {
         DetachFile();  // forget the file before it is closed
         XdStdioFile::Discard(object);
-        throw kbase::ExOpen(Format("%s Error opening file \"%s\"",
-                                   kbase::ExMain::LocationPrefix(kModule, kLineErrorOpening).c_str(),
-                                   name.c_str()),
-                            rc);
+        throw kbase::ExOpen(
+            Format("%s Error opening file \"%s\"",
+                   kbase::ExMain::LocationPrefix(kModule, kLineErrorOpening).c_str(), name.c_str()),
+            rc);
     }
     AdoptFile(object);
 }

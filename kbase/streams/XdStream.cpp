@@ -1,13 +1,16 @@
+#include "kbase/streams/XdStream.h"
+
 #include <cstring>
 
-#include "kbase/streams/XdStream.h"
 #include "kbase/streams/internal/XdStdioFile.h"
 
 using kbase_streams_internal::XdStdioFile;
 
 XdStream::XdStream() = default;
 
-XdStream::XdStream(const XdStream& other) : UtStream(other) { OpenLike(other); }
+XdStream::XdStream(const XdStream& other) : UtStream(other) {
+    OpenLike(other);
+}
 
 XdStream& XdStream::operator=(const XdStream& other) {
     if (this != &other) {
@@ -62,7 +65,9 @@ bool XdStream::OpenHandle(xdr_op op) {
     return ok != 0;
 }
 
-bool XdStream::CloseHandle() { return XdClose(&xdr_) != 0; }
+bool XdStream::CloseHandle() {
+    return XdClose(&xdr_) != 0;
+}
 
 void XdStream::DetachFile() {
     CloseHandle();

@@ -27,7 +27,7 @@ class XdStdioFile;
 }
 
 class KBASE_API XdStream : public virtual UtStream {
-public:
+  public:
     XdStream();
     // Copies the header fields and the file, and opens a new handle on that file, at the other
     // stream's position (its buffer is written out or its read-ahead handed back first), with
@@ -61,7 +61,7 @@ public:
     int64_t Tell() override;
     bool Seek(int64_t position) override;
 
-protected:
+  protected:
     FILE* file() const { return file_; }
     // Closes the handle (writing out what is buffered); false when that write failed.
     bool CloseHandle();
@@ -71,7 +71,7 @@ protected:
     void AdoptFile(kbase_streams_internal::XdStdioFile* file);
     void ReleaseFile();
 
-private:
+  private:
     void OpenLike(const XdStream& other);
     bool OpenHandle(xdr_op op);
 
@@ -87,7 +87,7 @@ private:
 };
 
 class KBASE_API XdIStream : public virtual XdStream, public UtIStream {
-public:
+  public:
     XdIStream() = default;
     XdIStream(const XdIStream& other);
     XdIStream& operator=(const XdIStream& other);
@@ -116,7 +116,7 @@ public:
 };
 
 class KBASE_API XdOStream : public virtual XdStream, public UtOStream {
-public:
+  public:
     XdOStream() = default;
     XdOStream(const XdOStream& other);
     XdOStream& operator=(const XdOStream& other);
@@ -143,7 +143,7 @@ public:
 };
 
 class KBASE_API XdStdio : public XdIStream, public XdOStream {
-public:
+  public:
     XdStdio();
     // Open(path, mode).
     XdStdio(const UtCString& path, const UtCString& mode);
@@ -153,9 +153,9 @@ public:
     ~XdStdio() override;
 
     // Opens the file (UTF-8 path, an fopen mode; binary on every platform) and its header: written
-    // when mode contains 'w', read otherwise. The previous file is let go first. Throws kbase::ExMem
-    // when the file cannot be opened, kbase::ExOpen (with the header's result code) when the header
-    // cannot be written.
+    // when mode contains 'w', read otherwise. The previous file is let go first. Throws
+    // kbase::ExMem when the file cannot be opened, kbase::ExOpen (with the header's result code)
+    // when the header cannot be written.
     void Open(const UtCString& path, const UtCString& mode);
     using XdStream::Open;
 };

@@ -29,7 +29,9 @@ XdrStream::XdrStream(const UtCString& path, xdr_op op, XD_HOW how)
     OpenHandle(file_, op);
 }
 
-XdrStream::XdrStream(const XdrStream& other) : xdr_{} { CopyFrom(other); }
+XdrStream::XdrStream(const XdrStream& other) : xdr_{} {
+    CopyFrom(other);
+}
 
 XdrStream& XdrStream::operator=(const XdrStream& other) {
     if (this != &other) {
@@ -39,11 +41,13 @@ XdrStream& XdrStream::operator=(const XdrStream& other) {
     return *this;
 }
 
-XdrStream::~XdrStream() { Close(); }
+XdrStream::~XdrStream() {
+    Close();
+}
 
 void XdrStream::OpenHandle(FILE* file, xdr_op op) {
-    const int ok = how_ == XD_HOW_UTFILE ? XdOpenUtFileIo(&xdr_, file, op)
-                                         : XdOpenXdrStdIo(&xdr_, file, op);
+    const int ok =
+        how_ == XD_HOW_UTFILE ? XdOpenUtFileIo(&xdr_, file, op) : XdOpenXdrStdIo(&xdr_, file, op);
     // A handle that could not be opened still carries its direction, so that decode() and
     // encode() tell what the stream was meant for; every item on it fails.
     if (!ok) xdr_.x_op = op;

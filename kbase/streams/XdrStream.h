@@ -21,7 +21,7 @@
 class UtCString;
 
 class KBASE_API XdrStream {
-public:
+  public:
     // Wraps the caller's handle; the stream closes nothing.
     explicit XdrStream(XD_XDR_STRUCT* handle);
     // Opens the embedded handle on the caller's open file (left open): through the runtime's file
@@ -77,24 +77,25 @@ public:
     int Xdr(void** p) { return Xdr_POINTER(handle_, p); }
     int Xdr(XdrFilePos* pos) { return Xdr_F_POS(handle_, pos); }
 
-protected:
+  protected:
     XD_XDR_STRUCT* handle_;  // &xdr_ when the stream opened it, the caller's handle, or null
     XD_XDR_STRUCT xdr_;
-    XD_HOW how_;             // XD_HOW_NONE: nothing to close
-    FILE* file_;             // opened by name, closed by the stream
+    XD_HOW how_;  // XD_HOW_NONE: nothing to close
+    FILE* file_;  // opened by name, closed by the stream
     int error_;
     int version_ = 0;
 
-private:
+  private:
     void OpenHandle(FILE* file, xdr_op op);
     void Close();
     void CopyFrom(const XdrStream& other);
 };
 
 class KBASE_API XdrEnStream : public XdrStream {
-public:
+  public:
     explicit XdrEnStream(XD_XDR_STRUCT* handle) : XdrStream(handle) {}
-    explicit XdrEnStream(FILE* file, XD_HOW how = XD_HOW_STDIO) : XdrStream(file, XDR_ENCODE, how) {}
+    explicit XdrEnStream(FILE* file, XD_HOW how = XD_HOW_STDIO)
+        : XdrStream(file, XDR_ENCODE, how) {}
     explicit XdrEnStream(const UtCString& path, XD_HOW how = XD_HOW_STDIO);
     XdrEnStream(const XdrEnStream&) = default;
     XdrEnStream& operator=(const XdrEnStream&) = default;
@@ -133,9 +134,10 @@ public:
 };
 
 class KBASE_API XdrDeStream : public XdrStream {
-public:
+  public:
     explicit XdrDeStream(XD_XDR_STRUCT* handle) : XdrStream(handle) {}
-    explicit XdrDeStream(FILE* file, XD_HOW how = XD_HOW_STDIO) : XdrStream(file, XDR_DECODE, how) {}
+    explicit XdrDeStream(FILE* file, XD_HOW how = XD_HOW_STDIO)
+        : XdrStream(file, XDR_DECODE, how) {}
     explicit XdrDeStream(const UtCString& path, XD_HOW how = XD_HOW_STDIO);
     XdrDeStream(const XdrDeStream&) = default;
     XdrDeStream& operator=(const XdrDeStream&) = default;

@@ -24,7 +24,7 @@ class XdrEnStream;
 class XdrDeStream;
 
 class KBASE_API UtBitList {
-public:
+  public:
     // count bits of value. count 0: no words; otherwise count / 32 + 1 words (one more than needed
     // when count is a multiple of 32), every word all ones for true, zero for false. All fields 0
     // when the words cannot be allocated.
@@ -75,7 +75,7 @@ public:
     // Print(stderr).
     void debug() const;
 
-private:
+  private:
     friend KBASE_API XdrEnStream& operator<<(XdrEnStream& s, const UtBitList& bits);
     friend KBASE_API XdrDeStream& operator>>(XdrDeStream& s, UtBitList& bits);
     int AddWords(uint32_t n);
@@ -94,7 +94,7 @@ KBASE_API XdrDeStream& operator>>(XdrDeStream& s, UtBitList& bits);
 
 // Walks a bit list by index; the iterator designates a current bit (initially bit 0).
 class KBASE_API UtBitListIter {
-public:
+  public:
     explicit UtBitListIter(UtBitList& list) : list_(&list), index_(0) {}
 
     // Whether the iterator designates a bit of the list.
@@ -124,7 +124,7 @@ public:
         if (more()) list_->Remove(static_cast<unsigned long>(index_--));
     }
 
-private:
+  private:
     UtBitList* list_;
     int64_t index_;
 };

@@ -22,7 +22,7 @@ using UtCPtrListCompareFunc = int (*)(const void* a, const void* b);
 
 // The comparison object for Sort and bSearch.
 class KBASE_API UtCPtrListComparer {
-public:
+  public:
     virtual ~UtCPtrListComparer();
     virtual int Compare(const void* a, const void* b) const = 0;
 };
@@ -37,7 +37,7 @@ KBASE_API long UtCPtrListBestNewSize(long count, unsigned int elementSize);
 [[noreturn]] KBASE_API void UtCPtrListRangeError(long index);
 
 class KBASE_API UtCPtrList {
-public:
+  public:
     // size < 1: empty, no array. Otherwise room for UtCPtrListBestNewSize(size, 8) items (all
     // fields 0 when that allocation fails).
     explicit UtCPtrList(long size = 0);
@@ -127,7 +127,7 @@ public:
     // Exchanges the contents of the two lists.
     void SwapList(UtCPtrList& other);
 
-protected:
+  protected:
     // Slot of item i (0 <= i < count).
     long Slot(long i) const { return i < gap_ ? i : i + (capacity_ - count_); }
     // Re-derives back_ after slots_, capacity_ or count_ changed.
@@ -153,7 +153,7 @@ protected:
 // Walks a list by index. The iterator designates a current item (initially item 0); cur() is null
 // and curRef() the null dummy slot when it designates none.
 class KBASE_API UtCPtrListIter {
-public:
+  public:
     explicit UtCPtrListIter(UtCPtrList& list) : list_(&list), index_(0) {}
 
     // Moves to item 0 / to the last item and returns it.
@@ -189,7 +189,7 @@ public:
     // The index of the current item (the iterator's position counter).
     long refCounter() const { return index_; }
 
-private:
+  private:
     UtCPtrList* list_;
     long index_;
 };

@@ -17,14 +17,18 @@ constexpr int kReportLevel = 2;
 
 // Byte sizes of the blocks the list grows along: 2^k - 16 for k = 6..26.
 constexpr int kBlockCount = 21;
-constexpr uint32_t BlockSize(int i) { return (uint32_t{1} << (i + 6)) - 16u; }
+constexpr uint32_t BlockSize(int i) {
+    return (uint32_t{1} << (i + 6)) - 16u;
+}
 constexpr uint32_t kLargestBlock = BlockSize(kBlockCount - 1);
 static_assert(BlockSize(0) == 48 && kLargestBlock == 67108848u);
 
 // The slot handed out for an invalid index.
 void* g_dummySlot = nullptr;
 
-void** NewSlots(long n) { return new (std::nothrow) void*[static_cast<size_t>(n)]; }
+void** NewSlots(long n) {
+    return new (std::nothrow) void*[static_cast<size_t>(n)];
+}
 
 }  // namespace
 
@@ -79,7 +83,9 @@ UtCPtrList& UtCPtrList::operator=(const UtCPtrList& other) {
     return *this;
 }
 
-UtCPtrList::~UtCPtrList() { delete[] slots_; }
+UtCPtrList::~UtCPtrList() {
+    delete[] slots_;
+}
 
 void*& UtCPtrList::itemInvalid_(long i) const {
     char message[96];
@@ -95,10 +101,12 @@ void UtCPtrList::MoveGap(long to) {
     const long free = capacity_ - count_;
     if (to < gap_) {
         // Items to..gap-1 join the back part.
-        std::memmove(slots_ + to + free, slots_ + to, sizeof(void*) * static_cast<size_t>(gap_ - to));
+        std::memmove(slots_ + to + free, slots_ + to,
+                     sizeof(void*) * static_cast<size_t>(gap_ - to));
     } else if (to > gap_) {
         // Items gap..to-1 join the front part.
-        std::memmove(slots_ + gap_, slots_ + gap_ + free, sizeof(void*) * static_cast<size_t>(to - gap_));
+        std::memmove(slots_ + gap_, slots_ + gap_ + free,
+                     sizeof(void*) * static_cast<size_t>(to - gap_));
     }
     gap_ = static_cast<int32_t>(to);
 }
@@ -182,7 +190,8 @@ void UtCPtrList::Compress() {
 }
 
 void** UtCPtrList::array(long start, long n) {
-    if (start < 0 || n < 0 || start > count_ || n > count_ - start || slots_ == nullptr) return nullptr;
+    if (start < 0 || n < 0 || start > count_ || n > count_ - start || slots_ == nullptr)
+        return nullptr;
     if (start + n <= gap_) return slots_ + start;
     if (start < gap_) {
         MoveGap(start + n);  // the range straddles the gap: close it over the range
@@ -224,9 +233,8 @@ long UtCPtrList::LowerBound(const void* key, Less less) const {
 
 long UtCPtrList::bSearch(const void* key, UtCPtrListCompareFunc compare) const {
     if (compare == nullptr) return -1;
-    const long i = LowerBound(key, [compare](const void* item, const void* k) {
-        return compare(k, item) > 0;
-    });
+    const long i = LowerBound(
+        key, [compare](const void* item, const void* k) { return compare(k, item) > 0; });
     return i < count_ && compare(key, slots_[Slot(i)]) == 0 ? i : -1;
 }
 

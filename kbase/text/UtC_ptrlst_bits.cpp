@@ -9,14 +9,17 @@
 namespace {
 
 // Bits below position b (0..31).
-uint32_t LowMask(uint32_t b) { return (uint32_t{1} << b) - 1u; }
+uint32_t LowMask(uint32_t b) {
+    return (uint32_t{1} << b) - 1u;
+}
 
 // Words read per step when decoding: memory follows the data actually read.
 constexpr uint32_t kDecodeChunkWords = 1024;
 
 }  // namespace
 
-UtBitList::UtBitList(unsigned long count, bool value) : words_(nullptr), wordCount_(0), bitCount_(0) {
+UtBitList::UtBitList(unsigned long count, bool value)
+    : words_(nullptr), wordCount_(0), bitCount_(0) {
     if (count == 0 || count > UINT32_MAX) return;
     const uint32_t words = static_cast<uint32_t>(count / 32 + 1);
     if (UtAllocMemoryBlockT(&words_, words) != kUtMemOk) return;
@@ -52,7 +55,9 @@ UtBitList& UtBitList::operator|=(const UtBitList& other) {
     return *this;
 }
 
-UtBitList::~UtBitList() { UtFreeMemory(words_); }
+UtBitList::~UtBitList() {
+    UtFreeMemory(words_);
+}
 
 int UtBitList::AddWords(uint32_t n) {
     if (n > UINT32_MAX - wordCount_) return kUtMemBadArgument;
@@ -175,7 +180,9 @@ void UtBitList::Print(FILE* file) const {
     }
 }
 
-void UtBitList::debug() const { Print(stderr); }
+void UtBitList::debug() const {
+    Print(stderr);
+}
 
 XdrEnStream& operator<<(XdrEnStream& s, const UtBitList& bits) {
     unsigned long count = bits.bitCount_;

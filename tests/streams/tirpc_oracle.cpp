@@ -80,7 +80,8 @@ bool Code(XDR* x, Item& item) {
 size_t EncodedSize(const std::vector<Item>& items) {
     size_t n = 0;
     for (const Item& item : items) {
-        const bool wide = item.kind == Kind::Hyper || item.kind == Kind::UHyper || item.kind == Kind::Double;
+        const bool wide =
+            item.kind == Kind::Hyper || item.kind == Kind::UHyper || item.kind == Kind::Double;
         n += item.kind == Kind::String ? 4 + (item.s.size() + 3) / 4 * 4 : (wide ? 8 : 4);
     }
     return n;
@@ -91,7 +92,8 @@ size_t EncodedSize(const std::vector<Item>& items) {
 bool Encode(const std::vector<Item>& items, std::vector<unsigned char>& bytes) {
     bytes.assign(EncodedSize(items), 0xAA);
     XDR x;
-    xdrmem_create(&x, reinterpret_cast<char*>(bytes.data()), static_cast<u_int>(bytes.size()), XDR_ENCODE);
+    xdrmem_create(&x, reinterpret_cast<char*>(bytes.data()), static_cast<u_int>(bytes.size()),
+                  XDR_ENCODE);
     for (Item item : items) {
         if (!Code(&x, item)) return false;
     }
@@ -101,7 +103,8 @@ bool Encode(const std::vector<Item>& items, std::vector<unsigned char>& bytes) {
 bool Decode(const std::vector<unsigned char>& bytes, std::vector<Item>& items) {
     std::vector<unsigned char> copy(bytes);
     XDR x;
-    xdrmem_create(&x, reinterpret_cast<char*>(copy.data()), static_cast<u_int>(copy.size()), XDR_DECODE);
+    xdrmem_create(&x, reinterpret_cast<char*>(copy.data()), static_cast<u_int>(copy.size()),
+                  XDR_DECODE);
     for (Item& item : items) {
         if (!Code(&x, item)) return false;
     }

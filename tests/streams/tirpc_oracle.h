@@ -12,8 +12,8 @@ enum class Kind { Int, UInt, Hyper, UHyper, Float, Double, Short, UShort, Char, 
 
 struct Item {
     Kind kind;
-    int64_t i = 0;    // Int, Hyper, Short, Char
-    uint64_t u = 0;   // UInt, UHyper, UShort, UChar
+    int64_t i = 0;   // Int, Hyper, Short, Char
+    uint64_t u = 0;  // UInt, UHyper, UShort, UChar
     float f = 0;
     double d = 0;
     std::string s;

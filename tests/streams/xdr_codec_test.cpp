@@ -41,29 +41,34 @@ std::vector<Item> BoundaryItems() {
     for (uint64_t u : {uint64_t{0}, uint64_t{0x8000000000000000u}, UINT64_MAX}) {
         v.push_back(Item{Kind::UHyper, 0, u});
     }
-    for (float f : {0.0f, -0.0f, 1.5f, -FLT_MAX, FLT_MIN, FloatBits(1) /* denormal */,
-                    std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
-                    std::numeric_limits<float>::quiet_NaN(), FloatBits(0x7FA00001u) /* payload */}) {
+    for (float f :
+         {0.0f, -0.0f, 1.5f, -FLT_MAX, FLT_MIN, FloatBits(1) /* denormal */,
+          std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+          std::numeric_limits<float>::quiet_NaN(), FloatBits(0x7FA00001u) /* payload */}) {
         Item item{Kind::Float};
         item.f = f;
         v.push_back(item);
     }
-    for (double d : {0.0, -0.0, 3.141592653589793, DBL_MAX, DBL_MIN, DoubleBits(1),
-                     std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
-                     std::numeric_limits<double>::quiet_NaN(), DoubleBits(0xFFF4000000000001u)}) {
+    for (double d :
+         {0.0, -0.0, 3.141592653589793, DBL_MAX, DBL_MIN, DoubleBits(1),
+          std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+          std::numeric_limits<double>::quiet_NaN(), DoubleBits(0xFFF4000000000001u)}) {
         Item item{Kind::Double};
         item.d = d;
         v.push_back(item);
     }
-    for (int64_t i : {int64_t{SHRT_MIN}, int64_t{-1}, int64_t{SHRT_MAX}}) v.push_back(Item{Kind::Short, i});
+    for (int64_t i : {int64_t{SHRT_MIN}, int64_t{-1}, int64_t{SHRT_MAX}})
+        v.push_back(Item{Kind::Short, i});
     for (uint64_t u : {uint64_t{0}, uint64_t{USHRT_MAX}}) v.push_back(Item{Kind::UShort, 0, u});
     for (int64_t i : {int64_t{-128}, int64_t{-23} /* 0xE9 */, int64_t{'A'}, int64_t{127}}) {
         v.push_back(Item{Kind::Char, i});
     }
     for (uint64_t u : {uint64_t{0}, uint64_t{255}}) v.push_back(Item{Kind::UChar, 0, u});
-    for (const std::string& s :
-         {std::string(), std::string("a"), std::string("abc"), std::string("abcd"), std::string("abcde"),
-          std::string("Gr\xC3\xBC\xC3\x9F" "e"), std::string(65535, 'x'), std::string(65536, 'y')}) {
+    for (const std::string& s : {std::string(), std::string("a"), std::string("abc"),
+                                 std::string("abcd"), std::string("abcde"),
+                                 std::string("Gr\xC3\xBC\xC3\x9F"
+                                             "e"),
+                                 std::string(65535, 'x'), std::string(65536, 'y')}) {
         Item item{Kind::String};
         item.s = s;
         v.push_back(item);
@@ -148,7 +153,8 @@ TEST(XdrCodec, GeometryAndAddressesTravelAsTheirComponents) {
     XD_XDR_STRUCT x{};
     ASSERT_TRUE(XdOpenMemIo(&x, ours.data(), ours.size(), XDR_ENCODE));
     ASSERT_TRUE(Xdr_RPT3H(&x, &h) && Xdr_RPT(&x, &r) && Xdr_RPT3(&x, &r3) && Xdr_IPT(&x, &ip) &&
-                Xdr_FPT3(&x, &f3) && Xdr_UT_MAT44(&x, m) && Xdr_POINTER(&x, &ptr) && Xdr_F_POS(&x, &pos));
+                Xdr_FPT3(&x, &f3) && Xdr_UT_MAT44(&x, m) && Xdr_POINTER(&x, &ptr) &&
+                Xdr_F_POS(&x, &pos));
     EXPECT_EQ(ours, theirs);
 
     RPT3H h2{};
@@ -180,18 +186,12 @@ TEST(XdrCodec, DecodingRefusesUnitsOutsideTheTargetType) {
         int32_t unit;
         bool asShort, asUShort, asChar, asUChar;
     } cases[] = {
-        {0, true, true, true, true},
-        {-1, true, false, true, false},
-        {127, true, true, true, true},
-        {-128, true, false, true, false},
-        {-129, true, false, false, false},
-        {255, true, true, true, true},
-        {256, true, true, false, false},
-        {32767, true, true, false, false},
-        {-32768, true, false, false, false},
-        {32768, false, true, false, false},
-        {65535, false, true, false, false},
-        {65536, false, false, false, false},
+        {0, true, true, true, true},           {-1, true, false, true, false},
+        {127, true, true, true, true},         {-128, true, false, true, false},
+        {-129, true, false, false, false},     {255, true, true, true, true},
+        {256, true, true, false, false},       {32767, true, true, false, false},
+        {-32768, true, false, false, false},   {32768, false, true, false, false},
+        {65535, false, true, false, false},    {65536, false, false, false, false},
         {INT_MIN, false, false, false, false},
     };
     for (const auto& c : cases) {
@@ -257,7 +257,8 @@ TEST(XdrCodec, StringLimitsAndLengthsThatTheDataCannotHold) {
     // A length claiming more than the data holds: refused without asking for memory, for a
     // memory block, a regular file, and a descriptor of a regular file.
     std::vector<unsigned char> hostile;
-    ASSERT_TRUE(tirpc_oracle::Encode({Item{Kind::UInt, 0, 0x7FFFFFF0u}, Item{Kind::Int, 42}}, hostile));
+    ASSERT_TRUE(
+        tirpc_oracle::Encode({Item{Kind::UInt, 0, 0x7FFFFFF0u}, Item{Kind::Int, 42}}, hostile));
     TempFile file("hostile.xdr");
     file.Write(hostile);
     FILE* f = UtFileOpen(file.c_str(), "rb");
@@ -276,7 +277,8 @@ TEST(XdrCodec, StringLimitsAndLengthsThatTheDataCannotHold) {
         char* s = reinterpret_cast<char*>(1);
         EXPECT_FALSE(Xdr_A_STRING(&x, &s));
         EXPECT_EQ(s, nullptr);
-        EXPECT_EQ(UtMemRequestCount(), requests) << "no allocation for a length the data cannot hold";
+        EXPECT_EQ(UtMemRequestCount(), requests)
+            << "no allocation for a length the data cannot hold";
         char small[8];
         char* sp = small;
         EXPECT_FALSE(Xdr_STRING(&x, &sp, UINT_MAX));

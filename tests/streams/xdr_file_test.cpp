@@ -14,7 +14,9 @@ namespace {
 using namespace xdr_test;
 
 enum class Opener { Stdio, Fd, UtFile };
-const char* Name(Opener o) { return o == Opener::Stdio ? "stdio" : o == Opener::Fd ? "fd" : "utfile"; }
+const char* Name(Opener o) {
+    return o == Opener::Stdio ? "stdio" : o == Opener::Fd ? "fd" : "utfile";
+}
 
 int Open(XD_XDR_STRUCT* x, Opener o, FILE* f, xdr_op op) {
     switch (o) {
@@ -107,7 +109,8 @@ TEST_P(XdrFileKinds, WriteReadAndSeekAgreeWithLibtirpc) {
         Item item{items[i].kind};
         ASSERT_TRUE(CodeOurs(&x, item)) << i;
         ASSERT_TRUE(SameItem(item, items[i])) << i;
-        EXPECT_EQ(Xdr_getpos(&x).value, i + 1 < positions.size() ? positions[i + 1] : expected.size());
+        EXPECT_EQ(Xdr_getpos(&x).value,
+                  i + 1 < positions.size() ? positions[i + 1] : expected.size());
     }
     XdClose(&x);
     UtFileClose(f);
@@ -128,8 +131,9 @@ TEST_P(XdrFileKinds, FileContinuesWhereTheHandleStopped) {
     ASSERT_EQ(XdClose(&x), 1);
     std::fputs("TAIL", f);
     std::fflush(f);
-    EXPECT_EQ(file.Bytes(), (std::vector<unsigned char>{'H', 'E', 'A', 'D', 0, 0, 0, 0, 0, 0, 0, 1, 0, 0,
-                                                        0, 2, 'T', 'A', 'I', 'L'}));
+    EXPECT_EQ(file.Bytes(),
+              (std::vector<unsigned char>{'H', 'E', 'A', 'D', 0, 0, 0,   0,   0,   0,
+                                          0,   1,   0,   0,   0, 2, 'T', 'A', 'I', 'L'}));
 
     std::rewind(f);
     char head[5] = {};
@@ -157,7 +161,8 @@ TEST_P(XdrFileKinds, WriteErrorsStick) {
     int written = 0;
     while (Xdr_REAL(&x, &d) && written < 1000000) ++written;
     EXPECT_GT(written, 0);
-    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8)) << "no more than one buffer is accepted";
+    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8))
+        << "no more than one buffer is accepted";
     int i = 0;
     EXPECT_FALSE(Xdr_INT(&x, &i)) << "the error sticks";
     EXPECT_EQ(XdClose(&x), 0);
@@ -166,7 +171,9 @@ TEST_P(XdrFileKinds, WriteErrorsStick) {
 
 INSTANTIATE_TEST_SUITE_P(Openers, XdrFileKinds,
                          ::testing::Values(Opener::Stdio, Opener::Fd, Opener::UtFile),
-                         [](const ::testing::TestParamInfo<Opener>& p) { return std::string(Name(p.param)); });
+                         [](const ::testing::TestParamInfo<Opener>& p) {
+                             return std::string(Name(p.param));
+                         });
 
 TEST(XdrFile, ReadingPastTheEndConsumesNothing) {
     TempFile file("short.xdr");
@@ -214,7 +221,11 @@ TEST(XdrFile, HeaderRoundTripsAndAnyChangedByteIsNoHeader) {
     ASSERT_TRUE(XdOpenMemIo(&x, block, sizeof block, XDR_ENCODE));
     ASSERT_EQ(OsMagicWrite(&x, 200, 3, 14, 'c', XD_HOW_UTFILE), kXdMagicOk);
     EXPECT_EQ(Xdr_getpos(&x).value, kXdMagicSize);
-    EXPECT_EQ(std::memcmp(block, "KBXD\x01\xC8\x03\x0E" "c\x04\0\0", 12), 0);
+    EXPECT_EQ(std::memcmp(block,
+                          "KBXD\x01\xC8\x03\x0E"
+                          "c\x04\0\0",
+                          12),
+              0);
 
     unsigned char type = 0, major = 0, minor = 0, how = 0;
     char sub = 0;

@@ -22,7 +22,7 @@ using tirpc_oracle::Kind;
 
 // A file in the temporary folder, removed when the object goes.
 class TempFile {
-public:
+  public:
     explicit TempFile(const std::string& name) {
         char dir[512];
         UtGetTempDir(dir, sizeof dir);
@@ -40,10 +40,11 @@ public:
     }
     void Write(const std::vector<unsigned char>& bytes) const {
         std::ofstream out(path_, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
     }
 
-private:
+  private:
     std::string path_;
 };
 

@@ -1,11 +1,12 @@
 // XdrEnStream / XdrDeStream: every operator, opening by name and from a FILE*, copies.
+#include "kbase/streams/XdrStream.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <climits>
 #include <cmath>
 
-#include "kbase/streams/XdrStream.h"
 #include "kbase/text/UtCString.h"
 #include "test_support.h"
 #include "xdr_test_util.h"
@@ -134,7 +135,8 @@ TEST(XdrStream, EveryOperatorRoundTripsThroughAFileOpenedByName) {
 }
 
 TEST(XdrStream, OpeningAMissingPathLeavesAnUnusableStreamAndTheErrorNumber) {
-    const UtCString missing("/nonexistent-kbase-dir/none.xdr", eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+    const UtCString missing("/nonexistent-kbase-dir/none.xdr", eUtEncodingTypeUtf8,
+                            eUtEncodingTypeUtf8);
     XdrDeStream in(missing);
     EXPECT_EQ(in.errNo(), ENOENT);
     EXPECT_FALSE(in.decode());

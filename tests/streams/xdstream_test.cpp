@@ -1,4 +1,6 @@
 // The checked streams: header, items, the exceptions and their exact messages, copies.
+#include "kbase/streams/XdStream.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -6,7 +8,6 @@
 #include <memory>
 
 #include "kbase/streams/ExMain.h"
-#include "kbase/streams/XdStream.h"
 #include "kbase/streams/XdrStream.h"
 #include "kbase/text/UtCString.h"
 #include "xdr_test_util.h"
@@ -15,7 +16,9 @@ namespace {
 
 using xdr_test::TempFile;
 
-UtCString U(const std::string& s) { return UtCString(s.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8); }
+UtCString U(const std::string& s) {
+    return UtCString(s.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+}
 
 // Runs f and returns the message of the exception of type E it throws ("" when none).
 template <typename E>
@@ -39,8 +42,10 @@ TEST(XdStream, HeaderAndItemsRoundTrip) {
         out.SetHow(XD_HOW_UTFILE);
         out.Open(U(file.path()), U("w"));
         EXPECT_EQ(out.Tell(), static_cast<int64_t>(kXdMagicSize));
-        out << 'x' << static_cast<unsigned char>(200) << static_cast<short>(-2) << static_cast<unsigned short>(65535)
-            << -3L << 4000000000UL << INT_MIN << UINT_MAX << 1.5f << 2.25 << "text" << "";
+        out << 'x' << static_cast<unsigned char>(200) << static_cast<short>(-2)
+            << static_cast<unsigned short>(65535) << -3L << 4000000000UL << INT_MIN << UINT_MAX
+            << 1.5f << 2.25 << "text"
+            << "";
         ASSERT_TRUE(out.Flush());
     }
     XdStdio in(U(file.path()), U("r"));
@@ -138,15 +143,18 @@ TEST(XdStream, EveryFailingReadThrowsItsExactMessage) {
         {[&] { in >> c; }, "in file \"XdIStream\" at line 118: XdIStream::operator >>/xdr_char"},
         {[&] { in >> uc; }, "in file \"XdIStream\" at line 134: XdIStream::operator >>/xdr_u_char"},
         {[&] { in >> s; }, "in file \"XdIStream\" at line 150: XdIStream::operator >>/xdr_short"},
-        {[&] { in >> us; }, "in file \"XdIStream\" at line 166: XdIStream::operator >>/xdr_u_short"},
+        {[&] { in >> us; },
+         "in file \"XdIStream\" at line 166: XdIStream::operator >>/xdr_u_short"},
         {[&] { in >> l; }, "in file \"XdIStream\" at line 182: XdIStream::operator >>/xdr_long"},
         {[&] { in >> ul; }, "in file \"XdIStream\" at line 198: XdIStream::operator >>/xdr_u_long"},
         {[&] { in >> i; }, "in file \"XdIStream\" at line 215: XdIStream::operator >>/xdr_int"},
         {[&] { in >> ui; }, "in file \"XdIStream\" at line 233: XdIStream::operator >>/xdr_u_int"},
         {[&] { in >> fl; }, "in file \"XdIStream\" at line 250: XdIStream::operator >>/xdr_float"},
         {[&] { in >> d; }, "in file \"XdIStream\" at line 266: XdIStream::operator >>/xdr_double"},
-        {[&] { in >> buffer; }, "in file \"XdIStream\" at line 283: XdIStream::operator >>/xdr_opaque"},
-        {[&] { in >> &text; }, "in file \"XdIStream\" at line 301: XdIStream::operator >>/xdr_opaque"},
+        {[&] { in >> buffer; },
+         "in file \"XdIStream\" at line 283: XdIStream::operator >>/xdr_opaque"},
+        {[&] { in >> &text; },
+         "in file \"XdIStream\" at line 301: XdIStream::operator >>/xdr_opaque"},
     };
     for (const auto& c2 : cases) {
         EXPECT_EQ(MessageOf<kbase::ExRead>(c2.read), c2.message);
@@ -165,16 +173,21 @@ TEST(XdStream, EveryFailingWriteThrowsItsExactMessage) {
         {[&] { out << 'c'; }, "in file \"XdOStream\" at line 113: XdOStream::operator <</xdr_char"},
         {[&] { out << static_cast<unsigned char>(1); },
          "in file \"XdOStream\" at line 129: XdOStream::operator <</xdr_u_char"},
-        {[&] { out << static_cast<short>(1); }, "in file \"XdOStream\" at line 145: XdOStream::operator <</xdr_short"},
+        {[&] { out << static_cast<short>(1); },
+         "in file \"XdOStream\" at line 145: XdOStream::operator <</xdr_short"},
         {[&] { out << static_cast<unsigned short>(1); },
          "in file \"XdOStream\" at line 161: XdOStream::operator <</xdr_u_short"},
         {[&] { out << 1L; }, "in file \"XdOStream\" at line 177: XdOStream::operator <</xdr_long"},
-        {[&] { out << 1UL; }, "in file \"XdOStream\" at line 193: XdOStream::operator <</xdr_u_long"},
+        {[&] { out << 1UL; },
+         "in file \"XdOStream\" at line 193: XdOStream::operator <</xdr_u_long"},
         {[&] { out << 1; }, "in file \"XdOStream\" at line 210: XdOStream::operator <</xdr_int"},
         {[&] { out << 1U; }, "in file \"XdOStream\" at line 227: XdOStream::operator <</xdr_u_int"},
-        {[&] { out << 1.0f; }, "in file \"XdOStream\" at line 243: XdOStream::operator <</xdr_float"},
-        {[&] { out << 1.0; }, "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float"},
-        {[&] { out << "t"; }, "in file \"XdOStream\" at line 277: XdOStream::operator <</xdr_STRING"},
+        {[&] { out << 1.0f; },
+         "in file \"XdOStream\" at line 243: XdOStream::operator <</xdr_float"},
+        {[&] { out << 1.0; },
+         "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float"},
+        {[&] { out << "t"; },
+         "in file \"XdOStream\" at line 277: XdOStream::operator <</xdr_STRING"},
     };
     for (const auto& c : cases) EXPECT_EQ(MessageOf<kbase::ExWrite>(c.write), c.message);
     // A long that its 32-bit item cannot hold is a failed write, not a silently cut value.
@@ -198,7 +211,8 @@ TEST(XdStream, DoubleOnAFullDiskThrowsExWrite) {
         GTEST_SKIP() << "no /dev/full here: " << e.what();
     }
     EXPECT_EQ(message, "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float");
-    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8)) << "thrown when the first buffer could not be written";
+    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8))
+        << "thrown when the first buffer could not be written";
 }
 
 TEST(XdStream, TextIntoTheCallersBufferIsLimitedTo65535Bytes) {
@@ -233,7 +247,8 @@ TEST(XdStream, TextIntoTheCallersBufferIsLimitedTo65535Bytes) {
 TEST(XdStream, OpeningByNameThrowsExMemOrExOpenWithTheirMessages) {
     // The location prefix ends in a space and the text adds another one.
     EXPECT_EQ(MessageOf<kbase::ExMem>([] { XdStdio s(U("/nonexistent-kbase/f.xdr"), U("r")); }),
-              "in file \"XdStdio\" at line 34:  Cannot open file \"/nonexistent-kbase/f.xdr\", mode \"r\"");
+              "in file \"XdStdio\" at line 34:  Cannot open file \"/nonexistent-kbase/f.xdr\", "
+              "mode \"r\"");
     TempFile file("readonly.xdr");
     file.Write({1, 2, 3, 4});
     // glibc opens "rw" for reading only, so the header cannot be written.
@@ -241,7 +256,8 @@ TEST(XdStream, OpeningByNameThrowsExMemOrExOpenWithTheirMessages) {
         XdStdio s(U(file.path()), U("rw"));
         ADD_FAILURE() << "no exception";
     } catch (const kbase::ExOpen& e) {
-        EXPECT_EQ(std::string(e.what()), "in file \"XdStdio\" at line 42:  Error opening file \"" + file.path() + "\"");
+        EXPECT_EQ(std::string(e.what()),
+                  "in file \"XdStdio\" at line 42:  Error opening file \"" + file.path() + "\"");
         EXPECT_EQ(e.code(), kXdMagicIoError);
     }
     EXPECT_EQ(file.Bytes(), (std::vector<unsigned char>{1, 2, 3, 4}));

@@ -16,7 +16,8 @@ TEST(BitList, ConstructionFillsWholeWords) {
         unsigned long count;
         bool value;
         unsigned long words;
-    } cases[] = {{0, true, 0}, {1, true, 1}, {31, false, 1}, {32, true, 2}, {33, false, 2}, {64, true, 3}};
+    } cases[] = {{0, true, 0},  {1, true, 1},   {31, false, 1},
+                 {32, true, 2}, {33, false, 2}, {64, true, 3}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.count);
         UtBitList bits(c.count, c.value);
@@ -94,7 +95,8 @@ TEST(BitList, InsertAndRemoveMatchAModel) {
         }
         ASSERT_EQ(bits.count(), model.size());
         ASSERT_GT(bits.size(), bits.count() / 32);
-        for (unsigned long k = 0; k < model.size(); ++k) ASSERT_EQ(bits.bit(k), model[k]) << step << " " << k;
+        for (unsigned long k = 0; k < model.size(); ++k)
+            ASSERT_EQ(bits.bit(k), model[k]) << step << " " << k;
     }
     EXPECT_EQ(bits.Insert(bits.count() + 1, true), kUtMemBadArgument);
     const unsigned long before = bits.count();
@@ -204,15 +206,16 @@ TEST(BitList, RoundTripsThroughXdrAndRefusesBadCounts) {
     const struct {
         std::vector<uint32_t> units;
     } bad[] = {
-        {{100, 1, 0}},               // 100 bits need 4 words
-        {{32, 1, 0}},                // a multiple of 32 always has its spare word
-        {{10, 0x7FFFFFFF, 1, 2, 3}}, // words the data does not hold
-        {{10, 2, 1}},                // truncated
+        {{100, 1, 0}},                // 100 bits need 4 words
+        {{32, 1, 0}},                 // a multiple of 32 always has its spare word
+        {{10, 0x7FFFFFFF, 1, 2, 3}},  // words the data does not hold
+        {{10, 2, 1}},                 // truncated
     };
     for (const auto& b : bad) {
         std::vector<unsigned char> bytes;
         for (uint32_t u : b.units) {
-            for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<unsigned char>(u >> shift));
+            for (int shift = 24; shift >= 0; shift -= 8)
+                bytes.push_back(static_cast<unsigned char>(u >> shift));
         }
         ASSERT_TRUE(XdOpenMemIo(&h, bytes.data(), bytes.size(), XDR_DECODE));
         XdrDeStream hostile(&h);

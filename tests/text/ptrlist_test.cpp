@@ -17,7 +17,8 @@ bool g_refuseArrays = false;
 }  // namespace
 
 // Replaces the global nothrow array allocation for this program, so that growth can be refused.
-__attribute__((visibility("default"))) void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
+__attribute__((visibility("default"))) void* operator new[](std::size_t n,
+                                                            const std::nothrow_t&) noexcept {
     if (g_refuseArrays) return nullptr;
     try {
         return ::operator new[](n);
@@ -29,14 +30,16 @@ __attribute__((visibility("default"))) void* operator new[](std::size_t n, const
 namespace {
 
 class RefuseArrays {
-public:
+  public:
     RefuseArrays() { g_refuseArrays = true; }
     ~RefuseArrays() { g_refuseArrays = false; }
     RefuseArrays(const RefuseArrays&) = delete;
     RefuseArrays& operator=(const RefuseArrays&) = delete;
 };
 
-void* P(uintptr_t n) { return reinterpret_cast<void*>(n); }
+void* P(uintptr_t n) {
+    return reinterpret_cast<void*>(n);
+}
 
 // Capacities (in pointers) of the 21 blocks: (2^k - 16) / 8 for k = 6..26.
 const long kCapacities[] = {6,      14,     30,     62,      126,     254,     510,
@@ -48,7 +51,8 @@ TEST(PtrList, BestNewSizeFollowsTheBlockTable) {
     for (size_t i = 0; i < n; ++i) {
         const long c = kCapacities[i];
         EXPECT_EQ(UtCPtrListBestNewSize(c - 1, 8), c) << "strictly below the block";
-        EXPECT_EQ(UtCPtrListBestNewSize(c, 8), i + 1 < n ? kCapacities[i + 1] : 2 * c) << "a full block";
+        EXPECT_EQ(UtCPtrListBestNewSize(c, 8), i + 1 < n ? kCapacities[i + 1] : 2 * c)
+            << "a full block";
     }
     // Past the largest block: steps of 67108848 bytes.
     EXPECT_EQ(UtCPtrListBestNewSize(10000000, 8), 10000000 + 8388606);
@@ -80,7 +84,8 @@ TEST(PtrList, AppendingGrowsAlongTheTable) {
         if (seen.empty() || seen.back() != list.capacity()) seen.push_back(list.capacity());
     }
     EXPECT_EQ(seen, std::vector<long>(kCapacities, kCapacities + seen.size()));
-    for (long i = 0; i < list.count(); i += 997) ASSERT_EQ(list[i], P(static_cast<uintptr_t>(i) + 1));
+    for (long i = 0; i < list.count(); i += 997)
+        ASSERT_EQ(list[i], P(static_cast<uintptr_t>(i) + 1));
 }
 
 void ExpectSameAs(const UtCPtrList& list, const std::vector<void*>& model) {
@@ -172,7 +177,8 @@ TEST(PtrList, RandomEditsMatchAVectorModel) {
         ASSERT_EQ(capacities.count(list.capacity()), 1u) << list.capacity();
         if (step % 97 == 0 && !model.empty()) {
             void* probe = model[rng() % model.size()];
-            ASSERT_EQ(list.IndexOf(probe), std::find(model.begin(), model.end(), probe) - model.begin());
+            ASSERT_EQ(list.IndexOf(probe),
+                      std::find(model.begin(), model.end(), probe) - model.begin());
         }
     }
 }
@@ -291,7 +297,7 @@ int ByKey(const void* a, const void* b) {
     return static_cast<const Keyed*>(a)->key - static_cast<const Keyed*>(b)->key;
 }
 class ByKeyComparer : public UtCPtrListComparer {
-public:
+  public:
     int Compare(const void* a, const void* b) const override { return ByKey(a, b); }
 };
 
@@ -316,7 +322,8 @@ TEST(PtrList, SortIsStableAndBSearchFindsTheFirstOfEqualItems) {
         list.Remove(250);
         for (int key = -1; key <= 81; ++key) {
             Keyed probe{key, 0};
-            const long at = pass == 0 ? list.bSearch(&probe, ByKey) : list.bSearch(&probe, ByKeyComparer());
+            const long at =
+                pass == 0 ? list.bSearch(&probe, ByKey) : list.bSearch(&probe, ByKeyComparer());
             long first = -1;
             for (long i = 0; i < list.count() && first < 0; ++i) {
                 if (static_cast<const Keyed*>(list[i])->key == key) first = i;

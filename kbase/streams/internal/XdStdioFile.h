@@ -7,7 +7,7 @@
 namespace kbase_streams_internal {
 
 class XdStdioFile {
-public:
+  public:
     // Opens path (UTF-8) with mode, binary on every platform; null when the file or the object
     // cannot be had (errno tells which for the file). The new object has no reference yet.
     static XdStdioFile* Create(const char* path, const char* mode);
@@ -19,7 +19,7 @@ public:
     // Drops one reference; closes the file and deletes the object at the last one.
     void Release();
 
-private:
+  private:
     explicit XdStdioFile(FILE* file) : file_(file) {}
     ~XdStdioFile();
     XdStdioFile(const XdStdioFile&) = delete;
