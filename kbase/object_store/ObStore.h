@@ -10,9 +10,13 @@
 // update-from-association entry point, along association types whose mask holds the method's
 // bit. The partners are collected into an array before the first call, so the calls may add,
 // remove and destroy freely; a partner destroyed by an earlier call of the same walk is met as an
-// invalid object (reported, result 3). Receiving never propagates by itself: a partner passes a
-// change on by calling ObUpdate (or another method) from its entry point, and the busy bit of
-// every object on the way stops cycles (re-entry returns 2).
+// invalid object (reported, result 3).
+//
+// Receiving never propagates by itself. A receiver is busy while its update-from-association
+// entry point runs, so ObUpdate on itself returns 2 there; to pass the change on, the entry point
+// runs the walk for itself (ObDoAssociations) or calls methods of other objects. The busy bit of
+// every object on the way stops cycles: a second arrival at a busy object returns 2, which the
+// walk does not count as a failure.
 //
 // Reports. Misuse is reported through basert's diagnostics (DebugAssert, DebugAssertInv) with
 // the module "OB_method" or "ObObject", and never ends the process. An invalid handle given to a
