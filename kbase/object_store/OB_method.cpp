@@ -36,16 +36,23 @@ void ReportIllegal(int line, const char* function, const _ObObject* handle) {
 
 ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 
-// One partner of a walk, with what it is handed.
+#if defined(__GNUC__) || defined(__clang__)
+#define KBASE_PREFETCH(address) __builtin_prefetch(address)
+#else
+#define KBASE_PREFETCH(address) ((void)(address))
+#endif
+constexpr size_t kPrefetchObjects = 32;
+constexpr size_t kPrefetchData = 16;  // by then the partner itself has arrived
+
+// One partner of a walk and the record it is reached by. The AssociationInfo handed to the
+// partner is built on the stack for its call, which keeps the array (zeroed per walk) small.
 struct WalkEntry {
     _ObObject* partner;
-    AssociationInfo info;
+    ObAssociation* record;
 };
 
-// The class-association list of an object's class (the empty list of class 0 for null).
-ObAssociation* ClassAssociations(const _ObObject* object) {
-    const ob::ClassRecord* c = ob::ClassRecordOf(object != nullptr ? object->obClass : 0);
-    return c != nullptr ? c->classAssocs : nullptr;
+const ob::ClassRecord* ClassOf(const _ObObject* object) {
+    return ob::ClassRecordOf(object != nullptr ? object->obClass : 0);
 }
 
 size_t CountMatching(const ObAssociation* r, uint32_t methodMask) {
@@ -56,14 +63,60 @@ size_t CountMatching(const ObAssociation* r, uint32_t methodMask) {
     return n;
 }
 
-WalkEntry* FillMatching(WalkEntry* out, ObAssociation* r, uint32_t methodMask,
-                        _ObObject* object) {
+// Appends the matching records of a list to out[*n ...], at most capacity in all. False when
+// there were more.
+bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
+                  uint32_t methodMask) {
     for (; r != nullptr; r = r->next) {
-        if ((ob::PropagationsOf(r->type) & methodMask) != 0) {
-            *out++ = WalkEntry{r->partner, AssociationInfo{object, 1, r}};
-        }
+        if ((ob::PropagationsOf(r->type) & methodMask) == 0) continue;
+        if (*n == capacity) return false;
+        out[(*n)++] = WalkEntry{r->partner, r};
     }
-    return out;
+    return true;
+}
+
+// Collects the partners of a walk into a block of UtCcalloc: first the matching records of the
+// passive list, then those of the class-association list, in list order.
+//
+// The result is that of counting the matching records, allocating exactly that many entries and
+// filling them: null with *count 0 when nothing matches, null with *count > 0 when memory is
+// exhausted. The store knows the lengths of both lists, so it allocates that bound and fills in
+// one pass over the records instead of two; where the bound is stale (a host edited a list
+// itself) it counts after all.
+WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count) {
+    ObAssociation* passive = object != nullptr ? object->obPassive : nullptr;
+    const ob::ClassRecord* c = ClassOf(object);
+    ObAssociation* byClass = c != nullptr ? c->classAssocs : nullptr;
+    *count = 0;
+    if (passive == nullptr && byClass == nullptr) return nullptr;
+
+    const size_t bound = Access::PassiveCount(object) +
+                         (c != nullptr ? ob::g_store.classAssocCount[c - ob::g_store.classes] : 0);
+    if (bound > 0) {
+        auto* entries = static_cast<WalkEntry*>(UtCcalloc(bound, sizeof(WalkEntry)));
+        if (entries == nullptr) {  // as if the exact request had failed
+            *count = CountMatching(passive, methodMask) + CountMatching(byClass, methodMask);
+            return nullptr;
+        }
+        size_t n = 0;
+        if (FillMatching(entries, bound, &n, passive, methodMask) &&
+            FillMatching(entries, bound, &n, byClass, methodMask)) {
+            *count = n;
+            if (n > 0) return entries;
+            UtCfree(entries);
+            return nullptr;
+        }
+        UtCfree(entries);
+    }
+    const size_t exact = CountMatching(passive, methodMask) + CountMatching(byClass, methodMask);
+    *count = exact;
+    if (exact == 0) return nullptr;
+    auto* entries = static_cast<WalkEntry*>(UtCcalloc(exact, sizeof(WalkEntry)));
+    if (entries == nullptr) return nullptr;
+    size_t n = 0;
+    FillMatching(entries, exact, &n, passive, methodMask);
+    FillMatching(entries, exact, &n, byClass, methodMask);
+    return entries;
 }
 
 }  // namespace
@@ -267,25 +320,29 @@ OB_STATUS ObUserStraight(_ObObject* object, int32_t command, void* param) {
 
 OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* origin,
                            OB_METHOD_ID method, OB_METHOD_PARAM param) {
-    ObAssociation* passive = object != nullptr ? object->obPassive : nullptr;
-    ObAssociation* byClass = ClassAssociations(object);
-    const size_t count = CountMatching(passive, methodMask) + CountMatching(byClass, methodMask);
+    // Everything is collected before the first call: the calls may change both lists.
+    size_t count = 0;
+    WalkEntry* entries = CollectPartners(object, methodMask, &count);
     if (count == 0) return OB_OK;
-    auto* entries = static_cast<WalkEntry*>(UtCcalloc(count, sizeof(WalkEntry)));
     if (entries == nullptr) return OB_FAILED;
-    // Collect everything before the first call: the calls may change both lists.
-    FillMatching(FillMatching(entries, passive, methodMask, object), byClass, methodMask, object);
 
     ob::Pin pin;  // partners and records the array names stay readable until the walk ends
     OB_STATUS result = OB_OK;
     for (size_t i = 0; i < count; ++i) {
+        // Partners are scattered over the heap: ask for them, and for the data their entry
+        // points will read, a few calls ahead.
+        if (i + kPrefetchObjects < count) KBASE_PREFETCH(entries[i + kPrefetchObjects].partner);
+        if (i + kPrefetchData < count && entries[i + kPrefetchData].partner != nullptr) {
+            KBASE_PREFETCH(entries[i + kPrefetchData].partner->obData);
+        }
         _ObObject* partner = entries[i].partner;
         if (!Access::IsValid(partner)) {
             ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
             result = OB_FAILED;
             continue;
         }
-        if (Obj(partner)->UpdateFromAssoc(&entries[i].info, origin, method, param) == OB_FAILED) {
+        const AssociationInfo info{object, 1, entries[i].record};
+        if (Obj(partner)->UpdateFromAssoc(&info, origin, method, param) == OB_FAILED) {
             result = OB_FAILED;
         }
     }

@@ -154,6 +154,7 @@ int ObAddClassAssociation(_ObObject* object, int classNo, int type) {
     if (record == nullptr) return kNoMemory;
     record->next = c->classAssocs;
     c->classAssocs = record;
+    ++ob::g_store.classAssocCount[ob::g_store.classMap[classNo]];
     Access::CountClassAssoc(Obj(object), +1);
     return kAssocOk;
 }
@@ -167,6 +168,7 @@ int ObRemoveClassAssociation(_ObObject* object, int classNo, int type) {
     }
     ObAssociation* record = ob::Unlink(&c->classAssocs, object, type);
     if (record == nullptr) return kNoSuchAssociation;
+    --ob::g_store.classAssocCount[ob::g_store.classMap[classNo]];
     Access::CountClassAssoc(Obj(object), -1);
     Access::ReleaseRecord(record);
     return kAssocOk;
@@ -283,8 +285,8 @@ int ObCopyAssociationInternal(_ObObject* from, _ObObject* to, const ObAssociatio
     if (result != kAssocOk) return result;
     const int mirrored = partner->AddSingleAssoc(Obj(to), assoc->type, mirror);
     if (mirrored != kAssocOk) {
-        ObAssociation** head = list == OB_ASSOC_ACTIVE ? &to->obActive : &to->obPassive;
-        Access::ReleaseRecord(ob::Unlink(head, partner, assoc->type));
+        Access::ReleaseRecord(list == OB_ASSOC_ACTIVE ? ob::Unlink(&to->obActive, partner, assoc->type)
+                                                      : Access::UnlinkPassive(to, partner, assoc->type));
     }
     return mirrored;
 }
@@ -322,18 +324,20 @@ int ObCleanupAssocList(_ObObject* object) {
     if (object == nullptr) return 0;
     int removed = 0;
     for (const OB_ASSOC_LIST_TYPE list : {OB_ASSOC_ACTIVE, OB_ASSOC_PASSIVE}) {
-        ObAssociation** link = list == OB_ASSOC_ACTIVE ? &object->obActive : &object->obPassive;
-        while (ObAssociation* r = *link) {
-            if (Access::IsValid(r->partner)) {
-                link = &r->next;
-                continue;
-            }
-            *link = r->next;
+        // Collect the partners first: taking a record out goes through the list's own helpers.
+        for (ObAssociation* r = ListOf(object, list); r != nullptr;) {
+            _ObObject* partner = r->partner;
+            const int type = r->type;
+            r = r->next;
+            if (Access::IsValid(partner)) continue;
             // Records only ever name allocated objects, so the partner may be read.
-            ObAssociation** mirror =
-                list == OB_ASSOC_ACTIVE ? &r->partner->obPassive : &r->partner->obActive;
-            Access::ReleaseRecord(ob::Unlink(mirror, object, r->type));
-            Access::ReleaseRecord(r);
+            if (list == OB_ASSOC_ACTIVE) {
+                Access::ReleaseRecord(ob::Unlink(&object->obActive, partner, type));
+                Access::ReleaseRecord(Access::UnlinkPassive(partner, object, type));
+            } else {
+                Access::ReleaseRecord(Access::UnlinkPassive(object, partner, type));
+                Access::ReleaseRecord(ob::Unlink(&partner->obActive, object, type));
+            }
             ++removed;
         }
     }

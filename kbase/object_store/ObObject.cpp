@@ -326,9 +326,12 @@ int ObObject::AddSingleAssoc(ObObject* partner, int type, OB_ASSOC_LIST_TYPE lis
     if (partner == nullptr) return -2;
     ObAssociation* record = ob::NewRecord(type, partner);
     if (record == nullptr) return -5;
-    ObAssociation*& head = list == OB_ASSOC_ACTIVE ? obActive : obPassive;
-    record->next = head;
-    head = record;
+    if (list == OB_ASSOC_ACTIVE) {
+        record->next = obActive;
+        obActive = record;
+    } else {
+        Access::PushPassive(this, record);
+    }
     return 0;
 }
 
@@ -336,13 +339,13 @@ int ObObject::AddDependent(ObObject* dependent, int type) {
     const int added = AddSingleAssoc(dependent, type, OB_ASSOC_PASSIVE);
     if (added != 0) return added;
     const int result = dependent->AddConstraint(this, type);
-    if (result != 0) Access::ReleaseRecord(ob::Unlink(&obPassive, dependent, type));
+    if (result != 0) Access::ReleaseRecord(Access::UnlinkPassive(this, dependent, type));
     return result;
 }
 
 int ObObject::RemoveDependent(ObObject* dependent, int type) {
     if (dependent == nullptr) return -2;
-    ObAssociation* record = ob::Unlink(&obPassive, dependent, type);
+    ObAssociation* record = Access::UnlinkPassive(this, dependent, type);
     if (record == nullptr) return OB_FAILED;
     // With the wildcard type, the mirror record is the one of the type actually found.
     const int result = dependent->RemoveConstraint(this, record->type);
@@ -453,10 +456,55 @@ int ObObject::InstallClass(int classNo, ObObject* exemplar) {
 
 namespace kbase::object_store_internal {
 
+namespace {
+
+// Under AddressSanitizer a free record is poisoned, so that reading one is still caught although
+// its memory stays in the pool.
+#if defined(__SANITIZE_ADDRESS__)
+#define KBASE_HAS_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KBASE_HAS_ASAN 1
+#endif
+#endif
+#if defined(KBASE_HAS_ASAN)
+extern "C" void __asan_poison_memory_region(void const volatile* addr, size_t size);
+extern "C" void __asan_unpoison_memory_region(void const volatile* addr, size_t size);
+void Poison(ObAssociation* r) { __asan_poison_memory_region(r, sizeof *r); }
+void Unpoison(ObAssociation* r) { __asan_unpoison_memory_region(r, sizeof *r); }
+#else
+void Poison(ObAssociation*) {}
+void Unpoison(ObAssociation*) {}
+#endif
+
+void FreeRecord(ObAssociation* record) {
+    record->partner = nullptr;
+    record->next = g_store.freeRecords;
+    g_store.freeRecords = record;
+    ++g_store.freeRecordCount;
+    Poison(record);
+}
+
+bool AddRecordChunk() {
+    auto* chunk = static_cast<RecordChunk*>(UtCcalloc(1, sizeof(RecordChunk)));
+    if (chunk == nullptr) return false;
+    chunk->next = g_store.recordChunks;
+    g_store.recordChunks = chunk;
+    // Last first, so that records are handed out in address order.
+    for (int i = kRecordsPerChunk - 1; i >= 0; --i) FreeRecord(&chunk->records[i]);
+    return true;
+}
+
+}  // namespace
+
 ObAssociation* NewRecord(int type, _ObObject* partner) {
-    void* block = UtCcalloc(1, sizeof(ObAssociation));
-    if (block == nullptr) return nullptr;
-    return new (block) ObAssociation{static_cast<uint16_t>(type), partner, nullptr};
+    if (g_store.freeRecords == nullptr && !AddRecordChunk()) return nullptr;
+    ObAssociation* record = g_store.freeRecords;
+    Unpoison(record);
+    g_store.freeRecords = record->next;
+    --g_store.freeRecordCount;
+    *record = ObAssociation{static_cast<uint16_t>(type), partner, nullptr};
+    return record;
 }
 
 ObAssociation* Unlink(ObAssociation** head, const _ObObject* partner, int type) {
@@ -478,7 +526,7 @@ void Access::ReleaseRecord(ObAssociation* record) {
         g_store.retiredRecords = record;
         return;
     }
-    UtCfree(record);
+    FreeRecord(record);
 }
 
 void Access::Detach(ObObject* object) {
@@ -496,7 +544,7 @@ void Access::Detach(ObObject* object) {
     // Every record has a mirror in the partner's opposite list; both go.
     while (ObAssociation* r = object->obActive) {
         object->obActive = r->next;
-        ReleaseRecord(Unlink(&r->partner->obPassive, object, r->type));
+        ReleaseRecord(UnlinkPassive(r->partner, object, r->type));
         ReleaseRecord(r);
     }
     while (ObAssociation* r = object->obPassive) {
@@ -504,11 +552,13 @@ void Access::Detach(ObObject* object) {
         ReleaseRecord(Unlink(&r->partner->obActive, object, r->type));
         ReleaseRecord(r);
     }
+    object->passiveCount_ = 0;
     for (uint16_t c = 1; object->classAssocRefs_ > 0 && c <= g_store.classCount; ++c) {
         ObAssociation** head = &g_store.classes[c].classAssocs;
         while (ObAssociation* r = Unlink(head, object, kObAnyAssocType)) {
             ReleaseRecord(r);
             --object->classAssocRefs_;
+            --g_store.classAssocCount[c];
         }
     }
     object->classAssocRefs_ = 0;
@@ -538,7 +588,7 @@ void Access::FlushRetired() {
         g_store.retiredRecords = nullptr;
         while (r != nullptr) {
             ObAssociation* next = r->next;
-            UtCfree(r);
+            FreeRecord(r);
             r = next;
         }
         ObObject* o = g_store.retiredObjects;

@@ -248,6 +248,7 @@ private:
 
     ObObject* nextRetired_ = nullptr;  // chain of objects whose deletion is deferred
     uint32_t classAssocRefs_ = 0;      // class-association records naming this object
+    uint32_t passiveCount_ = 0;        // records in the passive list, as the store changed it
     bool retired_ = false;             // detached and marked; deletion pending or under way
     bool inDelayedList_ = false;
 };

@@ -247,10 +247,11 @@ KBASE_API int ObSplitAssoc(_ObObject* active, _ObObject* passive, int type, _ObO
 // ---- Propagation. ----
 
 // The walk: collects the partners of object's passive list and of its class's class-association
-// list whose type's mask shares a bit with methodMask (in that order), then calls each valid one's
-// UpdateFromAssoc with an AssociationInfo (object, 1, record), origin, method and param. An
-// invalid partner is reported. Returns 0, or 3 when a partner returned 3, was invalid, or the
-// array could not be allocated. Cost: one allocation of the partner count.
+// list whose type's mask shares a bit with methodMask (in that order), then calls each valid
+// one's UpdateFromAssoc with an AssociationInfo (object, 1, record; valid during that call),
+// origin, method and param. An invalid partner is reported. Returns 0, or 3 when a partner
+// returned 3, was invalid, or the partner array could not be allocated. Cost: one zeroed
+// allocation of 16 bytes per record of the two lists.
 KBASE_API OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* origin,
                                      OB_METHOD_ID method, OB_METHOD_PARAM param);
 

@@ -56,9 +56,10 @@ TEST_F(StoreTest, AddAssociationTestsItsArgumentsInOrder) {
     EXPECT_TRUE(Partners(b, OB_ASSOC_PASSIVE).empty());
 
     // Memory: the passive record, then the active one (which takes the passive one out again).
-    for (int nth : {1, 2}) {
-        kbase_test::FailNthAllocation fail(nth);
-        EXPECT_EQ(ObAddAssociation(a, b, all_), -5) << nth;
+    for (size_t freeRecords : {0, 1}) {
+        DrainedRecordPool drained(freeRecords);
+        kbase_test::FailNthAllocation fail(1);
+        EXPECT_EQ(ObAddAssociation(a, b, all_), -5) << freeRecords;
     }
     EXPECT_TRUE(Partners(b, OB_ASSOC_PASSIVE).empty());
     EXPECT_TRUE(Partners(a, OB_ASSOC_ACTIVE).empty());
@@ -139,6 +140,7 @@ TEST_F(StoreTest, ClassAssociationsTestTheirArguments) {
     EXPECT_EQ(ObAddClassAssociation(a, cls_, 2000), -3);
     EXPECT_EQ(ObAddClassAssociation(a, cls_, FreshTypeNumber()), -4);
     {
+        DrainedRecordPool drained;
         kbase_test::FailNthAllocation fail(1);
         EXPECT_EQ(ObAddClassAssociation(a, cls_, all_), -5);
     }
@@ -291,7 +293,7 @@ TEST_F(StoreTest, PartnersMayChangeTheListsWhileTheWalkRuns) {
 TEST_F(StoreTest, CyclesStopAtTheBusyObject) {
     for (int length : {1, 2, 3}) {
         std::vector<_ObObject*> ring;
-        for (int i = 0; i < length; ++i) ring.push_back(Make("R" + std::to_string(i)));
+        for (int i = 0; i < length; ++i) ring.push_back(Make(Numbered("R", i)));
         for (int i = 0; i < length; ++i) Depend(ring[(i + 1) % length], ring[i]);
         std::vector<OB_STATUS> selfUpdates, forwards;
         for (_ObObject* r : ring) {
@@ -307,7 +309,7 @@ TEST_F(StoreTest, CyclesStopAtTheBusyObject) {
         EXPECT_EQ(ObUpdate(ring[0]), OB_OK);
         Strings expected{"R0:mark"};
         for (int i = 1; i < length; ++i) {
-            expected.push_back("R" + std::to_string(i) + "<-R0:7");
+            expected.push_back(Numbered("R", i) + "<-R0:7");
         }
         EXPECT_EQ(TakeTrace(), expected) << "the walk of the last one reaches R0 busy";
         EXPECT_EQ(selfUpdates, std::vector<OB_STATUS>(length - 1, OB_REFUSED));
@@ -585,9 +587,10 @@ TEST_F(StoreTest, CopyMoveSplitAndCleanupKeepBothSidesInStep) {
 
     // Split From -> P1 through S, refused first when memory runs out.
     _ObObject* s = Make("S");
-    for (int nth : {3, 4}) {  // the second association's records
-        kbase_test::FailNthAllocation fail(nth);
-        EXPECT_EQ(ObSplitAssoc(from, p1, all_, s), -5);
+    for (size_t freeRecords : {2, 3}) {  // the second association's records
+        DrainedRecordPool drained(freeRecords);
+        kbase_test::FailNthAllocation fail(1);
+        EXPECT_EQ(ObSplitAssoc(from, p1, all_, s), -5) << freeRecords;
     }
     EXPECT_EQ(Partners(from, OB_ASSOC_ACTIVE), Strings{"P1"}) << "nothing changed";
     EXPECT_TRUE(Partners(s, OB_ASSOC_ACTIVE).empty());

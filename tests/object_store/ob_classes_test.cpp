@@ -91,17 +91,17 @@ TEST(ObClasses, ClassRecordsGrowEveryTwentyDefinitions) {
     std::vector<int> classes;
     auto define = [&](int index) {
         if (index == static_cast<int>(classes.size())) classes.push_back(FreshClassNumber());
-        const std::string name = "C" + std::to_string(classes[index]);
+        const std::string name = Numbered("C", classes[index]);
         return DefinePlain(classes[index], name.c_str());
     };
     auto defined = [&](int index) {
         const char* name = ObGetClassName(classes[index]);
-        return name != nullptr && name == "C" + std::to_string(classes[index]);
+        return name != nullptr && name == Numbered("C", classes[index]);
     };
     ExpectGrowthEveryTwenty(define, defined);
     _ObObject* first = ObCreate(classes.front());
     ASSERT_NE(first, nullptr);
-    EXPECT_STREQ(ObDescribe(first), ("C" + std::to_string(classes.front())).c_str());
+    EXPECT_STREQ(ObDescribe(first), Numbered("C", classes.front()).c_str());
     EXPECT_EQ(ObDestroy(first), OB_OK);
 }
 

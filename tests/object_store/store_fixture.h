@@ -106,6 +106,32 @@ inline bool Exists(const _ObObject* h) {
     return false;
 }
 
+// Association records come from a pool that asks for memory a chunk at a time. While this
+// lives, exactly `keep` records are free; the allocation after those needs memory, so an injected
+// failure hits it.
+class DrainedRecordPool {
+public:
+    explicit DrainedRecordPool(size_t keep = 0) {
+        hoard_.push_back(ObAllocAssociation());  // the pool holds at least this one
+        {
+            kbase_test::FailAllocationsFrom noMoreChunks(1);
+            while (ObAssociation* r = ObAllocAssociation()) hoard_.push_back(r);
+        }
+        for (; keep > 0 && !hoard_.empty(); --keep) {
+            ObFreeAssociation(hoard_.back());
+            hoard_.pop_back();
+        }
+    }
+    ~DrainedRecordPool() {
+        for (ObAssociation* r : hoard_) ObFreeAssociation(r);
+    }
+    DrainedRecordPool(const DrainedRecordPool&) = delete;
+    DrainedRecordPool& operator=(const DrainedRecordPool&) = delete;
+
+private:
+    std::vector<ObAssociation*> hoard_;
+};
+
 inline int FreshClassNumber() {
     static int next = 100;
     if (next == 266) next = 276;  // the numbers with fixed names
@@ -182,5 +208,12 @@ inline std::vector<std::string> Partners(_ObObject* h, OB_ASSOC_LIST_TYPE list) 
 }
 
 using Strings = std::vector<std::string>;
+
+// prefix followed by n ("R" 3 -> "R3").
+inline std::string Numbered(const char* prefix, int n) {
+    std::string s(prefix);
+    s += std::to_string(n);
+    return s;
+}
 
 }  // namespace obtest

@@ -32,6 +32,15 @@ struct ClassRecord {
 };
 static_assert(sizeof(void*) != 8 || sizeof(ClassRecord) == 128, "class records are 128 bytes");
 
+// Association records come from chunks, so that records added one after another lie side by
+// side and a walk over a long list reads memory in order rather than wherever the heap put each
+// record. Chunks are kept for the life of the process; free records are chained through next.
+constexpr int kRecordsPerChunk = 256;
+struct RecordChunk {
+    RecordChunk* next;
+    ObAssociation records[kRecordsPerChunk];
+};
+
 struct AssocTypeRecord {
     char name[kNameSize];
     uint16_t propagations;
@@ -48,9 +57,14 @@ struct StoreState {
     uint16_t classMap[kObMaxClasses];  // class number -> record number, 0 = undefined
     uint16_t classCount;
     ClassRecord* classes;
+    uint32_t classAssocCount[kObMaxClasses];  // by record number: length of classAssocs
     uint16_t typeMap[kObMaxAssocTypes];  // type number -> record number, 0 = undefined
     uint16_t typeCount;
     AssocTypeRecord* types;
+
+    RecordChunk* recordChunks;
+    ObAssociation* freeRecords;
+    uint32_t freeRecordCount;
 
     // Releases wait while pinDepth > 0, that is while a method of some object runs: objects and
     // records that a running walk or method may still read are chained here instead of freed.
@@ -82,6 +96,11 @@ inline bool TypeMatches(int recordType, int wanted) {
     return wanted == kObAnyAssocType || recordType == wanted;
 }
 
+// A new record (null when memory is exhausted: a new chunk of records could not be had).
+ObAssociation* NewRecord(int type, _ObObject* partner);
+// Takes the first record naming partner with a matching type out of a list and returns it.
+ObAssociation* Unlink(ObAssociation** head, const _ObObject* partner, int type);
+
 // Reaches into ObObject for the store's own bookkeeping.
 struct Access {
     // The validity test every dispatching function applies.
@@ -112,6 +131,25 @@ struct Access {
         object->classAssocRefs_ = static_cast<uint32_t>(static_cast<int>(object->classAssocRefs_) + delta);
     }
 
+    // The passive list is changed only through these two, which keep its length. The length is
+    // a bound for the walk's array; a host that edits obPassive itself makes it stale, which
+    // costs the walk a second pass but never correctness.
+    static void PushPassive(ObObject* object, ObAssociation* record) {
+        record->next = object->obPassive;
+        object->obPassive = record;
+        ++object->passiveCount_;
+    }
+    static ObAssociation* UnlinkPassive(_ObObject* object, const _ObObject* partner, int type) {
+        ObObject* o = ObObject::FromHandle(object);
+        ObAssociation* record = Unlink(&o->obPassive, partner, type);
+        if (record != nullptr && o->passiveCount_ > 0) --o->passiveCount_;
+        return record;
+    }
+    static uint32_t PassiveCount(const _ObObject* object) {
+        return object != nullptr ? ObObject::FromHandle(object)->passiveCount_ : 0;
+    }
+    static void ForgetPassiveCount(ObObject* object) { object->passiveCount_ = 0; }
+
     static ObObjectList& DelayedList() { return ObObject::delayedDeleteList_; }
     static bool& InDelayedList(ObObject* object) { return object->inDelayedList_; }
 
@@ -133,11 +171,6 @@ public:
     Pin(const Pin&) = delete;
     Pin& operator=(const Pin&) = delete;
 };
-
-// A new record (null when memory is exhausted).
-ObAssociation* NewRecord(int type, _ObObject* partner);
-// Takes the first record naming partner with a matching type out of a list and returns it.
-ObAssociation* Unlink(ObAssociation** head, const _ObObject* partner, int type);
 
 // Tells the object's extended data of an event.
 inline void Notify(ObObject* object, int32_t event) {
