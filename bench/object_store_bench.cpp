@@ -39,7 +39,8 @@ OB_STATUS Attach(_ObObject* self, void* counter) {
     return OB_OK;
 }
 
-OB_STATUS Count(_ObObject* self, const AssociationInfo*, _ObObject*, OB_METHOD_ID, OB_METHOD_PARAM) {
+OB_STATUS Count(_ObObject* self, const AssociationInfo*, _ObObject*, OB_METHOD_ID,
+                OB_METHOD_PARAM) {
     ++static_cast<Counter*>(self->obData)->calls;
     return OB_OK;
 }

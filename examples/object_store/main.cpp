@@ -133,8 +133,8 @@ int main() {
     ObInit();
     if (DefineModel() != 0) return 1;
 
-    Item north{"north wall"}, east{"east wall"}, window{"window"}, door{"door"}, schedule{"schedule"},
-        skylight{"skylight"};
+    Item north{"north wall"}, east{"east wall"}, window{"window"}, door{"door"},
+        schedule{"schedule"}, skylight{"skylight"};
     _ObObject* wallN = ObCreateParam(kWall, &north);
     _ObObject* wallE = ObCreateParam(kWall, &east);
     _ObObject* sched = ObCreateParam(kSchedule, &schedule);
@@ -174,6 +174,8 @@ int main() {
                 "the east wall keeps no association with the demolished one");
 
     std::puts("\ncleaning up:");
-    for (_ObObject* object : {sky, wallE, sched}) ok &= Check(ObDestroy(object) == OB_OK, "destroy");
+    for (_ObObject* object : {sky, wallE, sched}) {
+        ok &= Check(ObDestroy(object) == OB_OK, "destroy");
+    }
     return ok ? 0 : 1;
 }

@@ -134,7 +134,11 @@ int ObAddAssociation(_ObObject* active, _ObObject* passive, int type) {
 }
 
 int ObAddAssociationUnique(_ObObject* active, _ObObject* passive, int type) {
-    if (active != nullptr && FindIn(active->obActive, passive, type) != nullptr) return kAssocOk;
+    if (active != nullptr) {
+        for (const ObAssociation* r = active->obActive; r != nullptr; r = r->next) {
+            if (r->partner == passive && r->type == type) return kAssocOk;  // no wildcard here
+        }
+    }
     return ObAddAssociation(active, passive, type);
 }
 
@@ -285,8 +289,9 @@ int ObCopyAssociationInternal(_ObObject* from, _ObObject* to, const ObAssociatio
     if (result != kAssocOk) return result;
     const int mirrored = partner->AddSingleAssoc(Obj(to), assoc->type, mirror);
     if (mirrored != kAssocOk) {
-        Access::ReleaseRecord(list == OB_ASSOC_ACTIVE ? ob::Unlink(&to->obActive, partner, assoc->type)
-                                                      : Access::UnlinkPassive(to, partner, assoc->type));
+        Access::ReleaseRecord(list == OB_ASSOC_ACTIVE
+                                  ? ob::Unlink(&to->obActive, partner, assoc->type)
+                                  : Access::UnlinkPassive(to, partner, assoc->type));
     }
     return mirrored;
 }

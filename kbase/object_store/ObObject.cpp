@@ -155,8 +155,9 @@ OB_STATUS ObObject::Destroy() {
         ClearBusy(this);
         return result;
     }
-    DetachList(this, &ObObject::obActive, kLineActiveAssoc, "active association cant be destroyed",
-               [this](ObObject* partner, int type) { return partner->RemoveDependent(this, type); });
+    DetachList(
+        this, &ObObject::obActive, kLineActiveAssoc, "active association cant be destroyed",
+        [this](ObObject* partner, int type) { return partner->RemoveDependent(this, type); });
     DetachList(this, &ObObject::obPassive, kLinePassiveAssoc,
                "passive association cant be destroyed",
                [this](ObObject* partner, int type) { return RemoveDependent(partner, type); });

@@ -236,7 +236,8 @@ public:
 
 protected:
     // For exemplars: no extended data, nothing allocated, usable in constant initialisation.
-    constexpr explicit ObObject(ExemplarTag) : _ObObject{0, 0, -1, nullptr, nullptr, nullptr, nullptr} {}
+    constexpr explicit ObObject(ExemplarTag)
+        : _ObObject{0, 0, -1, nullptr, nullptr, nullptr, nullptr} {}
 
     // Exemplars by class number; entry 0 is the base exemplar.
     static ObObject* ExemplarTable_[kObMaxClasses];

@@ -40,8 +40,9 @@
 // ---- Set-up. ----
 
 // Sets the update detail and the three propagation switches to 1, initialises the store's
-// callback list and empties the class and association-type tables. Only the first call acts.
-// Returns 0.
+// callback list and empties the class and association-type tables. Call it before anything else:
+// classes, types and callbacks registered before the first call are dropped. Only the first call
+// acts. Returns 0.
 KBASE_API int ObInit();
 
 // Defines class classNo (1..1999) with a name of at most 19 characters and its entry points;

@@ -82,12 +82,17 @@ int ObInit() {
     g_store.propagateUpdate = 1;
     g_store.propagateDestroy = 1;
     g_store.propagateUser = 1;
+    // Whatever was defined or registered before the first ObInit is dropped, not leaked.
+    CbCallbacksFree(&g_store.callbacks);
     CbCallbacksInit(&g_store.callbacks);
     std::memset(g_store.classMap, 0, sizeof g_store.classMap);
+    std::memset(g_store.classAssocCount, 0, sizeof g_store.classAssocCount);
     std::memset(g_store.typeMap, 0, sizeof g_store.typeMap);
     g_store.classCount = 0;
+    UtFreeMemory(g_store.classes);
     g_store.classes = nullptr;
     g_store.typeCount = 0;
+    UtFreeMemory(g_store.types);
     g_store.types = nullptr;
     return 0;
 }

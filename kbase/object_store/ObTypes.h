@@ -31,7 +31,9 @@ constexpr uint16_t OB_STATE_UPTOD = 0x0008;      // data up to date
 constexpr uint16_t OB_STATE_SAVED = 0x0010;
 constexpr uint16_t OB_STATE_REALIZED = 0x0020;
 constexpr uint16_t OB_STATE_SELECTED = 0x0040;
-constexpr uint16_t OB_STATE_EXTERN = 0x0080;  // data block is an external-object record
+// The data block is an external-object record (a block of UtAllocMemoryBlock, released by
+// destroy) and ObGetData hides it.
+constexpr uint16_t OB_STATE_EXTERN = 0x0080;
 constexpr uint16_t OB_STATE_RESERVED = 0x0100;
 constexpr uint16_t OB_STATE_RULE = 0x0200;
 constexpr uint16_t OB_STATE_SPLITTED = 0x0400;  // substitute put in by ObSplitAssoc

@@ -18,7 +18,9 @@ void Record(void* user, int32_t id, uint32_t mask, void* record) {
     static_cast<Log*>(user)->calls.push_back(std::to_string(id) + ":" + std::to_string(mask) + ":" +
                                              (record ? static_cast<const char*>(record) : "-"));
 }
-void Other(void* user, int32_t id, uint32_t mask, void* record) { Record(user, id + 100, mask, record); }
+void Other(void* user, int32_t id, uint32_t mask, void* record) {
+    Record(user, id + 100, mask, record);
+}
 
 class CallbackList : public ::testing::Test {
 protected:

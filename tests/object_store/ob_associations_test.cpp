@@ -77,6 +77,7 @@ TEST_F(StoreTest, UniqueAddsOnceAndSearchesBeforeTesting) {
     EXPECT_EQ(Partners(b, OB_ASSOC_PASSIVE), Strings{"A"});
     ObSetStateFlag(a, OB_STATE_DESTROYED);
     EXPECT_EQ(ObAddAssociationUnique(a, b, all_), 0) << "found before the object is tested";
+    EXPECT_EQ(ObAddAssociationUnique(a, b, kObAnyAssocType), -1) << "2000 is no wildcard here";
     EXPECT_EQ(ObAddAssociation(a, b, all_), -1);
     // Removing does not test DESTROYED.
     EXPECT_EQ(ObRemoveAssociation(a, b, all_), 0);
@@ -408,7 +409,9 @@ TEST_F(StoreTest, DelayedDestructionRunsOnceInOrderAndSurvivesChanges) {
     N(kept).destroyResult = OB_REFUSED;
     // B's destruction puts Later on the list: it waits for the next run.
     auto onB = [](void*, int32_t, uint32_t, void* record) {
-        if (NameOf(static_cast<ObCallbackRecord*>(record)->object) == "B") ObDestroyDelayed(s_later);
+        if (NameOf(static_cast<ObCallbackRecord*>(record)->object) == "B") {
+            ObDestroyDelayed(s_later);
+        }
     };
     ASSERT_EQ(ObCallbackAdd(onB, nullptr, 0, 1), 0);
 
@@ -536,7 +539,8 @@ TEST_F(StoreTest, ListsReadInListOrder) {
     EXPECT_EQ(ObGetPassivePartner(o, all_), nullptr);
     EXPECT_NE(ObFindAssociation(a, o, all_), nullptr);
     EXPECT_EQ(ObFindAssociation(a, o, other), nullptr);
-    EXPECT_EQ(ObFindActiveAssociationFast(b, o, kObAnyAssocType), ObGetFirstAssociation(b, OB_ASSOC_ACTIVE));
+    EXPECT_EQ(ObFindActiveAssociationFast(b, o, kObAnyAssocType),
+              ObGetFirstAssociation(b, OB_ASSOC_ACTIVE));
     EXPECT_EQ(ObFindPassiveAssociationFast(o, b, other), first);
     EXPECT_EQ(ObFindAssociation(nullptr, o, all_), nullptr);
     EXPECT_EQ(ObGetAssociationType(nullptr), -1);
@@ -560,7 +564,8 @@ TEST_F(StoreTest, CopyMoveSplitAndCleanupKeepBothSidesInStep) {
     Depend(d2, from);
     Depend(to, Make("Own"));
     ASSERT_EQ(ObCopyAssociations(from, to), 0);
-    EXPECT_EQ(Partners(to, OB_ASSOC_ACTIVE), (Strings{"P2", "P1", "Own"})) << "order kept, in front";
+    EXPECT_EQ(Partners(to, OB_ASSOC_ACTIVE), (Strings{"P2", "P1", "Own"}))
+        << "order kept, in front";
     EXPECT_EQ(Partners(to, OB_ASSOC_PASSIVE), (Strings{"D2", "D1"}));
     EXPECT_EQ(Partners(p1, OB_ASSOC_PASSIVE), (Strings{"To", "From"}));
     EXPECT_EQ(Partners(d2, OB_ASSOC_ACTIVE), (Strings{"To", "From"}));

@@ -49,7 +49,8 @@ TEST(ObClasses, DefinitionRefusesInTheStatedOrderAndKeepsTheFirst) {
         {cls, "name-of-twenty-chars", -2},  // defined is tested before the name
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(DefinePlain(c.classNo, c.name), c.result) << c.classNo << " " << (c.name ? c.name : "null");
+        EXPECT_EQ(DefinePlain(c.classNo, c.name), c.result)
+            << c.classNo << " " << (c.name ? c.name : "null");
     }
     EXPECT_STREQ(ObGetClassName(cls), "nineteen-characters");
     const int last = DefinePlain(1999, "Last");
@@ -259,9 +260,9 @@ TEST_F(StoreTest, DataOfExternObjectsIsHiddenAndGetUpdtDataUpdatesFirst) {
 
     static OB_STATUS s_doUpdate;
     const int cls = FreshClassNumber();
-    ASSERT_EQ(ObDefineClass(cls, "Refusing", NodeCreate, nullptr, nullptr, nullptr, nullptr, nullptr,
-                            nullptr, nullptr, nullptr, [](_ObObject*) { return s_doUpdate; },
-                            nullptr),
+    ASSERT_EQ(ObDefineClass(
+                  cls, "Refusing", NodeCreate, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                  nullptr, nullptr, [](_ObObject*) { return s_doUpdate; }, nullptr),
               0);
     ObObject::InstallClass(cls, &TrackedObject::Exemplar());
     _ObObject* b = Make("B", cls);
@@ -462,8 +463,9 @@ TEST_F(StoreTest, GuidsAreCheckedStoredAndCleared) {
     const char* good = "0123abcd-EF45-6789-abcd-0123456789AB";
     EXPECT_EQ(ObSetGuid(a, good), OB_OK);
     EXPECT_STREQ(ObGetGuid(a), good);
-    for (const char* bad : {"", "0123abcd-EF45-6789-abcd-0123456789A", "0123abcd-EF45-6789-abcd-0123456789ABC",
-                            "0123abcd_EF45-6789-abcd-0123456789AB", "0123abcg-EF45-6789-abcd-0123456789AB"}) {
+    for (const char* bad :
+         {"", "0123abcd-EF45-6789-abcd-0123456789A", "0123abcd-EF45-6789-abcd-0123456789ABC",
+          "0123abcd_EF45-6789-abcd-0123456789AB", "0123abcg-EF45-6789-abcd-0123456789AB"}) {
         EXPECT_EQ(ObSetGuid(a, bad), OB_FAILED) << bad;
     }
     EXPECT_STREQ(ObGetGuid(a), good) << "a refused text keeps the GUID";

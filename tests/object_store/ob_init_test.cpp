@@ -13,7 +13,14 @@ int32_t Detail() {
 
 TEST(ObInitFresh, FirstCallSetsEverythingToOneAndLaterCallsChangeNothing) {
     EXPECT_EQ(ObGetPropagateUpdate(), 0) << "nothing is set before ObInit";
+    // What is defined before the first ObInit is dropped by it.
+    ASSERT_EQ(ObDefineClass(7, "Early", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            nullptr, nullptr, nullptr, nullptr, nullptr),
+              0);
+    static int s_early;
+    ASSERT_EQ(ObCallbackAdd([](void*, int32_t, uint32_t, void*) { ++s_early; }, nullptr, 0, 1), 0);
     ASSERT_EQ(ObInit(), 0);
+    EXPECT_EQ(ObGetClassName(7), nullptr);
     EXPECT_EQ(ObGetPropagateUpdate(), 1);
     EXPECT_EQ(ObGetPropagateDestroy(), 1);
     EXPECT_EQ(ObGetPropagateUser(), 1);
@@ -47,6 +54,7 @@ TEST(ObInitFresh, FirstCallSetsEverythingToOneAndLaterCallsChangeNothing) {
     EXPECT_STREQ(ObGetClassName(5), "Five");
     EXPECT_EQ(ObDestroy(five), OB_OK);
     EXPECT_EQ(s_destroyed, 1) << "the callback list was kept";
+    EXPECT_EQ(s_early, 0);
 }
 
 }  // namespace

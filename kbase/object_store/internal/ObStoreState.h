@@ -128,7 +128,8 @@ struct Access {
     static void ReleaseRecord(ObAssociation* record);
     static void FlushRetired();
     static void CountClassAssoc(ObObject* object, int delta) {
-        object->classAssocRefs_ = static_cast<uint32_t>(static_cast<int>(object->classAssocRefs_) + delta);
+        object->classAssocRefs_ =
+            static_cast<uint32_t>(static_cast<int>(object->classAssocRefs_) + delta);
     }
 
     // The passive list is changed only through these two, which keep its length. The length is
