@@ -67,8 +67,14 @@ size_t CountMatching(const ObAssociation* r, uint32_t methodMask) {
 // there were more.
 bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
                   uint32_t methodMask) {
+    int lastType = -1;  // neighbours mostly share their type: look its mask up once
+    uint32_t lastMask = 0;
     for (; r != nullptr; r = r->next) {
-        if ((ob::PropagationsOf(r->type) & methodMask) == 0) continue;
+        if (r->type != lastType) {
+            lastType = r->type;
+            lastMask = ob::PropagationsOf(lastType);
+        }
+        if ((lastMask & methodMask) == 0) continue;
         if (*n == capacity) return false;
         out[(*n)++] = WalkEntry{r->partner, r};
     }

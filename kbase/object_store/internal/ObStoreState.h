@@ -108,7 +108,7 @@ struct Access {
         if (handle == nullptr) return false;
         const unsigned classNo = handle->obClass;
         if (classNo == 0 || classNo >= static_cast<unsigned>(kObMaxClasses)) return false;
-        if (ObObject::ExemplarTable_[classNo] == nullptr && g_store.classMap[classNo] == 0) {
+        if (g_store.classMap[classNo] == 0 && ObObject::ExemplarTable_[classNo] == nullptr) {
             return false;
         }
         return (handle->obState & OB_STATE_DESTROYED) == 0;
