@@ -16,6 +16,7 @@ namespace {
 
 constexpr char kCtrlZ = 0x1A;
 constexpr int kTitleProbeLines = 1000;
+constexpr int kDelimiterProbeLines = 20;
 constexpr uint64_t kProgressBytes = uint64_t{1} << 16;
 
 bool ToDouble(const char* p, size_t n, eUtEncodingType e, double& v) {
@@ -181,7 +182,14 @@ const char* UtCCsvReader::GetTokenPtr(int i) const {
 }
 
 const UtCString& UtCCsvReader::GetToken(int i) {
-    token_ = UtCString(GetTokenPtr(i), fileEncoding_, fileEncoding_);
+    // Assignment keeps the target's encoding, so the result string takes the file's first.
+    const eUtEncodingType e =
+        fileEncoding_ == eUtEncodingTypeSystemDefault ? UtCString::systemEncodingType() : fileEncoding_;
+    if (token_.encodingType() != e) {
+        token_.Empty();
+        token_.ChangeEncodingType(e);
+    }
+    token_ = UtCString(GetTokenPtr(i), e, e);
     return token_;
 }
 
@@ -343,7 +351,18 @@ bool UtCCsvReader::Reset(bool detect) {
     };
     const eUtEncodingType e = fileEncoding_;
     if (detect) {
-        if (ReadLine()) AutoColDel(UtCString(line_, static_cast<int>(lineLength_), e, e));
+        // A vote of AutoColDel over the first lines: a title line alone ("Table: Area") can
+        // easily point at the wrong candidate.
+        const char kept = delimiter_;
+        int votes[256] = {};
+        for (int probed = 0; probed < kDelimiterProbeLines && ReadLine(); ++probed) {
+            delimiter_ = kept;
+            ++votes[static_cast<unsigned char>(AutoColDel(UtCString(line_, static_cast<int>(lineLength_), e, e)))];
+        }
+        delimiter_ = kept;
+        for (char c : {'\t', ' ', ',', ';'}) {
+            if (votes[static_cast<unsigned char>(c)] > votes[static_cast<unsigned char>(delimiter_)]) delimiter_ = c;
+        }
         if (!Rewind()) return false;
         uint64_t titles = 0;
         bool other = false;

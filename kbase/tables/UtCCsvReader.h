@@ -86,8 +86,9 @@ public:
     // a number (whole, real, or real with a decimal comma).
     bool IsTitleLine(const UtCStringList& tokens) const;
 
-    // Rewinds and rescans the file. With detect, the delimiter is first guessed from the first
-    // non-empty line (AutoColDel) and the title lines are counted: the leading lines that are
+    // Rewinds and rescans the file. With detect, the delimiter is first guessed (the choice of
+    // AutoColDel that most of the first 20 non-empty lines make; ties go to the delimiter in
+    // force, then to the earlier candidate) and the title lines are counted: the leading lines that are
     // title lines (IsTitleLine), but only the first when no other kind of line follows within
     // the first 1000 lines. Without detect, the delimiter and title line count stay as set. Then
     // every data line is cut without limit: the column count becomes the largest token count of
