@@ -10,3 +10,6 @@
 // The size in bytes of the file behind an open stream, or -1 when it has none (a pipe, a
 // terminal) or the stream is null.
 BASERT_API int64_t UtFileSize64(FILE* file);
+
+// Whether the stream writes to or reads from a terminal (so that progress may be drawn on it).
+BASERT_API bool UtFileIsTerminal(FILE* file);

@@ -1,4 +1,5 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "basert/fileio.h"
 
@@ -8,3 +9,5 @@ int64_t UtFileSize64(FILE* file) {
     if (fstat(fileno(file), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
     return static_cast<int64_t>(st.st_size);
 }
+
+bool UtFileIsTerminal(FILE* file) { return file != nullptr && isatty(fileno(file)) == 1; }
