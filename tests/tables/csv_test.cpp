@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,9 @@ namespace fs = std::filesystem;
 class CsvFile {
 public:
     explicit CsvFile(const std::string& bytes) {
+        static const unsigned run = std::random_device{}();  // tests of other processes may run beside
         static int serial = 0;
-        path_ = fs::temp_directory_path() / ("kbase_csv_test_" + std::to_string(::getpid()) + "_" + std::to_string(serial++) + ".csv");
+        path_ = fs::temp_directory_path() / ("kbase_csv_test_" + std::to_string(run) + "_" + std::to_string(serial++) + ".csv");
         std::ofstream(path_, std::ios::binary) << bytes;
     }
     ~CsvFile() { fs::remove(path_); }
