@@ -72,8 +72,11 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
         if (r.ec == std::errc() && r.ptr == end) return Parse::kYes;
         // Out of range: strtod decides (it gives HUGE_VAL or 0 and succeeds).
     }
-    // strtod skips leading white space itself, so it may start at the untrimmed text; it must
-    // stop exactly at the trimmed end (p[n] is a NUL, so it cannot run past the text).
+    // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
+    // character is no number, and text keys are common, so strtod is not asked.
+    if (std::strchr("0123456789+-. \t\n\v\f\riInN", *begin) == nullptr) return Parse::kNo;
+    // strtod stops exactly at the trimmed end for a number (p[n] is a NUL, so it cannot run
+    // past the text).
     char* stop = nullptr;
     const double v = std::strtod(begin, &stop);
     if (stop == begin || stop != end) return Parse::kNo;
