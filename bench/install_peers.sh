@@ -5,4 +5,5 @@ SUDO=""
 [ "$(id -u)" -eq 0 ] || SUDO="sudo"
 $SUDO apt-get update -qq
 DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq \
-  libbenchmark-dev libicu-dev libtirpc-dev libsqlite3-dev libboost-dev >/dev/null
+  libbenchmark-dev libicu-dev libtirpc-dev libsqlite3-dev libboost-dev \
+  libfccp-dev libcsv-dev python3-pandas >/dev/null

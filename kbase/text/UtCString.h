@@ -245,6 +245,10 @@ public:
     int CompareToNoCase(const UtCString& other) const;
     int CompareToNoCase(const char* text, eUtEncodingType e = eUtEncodingTypeSystemDefault) const;
     int CompareToNoCase(const char16_t* text) const;
+    // Natural order: both texts are split into runs of decimal digits and runs of other
+    // characters, and the two lists are compared with UtCStringMultiNumberComparator (with its
+    // asymmetry); with ignoreCase the runs are lower-cased first. < 0, 0 or > 0.
+    int CompareToNoCaseTokenizeNumeric(const UtCString& other, bool ignoreCase = true) const;
     bool EqualNoCase(const UtCString& other) const { return CompareToNoCase(other) == 0; }
     bool EqualNoCase(const char* text, eUtEncodingType e = eUtEncodingTypeSystemDefault) const {
         return CompareToNoCase(text, e) == 0;

@@ -1,0 +1,15 @@
+// Sizes of open files, in 64 bits on every platform (long is 32 bits on Windows, so ftell cannot
+// tell the size of a large file there).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "basert/export.h"
+
+// The size in bytes of the file behind an open stream, or -1 when it has none (a pipe, a
+// terminal) or the stream is null.
+BASERT_API int64_t UtFileSize64(FILE* file);
+
+// Whether the stream writes to or reads from a terminal (so that progress may be drawn on it).
+BASERT_API bool UtFileIsTerminal(FILE* file);

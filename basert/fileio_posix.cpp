@@ -1,0 +1,13 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "basert/fileio.h"
+
+int64_t UtFileSize64(FILE* file) {
+    if (file == nullptr) return -1;
+    struct stat st;
+    if (fstat(fileno(file), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
+    return static_cast<int64_t>(st.st_size);
+}
+
+bool UtFileIsTerminal(FILE* file) { return file != nullptr && isatty(fileno(file)) == 1; }

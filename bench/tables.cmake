@@ -1,0 +1,7 @@
+# CSV reading and table operations beside fast-cpp-csv-parser (libfccp-dev), SQLite and pandas
+# (python3-pandas, run as /usr/bin/python3). Data files are generated into the temporary folder
+# on first use and reused.
+find_package(Threads REQUIRED)
+find_package(SQLite3 REQUIRED)
+kbase_add_bench(csv_bench SOURCES csv_bench.cpp LIBS kbase1 Threads::Threads)
+kbase_add_bench(table_bench SOURCES table_bench.cpp LIBS kbase1 SQLite::SQLite3)

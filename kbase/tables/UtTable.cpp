@@ -1,0 +1,562 @@
+// UtTableRow and UtTable.
+#include "kbase/tables/UtTable.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <typeinfo>
+#include <utility>
+
+#include "basert/memory.h"
+#include "kbase/tables/internal/numbers.h"
+#include "kbase/tables/internal/order.h"
+
+using kbase_tables_internal::CellToDouble;
+using kbase_tables_internal::CellView;
+using kbase_tables_internal::CompareCells;
+using kbase_tables_internal::CompositeKey;
+using kbase_tables_internal::ViewOf;
+
+namespace {
+
+constexpr int kOk = 0;
+constexpr int kOutOfRange = 1;
+constexpr size_t kMaxSumText = 50;
+
+// The cell at col of row, or null when the row has no such cell.
+const UtCString* CellAt(const UtTableRow& row, long col) {
+    return (col >= 0 && col < row.count()) ? &row.item(col) : nullptr;
+}
+
+}  // namespace
+
+// ---- UtTableRow ---------------------------------------------------------------------------------
+
+UtTableRow::UtTableRow() : actElem_(-1), priorities_(nullptr), priorityCount_(0), priorityCap_(0) {}
+
+UtTableRow::UtTableRow(const UtTableRow& other)
+    : UtCStringList(other), actElem_(other.actElem_), priorities_(nullptr), priorityCount_(0), priorityCap_(0) {
+    if (GrowPriorities(other.priorityCount_) && other.priorityCount_ > 0) {
+        std::memcpy(priorities_, other.priorities_, sizeof(unsigned short) * static_cast<size_t>(other.priorityCount_));
+    }
+}
+
+UtTableRow& UtTableRow::operator=(const UtTableRow& other) {
+    if (this != &other) {
+        UtTableRow copy(other);
+        *this = std::move(copy);
+    }
+    return *this;
+}
+
+UtTableRow::UtTableRow(UtTableRow&& other) noexcept
+    : UtCStringList(std::move(other)),
+      actElem_(other.actElem_),
+      priorities_(other.priorities_),
+      priorityCount_(other.priorityCount_),
+      priorityCap_(other.priorityCap_) {
+    other.priorities_ = nullptr;
+    other.priorityCount_ = other.priorityCap_ = 0;
+}
+
+UtTableRow& UtTableRow::operator=(UtTableRow&& other) noexcept {
+    if (this == &other) return *this;
+    UtCStringList::operator=(std::move(other));
+    actElem_ = other.actElem_;
+    UtFreeMemory(priorities_);
+    priorities_ = other.priorities_;
+    priorityCount_ = other.priorityCount_;
+    priorityCap_ = other.priorityCap_;
+    other.priorities_ = nullptr;
+    other.priorityCount_ = other.priorityCap_ = 0;
+    return *this;
+}
+
+UtTableRow::~UtTableRow() { UtFreeMemory(priorities_); }
+
+// Grows the priority array to n entries, new ones 0 (kept entries keep their values).
+bool UtTableRow::GrowPriorities(long n) {
+    if (n <= priorityCount_) return true;
+    if (n > priorityCap_) {
+        long cap = priorityCap_ < 4 ? 4 : 2L * priorityCap_;
+        if (cap < n) cap = n;
+        void* block = priorities_;
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(cap), sizeof(unsigned short)) != kUtMemOk) return false;
+        priorities_ = static_cast<unsigned short*>(block);
+        priorityCap_ = static_cast<int32_t>(cap);
+    }
+    std::memset(priorities_ + priorityCount_, 0, sizeof(unsigned short) * static_cast<size_t>(n - priorityCount_));
+    priorityCount_ = static_cast<int32_t>(n);
+    return true;
+}
+
+long UtTableRow::AddElem(const UtCString& text) {
+    const long before = count();
+    if (!GrowPriorities(before + 1)) return actElem_;
+    Add(text);
+    if (count() == before) return actElem_;
+    return ++actElem_;
+}
+
+long UtTableRow::AddElem(const char* text) { return AddElem(UtCString(text)); }
+
+int UtTableRow::ChgElem(long i, const UtCString& text) {
+    if (i < 0 || i >= count()) return kOutOfRange;
+    UtCString& cell = item(i);
+    if (&cell != &text) cell = text;
+    return kOk;
+}
+
+int UtTableRow::ChgElem(long i, const char* text) {
+    if (i < 0 || i >= count()) return kOutOfRange;
+    UtCString& cell = item(i);
+    if (text != cell.ptr()) cell = UtCString(text);  // handed the cell's own buffer: nothing to do
+    return kOk;
+}
+
+bool UtTableRow::IsElemEqualTo(long i, const UtCString& text) const {
+    if (i < 0 || i >= count()) return false;
+    return item(i) == text;
+}
+
+bool UtTableRow::IsElemEqualTo(long i, const char* text) const {
+    if (i < 0 || i >= count()) return false;
+    return item(i) == UtCString(text);
+}
+
+bool UtTableRow::GetElem(long i, UtCString& out) const {
+    if (i < 0 || i >= count()) return false;
+    out = item(i);
+    return true;
+}
+
+bool UtTableRow::GetElem(UtCString& out) const { return GetElem(actElem_, out); }
+
+bool UtTableRow::GetFirstElem(UtCString& out) {
+    actElem_ = 0;
+    return GetElem(0, out);
+}
+
+bool UtTableRow::GetNextElem(UtCString& out) {
+    const long next = actElem_ + 1;
+    if (next < 0 || next >= count()) return false;
+    actElem_ = next;
+    out = item(next);
+    return true;
+}
+
+void UtTableRow::Clear() { UtCStringList::Clear(); }
+
+// ---- UtTable: rows and cursors ------------------------------------------------------------------
+
+UtTable::UtTable() : actRow_(kNoRow) {}
+UtTable::UtTable(const UtTable& other) = default;
+UtTable& UtTable::operator=(const UtTable& other) = default;
+UtTable::UtTable(UtTable&& other) noexcept : rows_(std::move(other.rows_)), actRow_(other.actRow_) {
+    other.actRow_ = kNoRow;
+}
+UtTable& UtTable::operator=(UtTable&& other) noexcept {
+    rows_ = std::move(other.rows_);
+    actRow_ = other.actRow_;
+    other.actRow_ = kNoRow;
+    return *this;
+}
+UtTable::~UtTable() = default;
+
+UtTableRow& UtTable::AddRow() {
+    rows_.emplace_back();
+    ++actRow_;  // from "none" (all ones) this wraps to 0
+    return rows_.back();
+}
+
+int UtTable::AddElem(const UtCString& text) { return AddElem(actRow_, text); }
+int UtTable::AddElem(const char* text) { return AddElem(actRow_, text); }
+
+int UtTable::AddElem(uint64_t row, const UtCString& text) {
+    if (row >= rows_.size()) return kOutOfRange;
+    rows_[row].AddElem(text);
+    return kOk;
+}
+
+int UtTable::AddElem(uint64_t row, const char* text) {
+    if (row >= rows_.size()) return kOutOfRange;
+    rows_[row].AddElem(text);
+    return kOk;
+}
+
+int UtTable::ChgElem(uint64_t row, long col, const UtCString& text) {
+    if (row >= rows_.size()) return kOutOfRange;
+    return rows_[row].ChgElem(col, text);
+}
+
+int UtTable::ChgElem(uint64_t row, long col, const char* text) {
+    if (row >= rows_.size()) return kOutOfRange;
+    return rows_[row].ChgElem(col, text);
+}
+
+int UtTable::SetRow(unsigned long row) {
+    if (row >= rows_.size()) return kOutOfRange;
+    actRow_ = row;
+    return kOk;
+}
+
+int UtTable::GetFirstRow() {
+    actRow_ = 0;
+    return rows_.empty() ? kOutOfRange : kOk;
+}
+
+int UtTable::GetNextRow() {
+    const uint64_t next = actRow_ + 1;
+    if (next >= rows_.size()) return kOutOfRange;
+    actRow_ = next;
+    return kOk;
+}
+
+bool UtTable::GetElem(uint64_t row, long col, UtCString& out) const {
+    if (row >= rows_.size()) return false;
+    rows_[row].GetElem(col, out);  // a missing column leaves out untouched and still gives true
+    return true;
+}
+
+bool UtTable::GetElem(long col, UtCString& out) const { return GetElem(actRow_, col, out); }
+
+bool UtTable::IsElemEqualTo(uint64_t row, long col, const char* text) const {
+    if (row >= rows_.size()) return false;
+    return rows_[row].IsElemEqualTo(col, text);
+}
+
+unsigned long UtTable::GetElemCount() const {
+    return actRow_ < rows_.size() ? static_cast<unsigned long>(rows_[actRow_].count()) : 0;
+}
+
+unsigned long UtTable::GetElemCount(long row) const {
+    if (row < 0 || static_cast<uint64_t>(row) >= rows_.size()) return 0;
+    return static_cast<unsigned long>(rows_[static_cast<size_t>(row)].count());
+}
+
+int UtTable::ItemInList(unsigned short n, const long* list, long value) {
+    if (list == nullptr) return 0;
+    for (unsigned short i = 0; i < n; ++i) {
+        if (list[i] == value) return 1;
+    }
+    return 0;
+}
+
+void UtTable::Clear() {
+    rows_.clear();
+    actRow_ = kNoRow;
+}
+
+// ---- ordering -----------------------------------------------------------------------------------
+
+namespace {
+
+// One key cell of one row, read once.
+struct KeyCell {
+    CellView text;
+    double number = 0.0;
+    bool isNumber = false;
+};
+
+// Puts the rows in the given order.
+void Permute(UtTable::RowList& rows, const std::vector<uint32_t>& order) {
+    UtTable::RowList sorted;
+    sorted.reserve(rows.size());
+    for (uint32_t r : order) sorted.push_back(std::move(rows[r]));
+    rows.swap(sorted);
+}
+
+// Rows whose columns are ordered as tuples of dense ranks: a key per column, added while the
+// column's order is a plain one. Returns false when some column needs the row-by-row comparison.
+bool AddTextColumn(CompositeKey& key, const std::vector<CellView>& views, bool descending) {
+    std::vector<uint32_t> rank;
+    uint32_t count = 0;
+    if (!kbase_tables_internal::RankTexts(views, rank, count)) return false;
+    if (descending) {
+        for (uint32_t& r : rank) r = count - 1 - r;
+    }
+    key.Add(rank, count);
+    return true;
+}
+
+}  // namespace
+
+void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
+    const size_t rowCount = rows_.size();
+    if (n == 0 || cols == nullptr || dirs == nullptr || rowCount < 2) return;
+    // Each key cell is read as a number once per row, not once per comparison.
+    std::vector<KeyCell> keys(rowCount * n);
+    for (size_t r = 0; r < rowCount; ++r) {
+        for (unsigned short k = 0; k < n; ++k) {
+            KeyCell& c = keys[r * n + k];
+            const UtCString* cell = CellAt(rows_[r], cols[k]);
+            c.text = ViewOf(cell);
+            c.isNumber = cell != nullptr && CellToDouble(*cell, c.number);
+        }
+    }
+
+    // Fast path: while a key column is all numbers (no NaN) or has at most one number, its
+    // order is a plain one and the rows can be ranked column by column. A column of numbers ends
+    // every comparison, so later keys cannot matter.
+    CompositeKey composite(rowCount);
+    bool ranked = true;
+    for (unsigned short k = 0; k < n && ranked; ++k) {
+        size_t numbers = 0;
+        bool nan = false;
+        for (size_t r = 0; r < rowCount; ++r) {
+            const KeyCell& c = keys[r * n + k];
+            numbers += c.isNumber ? 1 : 0;
+            nan = nan || (c.isNumber && std::isnan(c.number));
+        }
+        if (numbers == rowCount && !nan) {
+            if (dirs[k] == 0 || dirs[k] == 1) {
+                std::vector<double> values(rowCount);
+                for (size_t r = 0; r < rowCount; ++r) values[r] = keys[r * n + k].number;
+                std::vector<uint32_t> rank;
+                uint32_t count = 0;
+                kbase_tables_internal::RankNumbers(values, rank, count);
+                if (dirs[k] == 1) {
+                    for (uint32_t& x : rank) x = count - 1 - x;
+                }
+                composite.Add(rank, count);
+            }
+            break;
+        }
+        if (numbers > 1 || (dirs[k] != 0 && dirs[k] != 1)) {
+            ranked = false;
+            break;
+        }
+        std::vector<CellView> views(rowCount);
+        for (size_t r = 0; r < rowCount; ++r) views[r] = keys[r * n + k].text;
+        ranked = AddTextColumn(composite, views, dirs[k] == 1);
+    }
+
+    std::vector<uint32_t> order;
+    if (ranked) {
+        order = composite.StableOrder();
+    } else {
+        order.resize(rowCount);
+        for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
+        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) {
+            for (unsigned short k = 0; k < n; ++k) {
+                const KeyCell& x = keys[a * size_t{n} + k];
+                const KeyCell& y = keys[b * size_t{n} + k];
+                if (x.isNumber && y.isNumber) {
+                    // Equal numbers end the comparison too: no later key is consulted.
+                    return dirs[k] == 0 ? x.number < y.number : (dirs[k] == 1 ? x.number > y.number : false);
+                }
+                const int c = CompareCells(x.text, y.text);
+                if (c != 0) return dirs[k] == 0 ? c < 0 : (dirs[k] == 1 ? c > 0 : false);
+            }
+            return false;
+        });
+    }
+    Permute(rows_, order);
+}
+
+void UtTable::RemoveDuplicate() {
+    const size_t rowCount = rows_.size();
+    long width = 0;
+    bool plain = true;  // every row orders its cells ordinally
+    for (const UtTableRow& row : rows_) {
+        width = row.count() > width ? row.count() : width;
+        const UtCStringComparatorBase* c = row.GetComparator();
+        plain = plain && c != nullptr && typeid(*c) == typeid(UtCStringComparator);
+    }
+    std::vector<uint32_t> order;
+    std::vector<bool> keep(rowCount, true);
+    bool ranked = plain;
+    if (ranked) {
+        // A row is the tuple of its cells, a missing cell before every present one: that is the
+        // list comparison, where a shorter list is smaller.
+        CompositeKey composite(rowCount);
+        std::vector<CellView> views(rowCount);
+        for (long col = 0; col < width && ranked; ++col) {
+            for (size_t r = 0; r < rowCount; ++r) views[r] = ViewOf(CellAt(rows_[r], col));
+            std::vector<uint32_t> rank;
+            uint32_t count = 0;
+            ranked = kbase_tables_internal::RankTexts(views, rank, count);
+            if (!ranked) break;
+            for (size_t r = 0; r < rowCount; ++r) rank[r] = col < rows_[r].count() ? rank[r] + 1 : 0;
+            composite.Add(rank, count + 1);
+        }
+        if (ranked) {
+            order = composite.StableOrder();
+            const std::vector<uint64_t>& k = composite.keys();
+            for (size_t i = 1; i < rowCount; ++i) keep[i] = k[order[i]] != k[order[i - 1]];
+        }
+    }
+    if (!ranked) {
+        order.resize(rowCount);
+        for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
+        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return rows_[a] < rows_[b]; });
+        size_t first = 0;
+        for (size_t i = 1; i < rowCount; ++i) {
+            keep[i] = !(rows_[order[i]] == rows_[order[first]]);
+            if (keep[i]) first = i;
+        }
+    }
+    std::vector<uint32_t> kept;
+    kept.reserve(rowCount);
+    for (size_t i = 0; i < rowCount; ++i) {
+        if (keep[i]) kept.push_back(order[i]);
+    }
+    Permute(rows_, kept);
+    actRow_ = 0;
+}
+
+// ---- grouping with totals -----------------------------------------------------------------------
+
+namespace {
+
+// Whether format is literal text around exactly one floating conversion (%f %F %e %E %g %G %a %A,
+// with flags, width, precision and an optional 'l'); "%%" is literal.
+bool IsSumFormat(const char* f) {
+    int conversions = 0;
+    for (const char* p = f; *p != '\0'; ++p) {
+        if (*p != '%') continue;
+        ++p;
+        if (*p == '%') continue;
+        while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr) ++p;
+        while (*p >= '0' && *p <= '9') ++p;
+        if (*p == '.') {
+            ++p;
+            while (*p >= '0' && *p <= '9') ++p;
+        }
+        if (*p == 'l') ++p;
+        if (*p == '\0' || std::strchr("fFeEgGaA", *p) == nullptr) return false;
+        ++conversions;
+    }
+    return conversions == 1;
+}
+
+// The total as text in encoding e: through the format (8-bit or UTF-8 text) when it is a usable
+// one, else "%.2f"; cut to 50 characters.
+UtCString FormatTotal(double total, const UtCString* format, eUtEncodingType e) {
+    std::string fmt = "%.2f";
+    eUtEncodingType fmtEnc = eUtEncodingTypeAnsi1252;
+    if (format != nullptr) {
+        std::string candidate;
+        eUtEncodingType candidateEnc = format->encodingType();
+        if (format->isAnsiEncodingType()) {
+            candidate = format->ptr();
+        } else {
+            candidate = format->GetUtf8String(0);
+            candidateEnc = eUtEncodingTypeUtf8;
+        }
+        if (IsSumFormat(candidate.c_str())) {
+            fmt = candidate;
+            fmtEnc = candidateEnc;
+        }
+    }
+    char text[kMaxSumText + 1];
+    std::snprintf(text, sizeof text, fmt.c_str(), total);
+    size_t n = std::strlen(text);
+    // Cutting at 50 bytes must not leave half a UTF-8 character behind.
+    if (fmtEnc == eUtEncodingTypeUtf8 && n == kMaxSumText) {
+        size_t i = n;
+        while (i > 0 && (static_cast<unsigned char>(text[i - 1]) & 0xC0) == 0x80) --i;
+        if (i > 0 && static_cast<unsigned char>(text[i - 1]) >= 0xC0) {
+            const unsigned char lead = static_cast<unsigned char>(text[i - 1]);
+            const size_t need = lead >= 0xF0 ? 4 : (lead >= 0xE0 ? 3 : 2);
+            if (n - (i - 1) < need) n = i - 1;
+        }
+    }
+    return UtCString(text, static_cast<int>(n), fmtEnc, e);
+}
+
+// Puts text into cell col of row, padding the row with empty cells when it is shorter.
+void SetCell(UtTableRow& row, long col, const UtCString& text) {
+    while (row.count() <= col) {
+        const long before = row.count();
+        row.AddElem(UtCString(text.encodingType()));
+        if (row.count() == before) return;  // out of memory
+    }
+    row.ChgElem(col, text);
+}
+
+}  // namespace
+
+void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStringList* formats, unsigned short nCarry,
+                        const long* carryCols) {
+    const size_t rowCount = rows_.size();
+    if (sumCols == nullptr) nSum = 0;
+    if (carryCols == nullptr) nCarry = 0;
+    if (rowCount == 0) {
+        actRow_ = 0;
+        return;
+    }
+    std::vector<long> groupCols;
+    for (long col = 0; col < rows_[0].count(); ++col) {
+        if (!ItemInList(nSum, sumCols, col) && !ItemInList(nCarry, carryCols, col)) groupCols.push_back(col);
+    }
+
+    // Order the rows so that each group is contiguous, groups ascending, rows in table order.
+    std::vector<CellView> views(rowCount * groupCols.size());
+    for (size_t r = 0; r < rowCount; ++r) {
+        for (size_t g = 0; g < groupCols.size(); ++g) views[r * groupCols.size() + g] = ViewOf(CellAt(rows_[r], groupCols[g]));
+    }
+    const size_t width = groupCols.size();
+    auto compareRows = [&](uint32_t a, uint32_t b) {
+        for (size_t g = 0; g < width; ++g) {
+            const int c = CompareCells(views[a * width + g], views[b * width + g]);
+            if (c != 0) return c;
+        }
+        return 0;
+    };
+    std::vector<uint32_t> order;
+    bool ranked = true;
+    CompositeKey composite(rowCount);
+    std::vector<CellView> column(rowCount);
+    for (size_t g = 0; g < width && ranked; ++g) {
+        for (size_t r = 0; r < rowCount; ++r) column[r] = views[r * width + g];
+        ranked = AddTextColumn(composite, column, false);
+    }
+    if (ranked) {
+        order = composite.StableOrder();
+    } else {
+        order.resize(rowCount);
+        for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
+        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return compareRows(a, b) < 0; });
+    }
+    auto sameGroup = [&](uint32_t a, uint32_t b) {
+        return ranked ? composite.keys()[a] == composite.keys()[b] : compareRows(a, b) == 0;
+    };
+
+    RowList groups;
+    std::vector<double> totals(nSum);
+    for (size_t start = 0; start < rowCount;) {
+        size_t end = start + 1;
+        while (end < rowCount && sameGroup(order[start], order[end])) ++end;
+        // The first row is not read again, and moving it keeps its strings where the views see them.
+        UtTableRow rep(std::move(rows_[order[start]]));
+        for (unsigned short k = 0; k < nSum; ++k) {
+            const UtCString* own = CellAt(rep, sumCols[k]);
+            totals[k] = own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0;
+        }
+        for (size_t i = start + 1; i < end; ++i) {
+            const UtTableRow& row = rows_[order[i]];
+            for (unsigned short k = 0; k < nCarry; ++k) {
+                const UtCString* cell = CellAt(row, carryCols[k]);
+                if (cell != nullptr) SetCell(rep, carryCols[k], *cell);
+            }
+            for (unsigned short k = 0; k < nSum; ++k) {
+                const UtCString* cell = CellAt(row, sumCols[k]);
+                double v = 0.0;
+                if (cell != nullptr && CellToDouble(*cell, v)) totals[k] += v;
+            }
+        }
+        for (unsigned short k = 0; k < nSum; ++k) {
+            if (sumCols[k] < 0) continue;
+            const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
+            const UtCString* own = CellAt(rep, sumCols[k]);
+            const eUtEncodingType e = own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
+            SetCell(rep, sumCols[k], FormatTotal(totals[k], format, e));
+        }
+        groups.push_back(std::move(rep));
+        start = end;
+    }
+    rows_.swap(groups);
+    actRow_ = 0;
+}

@@ -1,0 +1,142 @@
+#include "kbase/tables/internal/numbers.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace kbase_tables_internal {
+
+namespace {
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Whether the system code page maps every ASCII byte to itself, so that the 8-bit form of an
+// ASCII text is the text itself. Read once, like the system encoding.
+bool SystemKeepsAscii() {
+    static const bool keeps = [] {
+        const unsigned e = UtCString::systemEncodingType();
+        return e == 65001 || e == 20127 || e == 874 || e == 932 || e == 936 || e == 949 || e == 950 ||
+               (e >= 1250 && e <= 1258) || (e >= 28591 && e <= 28605);
+    }();
+    return keeps;
+}
+
+// Bounds of the text without leading and trailing ' ' (the blanks Convert cuts); false when
+// the text holds a byte above 0x7F.
+bool AsciiTrim(const char* p, size_t n, size_t& first, size_t& last) {
+    for (size_t i = 0; i < n; ++i) {
+        if (static_cast<unsigned char>(p[i]) > 0x7F) return false;
+    }
+    first = 0;
+    while (first < n && p[first] == ' ') ++first;
+    last = n;
+    while (last > first && p[last - 1] == ' ') --last;
+    return true;
+}
+
+// -?digits(.digits)?([eE][+-]?digits)? : the shape on which from_chars and strtod agree.
+bool PlainDecimal(const char* p, const char* end) {
+    if (p < end && *p == '-') ++p;
+    const char* digits = p;
+    while (p < end && IsDigit(*p)) ++p;
+    if (p == digits) return false;
+    if (p < end && *p == '.') {
+        const char* fraction = ++p;
+        while (p < end && IsDigit(*p)) ++p;
+        if (p == fraction) return false;
+    }
+    if (p < end && (*p == 'e' || *p == 'E')) {
+        ++p;
+        if (p < end && (*p == '+' || *p == '-')) ++p;
+        const char* exponent = p;
+        while (p < end && IsDigit(*p)) ++p;
+        if (p == exponent) return false;
+    }
+    return p == end;
+}
+
+}  // namespace
+
+Parse AsciiToDouble(const char* p, size_t n, double& value) {
+    value = 0.0;
+    size_t first = 0;
+    size_t last = 0;
+    if (!SystemKeepsAscii() || !AsciiTrim(p, n, first, last)) return Parse::kUndecided;
+    if (first == last) return Parse::kNo;
+    const char* begin = p + first;
+    const char* end = p + last;
+    if (PlainDecimal(begin, end)) {
+        const auto r = std::from_chars(begin, end, value);
+        if (r.ec == std::errc() && r.ptr == end) return Parse::kYes;
+        // Out of range: strtod decides (it gives HUGE_VAL or 0 and succeeds).
+    }
+    // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
+    // character is no number, and text keys are common, so strtod is not asked.
+    if (std::strchr("0123456789+-. \t\n\v\f\riInN", *begin) == nullptr) return Parse::kNo;
+    // strtod stops exactly at the trimmed end for a number (p[n] is a NUL, so it cannot run
+    // past the text).
+    char* stop = nullptr;
+    const double v = std::strtod(begin, &stop);
+    if (stop == begin || stop != end) return Parse::kNo;
+    value = v;
+    return Parse::kYes;
+}
+
+Parse AsciiToInt64(const char* p, size_t n, long long& value) {
+    value = 0;
+    size_t first = 0;
+    size_t last = 0;
+    if (!SystemKeepsAscii() || !AsciiTrim(p, n, first, last)) return Parse::kUndecided;
+    if (first == last) return Parse::kNo;
+    const char* begin = p + first;
+    const char* end = p + last;
+    const char* d = begin + (*begin == '-' ? 1 : 0);
+    if (end - d >= 1 && end - d <= 18) {
+        long long v = 0;
+        const char* q = d;
+        while (q < end && IsDigit(*q)) v = v * 10 + (*q++ - '0');
+        if (q == end) {
+            value = *begin == '-' ? -v : v;
+            return Parse::kYes;
+        }
+    }
+    char* stop = nullptr;
+    errno = 0;
+    const long long v = std::strtoll(begin, &stop, 10);
+    if (stop == begin || stop != end) return Parse::kNo;
+    value = v;
+    return Parse::kYes;
+}
+
+const char* Bytes(const UtCString& s, size_t& n) {
+    const char* p = s.isUtf8EncodingType() ? s.stringSkipBOM() : s.ptr();
+    n = s.isAnsiEncodingType() ? static_cast<size_t>(s.GetLength()) : std::strlen(p);
+    return p;
+}
+
+bool CellToDouble(const UtCString& s, double& value) {
+    if (!s.isUtf16EncodingType()) {
+        size_t n = 0;
+        const char* p = Bytes(s, n);
+        if (p[n] == '\0') {
+            const Parse r = AsciiToDouble(p, n, value);
+            if (r != Parse::kUndecided) return r == Parse::kYes;
+        }
+    }
+    return s.Convert(value);
+}
+
+double CellToDoubleLenient(const UtCString& s) {
+    if (!s.isUtf16EncodingType() && SystemKeepsAscii()) {
+        size_t n = 0;
+        const char* p = Bytes(s, n);
+        bool ascii = p[n] == '\0';
+        for (size_t i = 0; ascii && i < n; ++i) ascii = static_cast<unsigned char>(p[i]) <= 0x7F;
+        if (ascii) return std::atof(p);
+    }
+    return std::atof(s.GetAnsiString().c_str());
+}
+
+}  // namespace kbase_tables_internal

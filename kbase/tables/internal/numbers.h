@@ -1,0 +1,27 @@
+// Reading cells and tokens as numbers, with exactly the results of UtCString::Convert but without
+// its copies for the common case of ASCII text. Not part of the exported interface.
+#pragma once
+
+#include <cstddef>
+
+#include "kbase/text/UtCString.h"
+
+namespace kbase_tables_internal {
+
+enum class Parse { kNo, kYes, kUndecided };
+
+// p[0..n) is the 8-bit form of a text and p[n] is a NUL. For ASCII text (and a system code page
+// that keeps ASCII as it is) the result is that of UtCString::Convert(double&) / (long long&)
+// on that text; kUndecided when the text holds other bytes (the caller falls back to Convert).
+Parse AsciiToDouble(const char* p, size_t n, double& value);
+Parse AsciiToInt64(const char* p, size_t n, long long& value);
+
+// UtCString::Convert(double&), fast for ASCII text.
+bool CellToDouble(const UtCString& s, double& value);
+// atof over the 8-bit form of s: the longest leading number, 0 when there is none.
+double CellToDoubleLenient(const UtCString& s);
+
+// The text's bytes past a UTF-8 mark and their count (for any encoding but UTF-16).
+const char* Bytes(const UtCString& s, size_t& n);
+
+}  // namespace kbase_tables_internal

@@ -1,0 +1,156 @@
+#include "kbase/tables/internal/order.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kbase_tables_internal {
+
+CellView ViewOf(const UtCString* s) {
+    CellView v;
+    if (s == nullptr) return v;
+    v.s = s;
+    if (s->isUtf16EncodingType()) {
+        const char16_t* w = s->uptr();
+        if (w == nullptr) return v;
+        if (*w == 0xFEFF || *w == 0xFFFE) ++w;
+        v.p = w;
+        v.n = static_cast<uint32_t>(std::char_traits<char16_t>::length(w));
+        v.enc = 1200;
+        return v;
+    }
+    const char* p = s->isUtf8EncodingType() ? s->stringSkipBOM() : s->ptr();
+    if (p == nullptr) return v;
+    v.p = p;
+    v.n = static_cast<uint32_t>(s->isAnsiEncodingType() ? static_cast<size_t>(s->GetLength()) : std::strlen(p));
+    v.enc = s->encodingType();
+    return v;
+}
+
+namespace {
+
+uint64_t Mix(uint64_t h) {
+    h ^= h >> 33;
+    h *= 0xff51afd7ed558ccdULL;
+    h ^= h >> 33;
+    return h;
+}
+
+// A word-at-a-time hash of the bytes.
+uint64_t HashBytes(const unsigned char* p, size_t n) {
+    uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
+    while (n >= 8) {
+        uint64_t w;
+        std::memcpy(&w, p, 8);
+        h = Mix(h ^ w) * 0x9E3779B97F4A7C15ULL;
+        p += 8;
+        n -= 8;
+    }
+    uint64_t w = 0;
+    std::memcpy(&w, p, n);
+    return Mix(h ^ w ^ (n << 56));
+}
+
+size_t ElemSize(const CellView& v) { return v.enc == 1200 ? 2 : 1; }
+
+bool SameBytes(const CellView& a, const CellView& b) {
+    return a.n == b.n && std::memcmp(a.p, b.p, a.n * ElemSize(a)) == 0;
+}
+
+}  // namespace
+
+bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count) {
+    const size_t n = views.size();
+    uint16_t enc = 0;
+    for (const CellView& v : views) {
+        if (v.n == 0) continue;
+        if (enc == 0) enc = v.enc;
+        if (v.enc != enc) return false;
+    }
+    // Group equal texts through an open-addressing table of first occurrences, then order only
+    // the distinct texts.
+    std::vector<uint32_t> id(n);
+    std::vector<uint32_t> firstOf;  // distinct text -> the row where it was first seen
+    size_t cap = 64;
+    std::vector<uint32_t> slots(cap, 0);  // distinct id + 1; 0 is free
+    for (size_t r = 0; r < n; ++r) {
+        if ((firstOf.size() + 1) * 2 > cap) {
+            cap *= 2;
+            slots.assign(cap, 0);
+            for (uint32_t d = 0; d < firstOf.size(); ++d) {
+                const CellView& v = views[firstOf[d]];
+                size_t i = HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)) & (cap - 1);
+                while (slots[i] != 0) i = (i + 1) & (cap - 1);
+                slots[i] = d + 1;
+            }
+        }
+        const CellView& v = views[r];
+        size_t i = HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)) & (cap - 1);
+        for (;;) {
+            if (slots[i] == 0) {
+                firstOf.push_back(static_cast<uint32_t>(r));
+                slots[i] = static_cast<uint32_t>(firstOf.size());
+                id[r] = slots[i] - 1;
+                break;
+            }
+            if (SameBytes(views[firstOf[slots[i] - 1]], v)) {
+                id[r] = slots[i] - 1;
+                break;
+            }
+            i = (i + 1) & (cap - 1);
+        }
+    }
+    std::vector<uint32_t> order(firstOf.size());
+    for (uint32_t d = 0; d < order.size(); ++d) order[d] = d;
+    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+        return CompareCells(views[firstOf[a]], views[firstOf[b]]) < 0;
+    });
+    std::vector<uint32_t> rankOf(order.size());
+    for (uint32_t k = 0; k < order.size(); ++k) rankOf[order[k]] = k;
+    rank.resize(n);
+    for (size_t r = 0; r < n; ++r) rank[r] = rankOf[id[r]];
+    count = static_cast<uint32_t>(order.size());
+    return true;
+}
+
+void RankNumbers(const std::vector<double>& values, std::vector<uint32_t>& rank, uint32_t& count) {
+    const size_t n = values.size();
+    std::vector<std::pair<double, uint32_t>> sorted(n);
+    for (size_t r = 0; r < n; ++r) sorted[r] = {values[r], static_cast<uint32_t>(r)};
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    rank.resize(n);
+    uint32_t k = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (i > 0 && sorted[i].first != sorted[i - 1].first) ++k;
+        rank[sorted[i].second] = k;
+    }
+    count = n == 0 ? 0 : k + 1;
+}
+
+void CompositeKey::Densify() {
+    std::vector<uint64_t> distinct(key_);
+    std::sort(distinct.begin(), distinct.end());
+    distinct.erase(std::unique(distinct.begin(), distinct.end()), distinct.end());
+    for (uint64_t& k : key_) k = static_cast<uint64_t>(std::lower_bound(distinct.begin(), distinct.end(), k) - distinct.begin());
+    distinct_ = distinct.size();
+}
+
+void CompositeKey::Add(const std::vector<uint32_t>& rank, uint32_t count) {
+    if (count <= 1) return;  // one value orders nothing
+    // Keys and ranks both stay below 2^32 after densifying, so the product fits in 64 bits.
+    if (distinct_ > UINT64_MAX / count) Densify();
+    for (size_t r = 0; r < key_.size(); ++r) key_[r] = key_[r] * count + rank[r];
+    distinct_ *= count;
+}
+
+std::vector<uint32_t> CompositeKey::StableOrder() const {
+    const size_t n = key_.size();
+    std::vector<std::pair<uint64_t, uint32_t>> pairs(n);
+    for (size_t r = 0; r < n; ++r) pairs[r] = {key_[r], static_cast<uint32_t>(r)};
+    std::sort(pairs.begin(), pairs.end());  // the row index breaks ties: stable
+    std::vector<uint32_t> order(n);
+    for (size_t r = 0; r < n; ++r) order[r] = pairs[r].second;
+    return order;
+}
+
+}  // namespace kbase_tables_internal

@@ -1,0 +1,98 @@
+// Ordering rows by their cells: cell views, ordinal comparison, a stable merge sort that stays
+// safe with any comparison, and dense ranks of columns for sorting by integer keys.
+// Not part of the exported interface.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "kbase/text/UtCString.h"
+
+namespace kbase_tables_internal {
+
+// The stored text of a cell: bytes (code pages; UTF-8 past its mark) or UTF-16 units. A missing
+// cell is the empty text.
+struct CellView {
+    const UtCString* s = nullptr;
+    const void* p = "";
+    uint32_t n = 0;    // elements (bytes or units)
+    uint16_t enc = 0;  // encoding; 1201 is folded into 1200, since both store the same units
+};
+
+CellView ViewOf(const UtCString* s);
+
+// Ordinal comparison, -1, 0 or 1: unit by unit within one encoding (a shorter prefix is
+// smaller), else UtCString::CompareTo (through UTF-16).
+inline int CompareCells(const CellView& a, const CellView& b) {
+    if (a.n == 0 || b.n == 0) return (a.n != 0) - (b.n != 0);
+    if (a.enc != b.enc) return a.s->CompareTo(*b.s);
+    int r = 0;
+    if (a.enc == 1200) {
+        r = std::u16string_view(static_cast<const char16_t*>(a.p), a.n)
+                .compare(std::u16string_view(static_cast<const char16_t*>(b.p), b.n));
+    } else {
+        r = std::string_view(static_cast<const char*>(a.p), a.n)
+                .compare(std::string_view(static_cast<const char*>(b.p), b.n));
+    }
+    return (r > 0) - (r < 0);
+}
+
+// Stable sort of idx by less(a, b) ("a before b"). Merges only compare and move within their
+// ranges, so a comparison that is not a strict weak order gives some order, never a fault.
+template <typename Less>
+void StableSort(std::vector<uint32_t>& idx, Less less) {
+    const size_t n = idx.size();
+    constexpr size_t kRun = 16;
+    for (size_t start = 0; start < n; start += kRun) {
+        const size_t end = start + kRun < n ? start + kRun : n;
+        for (size_t i = start + 1; i < end; ++i) {
+            const uint32_t v = idx[i];
+            size_t j = i;
+            while (j > start && less(v, idx[j - 1])) {
+                idx[j] = idx[j - 1];
+                --j;
+            }
+            idx[j] = v;
+        }
+    }
+    std::vector<uint32_t> buf(n);
+    for (size_t width = kRun; width < n; width *= 2) {
+        for (size_t lo = 0; lo < n; lo += 2 * width) {
+            const size_t mid = lo + width < n ? lo + width : n;
+            const size_t hi = lo + 2 * width < n ? lo + 2 * width : n;
+            size_t i = lo;
+            size_t j = mid;
+            size_t k = lo;
+            while (i < mid && j < hi) buf[k++] = less(idx[j], idx[i]) ? idx[j++] : idx[i++];
+            while (i < mid) buf[k++] = idx[i++];
+            while (j < hi) buf[k++] = idx[j++];
+        }
+        idx.swap(buf);
+    }
+}
+
+// Dense ranks (0..count-1, in ascending order) of the views. False when the non-empty views are
+// of more than one encoding (their order is then not one of plain units).
+bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count);
+// Dense ranks of numbers (equal values, also 0 and -0, share a rank). No NaN allowed.
+void RankNumbers(const std::vector<double>& values, std::vector<uint32_t>& rank, uint32_t& count);
+
+// A row key built column by column from ranks: rows compare as the tuples of their ranks.
+class CompositeKey {
+public:
+    explicit CompositeKey(size_t rows) : key_(rows, 0) {}
+    // Appends a column of ranks below count.
+    void Add(const std::vector<uint32_t>& rank, uint32_t count);
+    const std::vector<uint64_t>& keys() const { return key_; }
+    // The rows in ascending key order, equal keys in row order.
+    std::vector<uint32_t> StableOrder() const;
+
+private:
+    void Densify();
+    std::vector<uint64_t> key_;
+    uint64_t distinct_ = 1;  // an upper bound of the number of distinct keys
+};
+
+}  // namespace kbase_tables_internal
