@@ -94,6 +94,8 @@ public:
     void destructor();
 
     // ---- assignment and concatenation ------------------------------------------------------
+    // Every assignment, moving included, keeps this string's encoding and converts the source's
+    // text into it (only ChangeEncodingType, ToAnsi, ToAnsiIfRepresentable and ToUnicode change it).
     UtCString& operator=(const UtCString& other);
     UtCString& operator=(UtCString&& other) noexcept;
     UtCString& operator=(const char* text);  // text in the system encoding
@@ -222,7 +224,9 @@ public:
     bool SaveToMem(unsigned char** block, uint64_t& size) const;
     // Reads a record at offset and advances offset past it. The unbounded form trusts the record;
     // the bounded form refuses (false, string and offset unchanged) a record that runs past
-    // blockSize or whose text is not terminated. A null block gives false.
+    // blockSize, whose text is not terminated, whose length disagrees with its text or whose
+    // encoding is 256 or 65535 (never stored; the unbounded form reads them as the system
+    // encoding). A null block gives false.
     bool ReadFromMem(const unsigned char* block, uint64_t& offset);
     bool ReadFromMem(const unsigned char* block, uint64_t blockSize, uint64_t& offset);
 

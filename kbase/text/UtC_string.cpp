@@ -706,7 +706,9 @@ void* ReadRecordText(const unsigned char* src, uint64_t n, bool wide) {
 bool UtCString::ReadFromMem(const unsigned char* block, uint64_t& offset) {
     if (block == nullptr) return false;
     const unsigned char* rec = block + offset;
-    const uint16_t e = static_cast<uint16_t>(GetLE32(rec + 8));
+    // 256 and 65535 are never stored in a string; a record naming them means the system encoding.
+    uint16_t e = static_cast<uint16_t>(GetLE32(rec + 8));
+    if (e == eUtEncodingTypeSystemDefault || e == eUtEncodingTypeUnknown) e = MapEncodingType(eUtEncodingTypeSystemDefault);
     const auto len = static_cast<int32_t>(GetLE32(rec + 12));
     const uint64_t n = GetLE64(rec + 16);
     void* p = ReadRecordText(rec + kRecordHeader, n, UtCUtf::IsUtf16(e));
@@ -726,6 +728,7 @@ bool UtCString::ReadFromMem(const unsigned char* block, uint64_t blockSize, uint
     const auto len = static_cast<int32_t>(GetLE32(rec + 12));
     const uint64_t n = GetLE64(rec + 16);
     if (n > blockSize - offset - kRecordHeader) return false;
+    if (e == eUtEncodingTypeSystemDefault || e == eUtEncodingTypeUnknown) return false;  // never stored
     // The stored length must agree with the text, or later members would index past the buffer.
     const bool wide = UtCUtf::IsUtf16(e);
     const unsigned char* t = rec + kRecordHeader;

@@ -87,6 +87,10 @@ TEST(StringRecord, BoundedReaderRefusesHostileRecords) {
     utf16odd[16] = 5;
     utf16odd.pop_back();
     refuses(utf16odd, "odd UTF-16 byte count");
+    auto systemDefault = good;
+    systemDefault[8] = 0x00;
+    systemDefault[9] = 0x01;  // 256
+    refuses(systemDefault, "encoding 256 is never stored");
     auto noMark = Record(Make("ab", eUtEncodingTypeUtf8));
     noMark[24] = 'x';
     refuses(noMark, "UTF-8 without its mark");
