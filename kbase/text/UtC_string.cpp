@@ -469,24 +469,30 @@ char16_t UtCString::GetWcharAt(int i) const {
     return out[0];
 }
 
+namespace {
+// Replaces character i by one character given in encoding e (converted when it differs).
+void ReplaceCharAt(UtCString& s, int i, const void* c, unsigned short e) {
+    const int64_t from = UnitOffset(s, i);
+    Splice(s, from, UnitOffset(s, i + 1) - from, c, 1, e, nullptr, 0, UtCStringAccess::Encoding(s));
+}
+}  // namespace
+
 void UtCString::SetAt(int i, char c) {
     if (i < 0 || i >= length_) return;
     if (isAnsiEncodingType()) {
         static_cast<char*>(text_)[i] = c;
-        return;
+    } else {
+        ReplaceCharAt(*this, i, &c, systemEncodingType());
     }
-    Splice(*this, UnitOffset(*this, i), UnitOffset(*this, i + 1) - UnitOffset(*this, i), &c, 1,
-           systemEncodingType(), nullptr, 0, encoding_);
 }
 
 void UtCString::SetAt(int i, char16_t c) {
     if (i < 0 || i >= length_) return;
     if (isUtf16EncodingType()) {
         static_cast<char16_t*>(text_)[i] = c;
-        return;
+    } else {
+        ReplaceCharAt(*this, i, &c, eUtEncodingTypeUtf16);
     }
-    Splice(*this, UnitOffset(*this, i), UnitOffset(*this, i + 1) - UnitOffset(*this, i), &c, 1,
-           eUtEncodingTypeUtf16, nullptr, 0, encoding_);
 }
 
 uint64_t UtCString::BufferSize() const {
