@@ -12,6 +12,7 @@
 #include <string>
 
 #include "bench_python.h"
+#include "ratio_reporter.h"
 #include "kbase/tables/CSVTableWithHeader.h"
 #include "kbase/tables/UtCCsvReader.h"
 
@@ -108,4 +109,16 @@ BENCHMARK(BM_Pandas_Tokenize)->Unit(benchmark::kMillisecond)->Iterations(2)->Use
 BENCHMARK(BM_Kbase_TableLoad)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(BM_Pandas_TableLoadStr)->Unit(benchmark::kMillisecond)->Iterations(2)->UseManualTime();
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    reporter.AddPair("tokenizing vs fast-cpp-csv-parser (goal >= 1.3x)", "BM_Kbase_Tokenize/iterations:3",
+                     "BM_Fccp_Tokenize/iterations:3");
+    reporter.AddRealTimePair("tokenizing vs pandas (goal >= 8x)", "BM_Kbase_Tokenize/iterations:3",
+                             "BM_Pandas_Tokenize/iterations:2/manual_time");
+    reporter.AddRealTimePair("table load vs pandas dtype=str (goal >= 5x)", "BM_Kbase_TableLoad/iterations:2",
+                             "BM_Pandas_TableLoadStr/iterations:2/manual_time");
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

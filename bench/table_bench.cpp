@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bench_python.h"
+#include "ratio_reporter.h"
 #include "kbase/tables/UtTable.h"
 
 namespace {
@@ -153,4 +154,20 @@ BENCHMARK(BM_Kbase_RemoveDuplicate)->Unit(benchmark::kMillisecond)->Iterations(3
 BENCHMARK(BM_Sqlite_Distinct)->Unit(benchmark::kMillisecond)->Iterations(2);
 BENCHMARK(BM_Pandas_DropDuplicates)->Unit(benchmark::kMillisecond)->Iterations(3)->UseManualTime();
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    RatioReporter reporter;
+    const char* goals[][4] = {{"SumColumn", "BM_Kbase_SumColumn", "BM_Sqlite_GroupSum", "BM_Pandas_GroupSum"},
+                              {"Sort", "BM_Kbase_Sort", "BM_Sqlite_OrderBy", "BM_Pandas_SortValues"},
+                              {"RemoveDuplicate", "BM_Kbase_RemoveDuplicate", "BM_Sqlite_Distinct",
+                               "BM_Pandas_DropDuplicates"}};
+    for (const auto& g : goals) {
+        const std::string ours = std::string(g[1]) + "/iterations:3";
+        reporter.AddPair(std::string(g[0]) + " vs SQLite (goal >= 10x)", ours, std::string(g[2]) + "/iterations:2");
+        reporter.AddRealTimePair(std::string(g[0]) + " vs pandas (goal >= 1/1.5)", ours,
+                                 std::string(g[3]) + "/iterations:3/manual_time");
+    }
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}

@@ -16,14 +16,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!t.IsLoaded()) std::abort();
     // Joining the fields again gives the input back, except line ends and a leading mark.
     size_t bytes = 0;
-    for (const auto& row : t.Rows()) {
-        for (const auto& f : row) bytes += f.size() + 1;
+    for (uint64_t r = 0; r < t.GetRowCount(); ++r) {
+        for (uint64_t c = 0; c < t.GetFieldCount(r); ++c) bytes += t.Field(r, c).size() + 1;
     }
     if (bytes > size + 1) std::abort();
     for (const std::string& id : t.GetIDs()) (void)t.GetData(id, t.GetHeader().empty() ? std::string() : t.GetHeader()[0]);
 
     UtTable table;
-    for (const auto& row : t.Rows()) {
+    for (const auto& row : t.GetTable()) {
         table.AddRow();
         for (const auto& f : row) table.AddElem(UtCString(f.c_str(), static_cast<int>(f.size()), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252));
     }

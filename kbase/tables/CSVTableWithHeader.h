@@ -11,10 +11,15 @@
 // Two maps answer the lookups: header name -> column (a repeated name maps to its last column)
 // and identifier -> row (a repeated identifier maps to its last row); both follow SetData.
 // Growth of a map past its maximum size throws std::length_error.
+//
+// Storage: the fields' bytes lie in one block, line after line, and each field is found through
+// its end offset in its line, so a load costs a few large allocations instead of one per field;
+// SetData keeps the new text beside the block. The rows and fields come out as std::string copies.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -65,20 +70,32 @@ public:
     const UtCString& GetFileName() const { return fileName_; }
     // The largest field count of any row.
     uint64_t GetColCount() const { return maxFields_; }
-    // The rows themselves, without a copy.
-    const Table& Rows() const { return table_; }
+    // Field access without a copy: the field count of row i (0 when there is none) and a view
+    // of a field ("" when there is none), valid until the table is changed.
+    uint64_t GetFieldCount(uint64_t row) const;
+    std::string_view Field(uint64_t row, uint64_t col) const;
 
 private:
+    struct RowRef {
+        uint64_t text;       // offset of the row's line in text_
+        uint64_t firstCell;  // index of its first field in cellEnd_
+    };
     void BuildHeaderMap() const;
     void BuildIdMap() const;
+    // The row whose identifier is id, or -1.
+    int64_t FindId(std::string_view id) const;
 
     UtCString fileName_;
     bool loaded_ = false;
     char delimiter_ = ';';
-    Table table_;
+    std::string text_;                   // the lines' bytes, one after another
+    std::vector<RowRef> rows_;           // one per row, plus an end marker when not empty
+    std::vector<uint32_t> cellEnd_;      // per field: its end offset in its line
+    std::unordered_map<uint64_t, std::string> edits_;  // field index -> text set by SetData
     uint64_t maxFields_ = 0;
     mutable std::unordered_map<std::string, uint64_t> headerMap_;
-    mutable std::unordered_map<std::string, uint64_t> idMap_;
+    // Identifier map: open addressing over slots (hash tag << 32 | row), 0 free.
+    mutable std::vector<uint64_t> idSlots_;
     mutable bool headerMapStale_ = false;
     mutable bool idMapStale_ = false;
 };

@@ -1,6 +1,7 @@
 // UtTableRow and UtTable.
 #include "kbase/tables/UtTable.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -37,8 +38,15 @@ UtTableRow::UtTableRow() : actElem_(-1), priorities_(nullptr), priorityCount_(0)
 
 UtTableRow::UtTableRow(const UtTableRow& other)
     : UtCStringList(other), actElem_(other.actElem_), priorities_(nullptr), priorityCount_(0), priorityCap_(0) {
-    if (GrowPriorities(other.priorityCount_) && other.priorityCount_ > 0) {
-        std::memcpy(priorities_, other.priorities_, sizeof(unsigned short) * static_cast<size_t>(other.priorityCount_));
+    priorityCount_ = other.priorityCount_;
+    if (other.priorities_ != nullptr && priorityCount_ > 0) {
+        // Without memory for them the copy's priorities all read 0.
+        void* block = nullptr;
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(priorityCount_), sizeof(unsigned short)) == kUtMemOk) {
+            priorities_ = static_cast<unsigned short*>(block);
+            priorityCap_ = priorityCount_;
+            std::memcpy(priorities_, other.priorities_, sizeof(unsigned short) * static_cast<size_t>(priorityCount_));
+        }
     }
 }
 
@@ -75,9 +83,14 @@ UtTableRow& UtTableRow::operator=(UtTableRow&& other) noexcept {
 
 UtTableRow::~UtTableRow() { UtFreeMemory(priorities_); }
 
-// Grows the priority array to n entries, new ones 0 (kept entries keep their values).
+// Grows the priority array to n entries, new ones 0 (kept entries keep their values). While no
+// priority is stored only the count moves.
 bool UtTableRow::GrowPriorities(long n) {
     if (n <= priorityCount_) return true;
+    if (priorities_ == nullptr) {
+        priorityCount_ = static_cast<int32_t>(n);
+        return true;
+    }
     if (n > priorityCap_) {
         long cap = priorityCap_ < 4 ? 4 : 2L * priorityCap_;
         if (cap < n) cap = n;
@@ -89,6 +102,19 @@ bool UtTableRow::GrowPriorities(long n) {
     std::memset(priorities_ + priorityCount_, 0, sizeof(unsigned short) * static_cast<size_t>(n - priorityCount_));
     priorityCount_ = static_cast<int32_t>(n);
     return true;
+}
+
+void UtTableRow::priority(const long& i, const unsigned short& value) {
+    if (priorities_ == nullptr) {
+        if (value == 0) return;  // already reads 0
+        const long n = priorityCount_ > i + 1 ? priorityCount_ : i + 1;
+        void* block = nullptr;
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(n), sizeof(unsigned short)) != kUtMemOk) return;
+        priorities_ = static_cast<unsigned short*>(block);
+        std::memset(priorities_, 0, sizeof(unsigned short) * static_cast<size_t>(n));
+        priorityCap_ = static_cast<int32_t>(n);
+    }
+    priorities_[i] = value;
 }
 
 long UtTableRow::AddElem(const UtCString& text) {
@@ -263,7 +289,17 @@ struct KeyCell {
 void Permute(UtTable::RowList& rows, const std::vector<uint32_t>& order) {
     UtTable::RowList sorted;
     sorted.reserve(rows.size());
-    for (uint32_t r : order) sorted.push_back(std::move(rows[r]));
+    constexpr size_t kAhead = 8;  // rows are read in a random order: fetch them ahead
+    for (size_t i = 0; i < order.size(); ++i) {
+#if defined(__GNUC__)
+        if (i + kAhead < order.size()) {
+            const char* next = reinterpret_cast<const char*>(&rows[order[i + kAhead]]);
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + sizeof(UtTableRow) - 1);
+        }
+#endif
+        sorted.push_back(std::move(rows[order[i]]));
+    }
     rows.swap(sorted);
 }
 
@@ -478,6 +514,138 @@ void SetCell(UtTableRow& row, long col, const UtCString& text) {
 
 }  // namespace
 
+namespace {
+
+// What SumColumn does with one group: the representative (a copy of the group's first row) and
+// the running totals of the summed columns.
+struct SumSpec {
+    unsigned short nSum;
+    const long* sumCols;
+    unsigned short nCarry;
+    const long* carryCols;
+};
+
+// Starts a group's totals from its first row's cells read like atof.
+void StartTotals(const SumSpec& spec, const UtTableRow& first, double* totals) {
+    for (unsigned short k = 0; k < spec.nSum; ++k) {
+        const UtCString* own = CellAt(first, spec.sumCols[k]);
+        totals[k] = own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0;
+    }
+}
+
+// Folds a later row of the group into the representative and the totals: its carried cells
+// overwrite the representative's, its cells that read as numbers are added.
+void FoldRow(const SumSpec& spec, const UtTableRow& row, UtTableRow& rep, double* totals) {
+    for (unsigned short k = 0; k < spec.nCarry; ++k) {
+        const UtCString* cell = CellAt(row, spec.carryCols[k]);
+        if (cell != nullptr) SetCell(rep, spec.carryCols[k], *cell);
+    }
+    for (unsigned short k = 0; k < spec.nSum; ++k) {
+        const UtCString* cell = CellAt(row, spec.sumCols[k]);
+        double v = 0.0;
+        if (cell != nullptr && CellToDouble(*cell, v)) totals[k] += v;
+    }
+}
+
+// Writes the totals into the representative.
+void WriteTotals(const SumSpec& spec, const UtCStringList* formats, const double* totals, UtTableRow& rep) {
+    for (unsigned short k = 0; k < spec.nSum; ++k) {
+        if (spec.sumCols[k] < 0) continue;
+        const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
+        const UtCString* own = CellAt(rep, spec.sumCols[k]);
+        const eUtEncodingType e = own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
+        SetCell(rep, spec.sumCols[k], FormatTotal(totals[k], format, e));
+    }
+}
+
+// Whether the non-empty cells of the grouping columns are all of one encoding (units compare
+// as plain bytes or 16-bit units then).
+bool OneKeyEncoding(const UtTable::RowList& rows, const std::vector<long>& groupCols) {
+    uint16_t enc = 0;
+    for (const UtTableRow& row : rows) {
+        for (long col : groupCols) {
+            const CellView v = ViewOf(CellAt(row, col));
+            if (v.n == 0) continue;
+            if (enc == 0) enc = v.enc;
+            if (v.enc != enc) return false;
+        }
+    }
+    return true;
+}
+
+// Groups in one pass over the rows in table order: a hash table of the groups' first rows,
+// keyed on the grouping cells' units. Every row of a group is folded in table order, which is
+// the order of the group's rows after a stable sort, so totals and carried cells come out as
+// they would after sorting. firstOf lists the groups' first rows, in order of appearance.
+// Returns false, having changed nothing, when the grouping cells mix encodings.
+bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, const SumSpec& spec,
+                 std::vector<uint32_t>& firstOf, std::vector<double>& totals) {
+    if (spec.nCarry > 0 && !OneKeyEncoding(rows, groupCols)) return false;
+    const size_t width = groupCols.size();
+    const size_t nSum = spec.nSum;
+    std::vector<CellView> key(width);
+    std::vector<uint64_t> slotHash;
+    std::vector<uint32_t> slots;  // group + 1; 0 is free
+    size_t mask = 0;
+    auto rehash = [&](size_t cap) {
+        std::vector<uint32_t> fresh(cap, 0);
+        std::vector<uint64_t> freshHash(cap, 0);
+        for (size_t i = 0; i < slots.size(); ++i) {
+            if (slots[i] == 0) continue;
+            size_t j = slotHash[i] & (cap - 1);
+            while (fresh[j] != 0) j = (j + 1) & (cap - 1);
+            fresh[j] = slots[i];
+            freshHash[j] = slotHash[i];
+        }
+        slots.swap(fresh);
+        slotHash.swap(freshHash);
+        mask = cap - 1;
+    };
+    rehash(256);
+    uint16_t enc = 0;
+    for (size_t r = 0; r < rows.size(); ++r) {
+        const UtTableRow& row = rows[r];
+        uint64_t h = 0x2545F4914F6CDD1DULL;
+        for (size_t g = 0; g < width; ++g) {
+            key[g] = ViewOf(CellAt(row, groupCols[g]));
+            if (key[g].n != 0) {
+                if (enc == 0) enc = key[g].enc;
+                if (key[g].enc != enc) return false;  // only reached before any change (nCarry == 0)
+            }
+            h = (h ^ kbase_tables_internal::HashView(key[g])) * 0x9E3779B97F4A7C15ULL;
+            h ^= h >> 29;
+        }
+        size_t i = h & mask;
+        for (;;) {
+            if (slots[i] == 0) {
+                firstOf.push_back(static_cast<uint32_t>(r));
+                totals.resize(firstOf.size() * nSum);
+                StartTotals(spec, row, totals.data() + (firstOf.size() - 1) * nSum);
+                slots[i] = static_cast<uint32_t>(firstOf.size());
+                slotHash[i] = h;
+                if (firstOf.size() * 2 > slots.size()) rehash(slots.size() * 2);
+                break;
+            }
+            if (slotHash[i] == h) {
+                const size_t group = slots[i] - 1;
+                UtTableRow& rep = rows[firstOf[group]];
+                bool same = true;
+                for (size_t g = 0; g < width && same; ++g) {
+                    same = CompareCells(ViewOf(CellAt(rep, groupCols[g])), key[g]) == 0;
+                }
+                if (same) {
+                    FoldRow(spec, row, rep, totals.data() + group * nSum);
+                    break;
+                }
+            }
+            i = (i + 1) & mask;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStringList* formats, unsigned short nCarry,
                         const long* carryCols) {
     const size_t rowCount = rows_.size();
@@ -487,17 +655,48 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         actRow_ = 0;
         return;
     }
+    const SumSpec spec{nSum, sumCols, nCarry, carryCols};
     std::vector<long> groupCols;
     for (long col = 0; col < rows_[0].count(); ++col) {
         if (!ItemInList(nSum, sumCols, col) && !ItemInList(nCarry, carryCols, col)) groupCols.push_back(col);
     }
-
-    // Order the rows so that each group is contiguous, groups ascending, rows in table order.
-    std::vector<CellView> views(rowCount * groupCols.size());
-    for (size_t r = 0; r < rowCount; ++r) {
-        for (size_t g = 0; g < groupCols.size(); ++g) views[r * groupCols.size() + g] = ViewOf(CellAt(rows_[r], groupCols[g]));
-    }
     const size_t width = groupCols.size();
+
+    RowList groups;
+    std::vector<uint32_t> firstOf;
+    std::vector<double> totals;
+    if (GroupByHash(rows_, groupCols, spec, firstOf, totals)) {
+        // Only the few group rows are put in order; their grouping cells are all distinct.
+        std::vector<uint32_t> order(firstOf.size());
+        for (uint32_t g = 0; g < order.size(); ++g) order[g] = g;
+        std::vector<CellView> views(firstOf.size() * width);
+        for (size_t g = 0; g < firstOf.size(); ++g) {
+            for (size_t c = 0; c < width; ++c) views[g * width + c] = ViewOf(CellAt(rows_[firstOf[g]], groupCols[c]));
+        }
+        std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+            for (size_t c = 0; c < width; ++c) {
+                const int r = CompareCells(views[a * width + c], views[b * width + c]);
+                if (r != 0) return r < 0;
+            }
+            return false;
+        });
+        groups.reserve(order.size());
+        for (uint32_t g : order) {
+            UtTableRow rep(std::move(rows_[firstOf[g]]));
+            WriteTotals(spec, formats, totals.data() + size_t{g} * nSum, rep);
+            groups.push_back(std::move(rep));
+        }
+        rows_.swap(groups);
+        actRow_ = 0;
+        return;
+    }
+
+    // Grouping cells of several encodings: their order is not one of plain units, so the rows
+    // are stable-sorted by the full comparison and each group is folded in that order.
+    std::vector<CellView> views(rowCount * width);
+    for (size_t r = 0; r < rowCount; ++r) {
+        for (size_t g = 0; g < width; ++g) views[r * width + g] = ViewOf(CellAt(rows_[r], groupCols[g]));
+    }
     auto compareRows = [&](uint32_t a, uint32_t b) {
         for (size_t g = 0; g < width; ++g) {
             const int c = CompareCells(views[a * width + g], views[b * width + g]);
@@ -505,55 +704,19 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         }
         return 0;
     };
-    std::vector<uint32_t> order;
-    bool ranked = true;
-    CompositeKey composite(rowCount);
-    std::vector<CellView> column(rowCount);
-    for (size_t g = 0; g < width && ranked; ++g) {
-        for (size_t r = 0; r < rowCount; ++r) column[r] = views[r * width + g];
-        ranked = AddTextColumn(composite, column, false);
-    }
-    if (ranked) {
-        order = composite.StableOrder();
-    } else {
-        order.resize(rowCount);
-        for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
-        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return compareRows(a, b) < 0; });
-    }
-    auto sameGroup = [&](uint32_t a, uint32_t b) {
-        return ranked ? composite.keys()[a] == composite.keys()[b] : compareRows(a, b) == 0;
-    };
+    std::vector<uint32_t> order(rowCount);
+    for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
+    kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return compareRows(a, b) < 0; });
 
-    RowList groups;
-    std::vector<double> totals(nSum);
+    totals.resize(nSum);
     for (size_t start = 0; start < rowCount;) {
         size_t end = start + 1;
-        while (end < rowCount && sameGroup(order[start], order[end])) ++end;
+        while (end < rowCount && compareRows(order[start], order[end]) == 0) ++end;
         // The first row is not read again, and moving it keeps its strings where the views see them.
         UtTableRow rep(std::move(rows_[order[start]]));
-        for (unsigned short k = 0; k < nSum; ++k) {
-            const UtCString* own = CellAt(rep, sumCols[k]);
-            totals[k] = own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0;
-        }
-        for (size_t i = start + 1; i < end; ++i) {
-            const UtTableRow& row = rows_[order[i]];
-            for (unsigned short k = 0; k < nCarry; ++k) {
-                const UtCString* cell = CellAt(row, carryCols[k]);
-                if (cell != nullptr) SetCell(rep, carryCols[k], *cell);
-            }
-            for (unsigned short k = 0; k < nSum; ++k) {
-                const UtCString* cell = CellAt(row, sumCols[k]);
-                double v = 0.0;
-                if (cell != nullptr && CellToDouble(*cell, v)) totals[k] += v;
-            }
-        }
-        for (unsigned short k = 0; k < nSum; ++k) {
-            if (sumCols[k] < 0) continue;
-            const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
-            const UtCString* own = CellAt(rep, sumCols[k]);
-            const eUtEncodingType e = own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
-            SetCell(rep, sumCols[k], FormatTotal(totals[k], format, e));
-        }
+        StartTotals(spec, rep, totals.data());
+        for (size_t i = start + 1; i < end; ++i) FoldRow(spec, rows_[order[i]], rep, totals.data());
+        WriteTotals(spec, formats, totals.data(), rep);
         groups.push_back(std::move(rep));
         start = end;
     }

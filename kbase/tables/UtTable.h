@@ -52,8 +52,10 @@ public:
     long GetElemCount() const { return count(); }
 
     // The priority of cell i. No range check: i must be below the number of cells ever added.
-    unsigned short priority(const long& i) const { return priorities_[i]; }
-    void priority(const long& i, const unsigned short& value) { priorities_[i] = value; }
+    // Priorities are stored only once one is set to non-zero (until then all read 0); should
+    // memory for them run out, the setter leaves them as they were.
+    unsigned short priority(const long& i) const { return priorities_ != nullptr ? priorities_[i] : 0; }
+    void priority(const long& i, const unsigned short& value);
 
     // Removes the cells only: the current cell and the priorities stay as they were, so a
     // following GetNextElem continues from the old index.
@@ -67,7 +69,9 @@ private:
     bool GrowPriorities(long n);
 
     long actElem_;
-    unsigned short* priorities_;  // UtAllocMemoryBlock; priorityCap_ entries, priorityCount_ used
+    // UtAllocMemoryBlock, priorityCap_ entries; null while every priority is 0. priorityCount_
+    // is the number of cells ever added, stored or not.
+    unsigned short* priorities_;
     int32_t priorityCount_;
     int32_t priorityCap_;
 };

@@ -60,7 +60,8 @@ public:
 
 class KBASE_API UtCStringList {
 public:
-    // An empty list with a new UtCStringComparator.
+    // An empty list with the ordinal comparator (UtCStringComparator). That comparator has no
+    // state, so the lists that use it share one instance rather than each allocating its own.
     UtCStringList();
     // An empty list that adopts comparator (null: the list has none).
     explicit UtCStringList(UtCStringComparatorBase* comparator);
@@ -151,6 +152,9 @@ public:
     bool ReadFromMem(const unsigned char* data, uint64_t blockSize, uint64_t& offset);
 
 private:
+    static UtCStringComparatorBase* SharedOrdinal();
+    static UtCStringComparatorBase* CloneComparator(const UtCStringComparatorBase* c);
+    void DropComparator();  // deletes the comparator unless it is the shared one
     static UtCString* NewCopy(const UtCString& s);
     static void DeleteString(void* p);
     UtCString* At(long i) const { return static_cast<UtCString*>(items_.item(i)); }

@@ -150,7 +150,24 @@ void UtCStringList::DeleteString(void* p) {
     UtFreeMemory(p);
 }
 
-UtCStringList::UtCStringList() : comparator_(new UtCStringComparator()) {}
+// The ordinal comparator is stateless, so every list that has the default one shares this
+// instance instead of allocating its own; it is never deleted (see OwnsComparator).
+UtCStringComparatorBase* UtCStringList::SharedOrdinal() {
+    static UtCStringComparatorBase* const shared = new UtCStringComparator();
+    return shared;
+}
+
+UtCStringComparatorBase* UtCStringList::CloneComparator(const UtCStringComparatorBase* c) {
+    if (c == nullptr) return nullptr;
+    return c == SharedOrdinal() ? SharedOrdinal() : c->Clone();
+}
+
+void UtCStringList::DropComparator() {
+    if (comparator_ != SharedOrdinal()) delete comparator_;
+    comparator_ = nullptr;
+}
+
+UtCStringList::UtCStringList() : comparator_(SharedOrdinal()) {}
 
 UtCStringList::UtCStringList(UtCStringComparatorBase* comparator) : comparator_(comparator) {}
 
@@ -161,7 +178,7 @@ UtCStringList::UtCStringList(std::initializer_list<UtCString> strings) : UtCStri
 }
 
 UtCStringList::UtCStringList(const UtCStringList& other)
-    : comparator_(other.comparator_ != nullptr ? other.comparator_->Clone() : nullptr) {
+    : comparator_(CloneComparator(other.comparator_)) {
     AddList(other);
 }
 
@@ -180,7 +197,7 @@ UtCStringList::UtCStringList(UtCStringList&& other) noexcept : comparator_(other
 UtCStringList& UtCStringList::operator=(UtCStringList&& other) noexcept {
     if (this == &other) return *this;
     Clear();
-    delete comparator_;
+    DropComparator();
     comparator_ = other.comparator_;
     other.comparator_ = nullptr;
     items_.SwapList(other.items_);
@@ -189,12 +206,12 @@ UtCStringList& UtCStringList::operator=(UtCStringList&& other) noexcept {
 
 UtCStringList::~UtCStringList() {
     Clear();
-    delete comparator_;
+    DropComparator();
 }
 
 void UtCStringList::SetComparator(UtCStringComparatorBase* c) {
     if (c == nullptr || c == comparator_) return;
-    delete comparator_;
+    DropComparator();
     comparator_ = c;
 }
 
@@ -426,7 +443,7 @@ bool UtCStringList::ReadRecord(const unsigned char* data, uint64_t blockSize, bo
     if (bounded && (version != kRecordVersion || count > (blockSize - offset - kHeaderBytes) / kStringHeaderBytes)) {
         return false;
     }
-    UtCStringList read(comparator_ != nullptr ? comparator_->Clone() : nullptr);
+    UtCStringList read(CloneComparator(comparator_));
     uint64_t at = offset + kHeaderBytes;
     for (uint64_t i = 0; i < count; ++i) {
         UtCString s;

@@ -292,6 +292,28 @@ TEST(CsvTable, LoadsFieldsHeaderAndIdentifiers) {
     EXPECT_EQ(moved.GetTable().size(), 5u);
 }
 
+// Many rows with repeated identifiers: the identifier map grows past its first size, keeps the
+// last row of each identifier, and follows edits of the identifier column.
+TEST(CsvTable, IdentifierMapAtScale) {
+    std::string text = "id;value\n";
+    for (int r = 1; r <= 5000; ++r) text += "k" + std::to_string(r % 1250) + ";" + std::to_string(r) + "\n";
+    CsvFile f(text);
+    CSVTableWithHeader t(f.name(), ';', true);
+    ASSERT_EQ(t.GetRowCount(), 5001u);
+    for (int k = 0; k < 1250; ++k) {
+        const int last = k == 0 ? 5000 : 3750 + k;
+        ASSERT_EQ(t.GetData("k" + std::to_string(k), "value"), std::to_string(last)) << k;
+    }
+    EXPECT_EQ(t.GetFieldCount(1), 2u);
+    EXPECT_EQ(t.GetFieldCount(5001), 0u);
+    EXPECT_EQ(t.Field(2, 1), "2");
+    EXPECT_EQ(t.Field(2, 2), "");
+    EXPECT_TRUE(t.SetData(5000, 0, "moved"));
+    EXPECT_EQ(t.GetData("moved", "value"), "5000");
+    EXPECT_EQ(t.GetData("k0", "value"), "3750");  // the last row left for k0
+    EXPECT_EQ(t.Field(5000, 0), "moved");
+}
+
 TEST(CsvTable, MissingFileAndDelimitersOnly) {
     CSVTableWithHeader missing(UtCString("/nonexistent/kbase/none.csv"), ';', true);
     EXPECT_FALSE(missing.IsLoaded());

@@ -1,6 +1,9 @@
 // UtTableRow and UtTable: cursors and status results, Sort, RemoveDuplicate, SumColumn.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -250,6 +253,75 @@ TEST(Table, SumColumnGroupsTotalsAndFormats) {
     UtCStringList formats{S("%.1f kg"), S("%s")};  // the second is no floating conversion
     u.SumColumn(2, sums, &formats, 1, carry);
     EXPECT_EQ(Dump(u), (Rows{{"a", "3.0 kg", "a2", "5.00"}, {"b", "15.0 kg", "third", "7.00"}}));
+}
+
+// The grouping (in one pass by hash, or by a stable sort when the grouping cells mix
+// encodings) must give what the plain algorithm gives: stable sort by the grouping columns, the
+// group's first row, carried cells of the last row that has them, totals in row order.
+TEST(Table, SumColumnMatchesTheSortAndWalkAlgorithm) {
+    std::mt19937 rng(11);
+    const char* keys[] = {"Wand", "Dach", "T\xFCr", "", "10", "9"};
+    const char* values[] = {"1.5", "2", "abc", "-3", "", "0.25", "7kg"};
+    for (int round = 0; round < 40; ++round) {
+        const bool mixed = round % 4 >= 2;  // with and without a carried column
+        Rows rows;
+        for (int r = 0; r < 80; ++r) {
+            std::vector<std::string> row = {keys[rng() % 6], values[rng() % 7], keys[rng() % 3], values[rng() % 7]};
+            if (rng() % 4 == 0) row.resize(2);  // some short rows
+            rows.push_back(row);
+        }
+        UtTable t = Make(rows);
+        if (mixed) {  // one grouping cell in UTF-16 sends the table down the sorting path
+            t.AddRow();
+            t.AddElem(UtCString(u"Dach", eUtEncodingTypeUtf16));
+            t.AddElem(S("4"));
+            t.AddElem(S("Dach"));
+            t.AddElem(S("1"));
+            rows.push_back({"Dach", "4", "Dach", "1"});
+        }
+        const long sums[] = {1};
+        const long carry[] = {3};
+        const bool withCarry = round % 2 == 0;
+        t.SumColumn(1, sums, nullptr, withCarry ? 1 : 0, carry);
+
+        // The plain algorithm on std::strings: the grouping columns are those of the first row
+        // that are neither summed nor carried.
+        std::vector<size_t> groupCols;
+        for (size_t c = 0; c < rows[0].size(); ++c) {
+            if (c != 1 && !(withCarry && c == 3)) groupCols.push_back(c);
+        }
+        auto cell = [](const std::vector<std::string>& r, size_t c) { return c < r.size() ? r[c] : std::string(); };
+        auto less = [&](const std::vector<std::string>& a, const std::vector<std::string>& b) {
+            for (size_t c : groupCols) {
+                if (cell(a, c) != cell(b, c)) return cell(a, c) < cell(b, c);
+            }
+            return false;
+        };
+        Rows sorted = rows;
+        std::stable_sort(sorted.begin(), sorted.end(), less);
+        Rows expected;
+        for (size_t start = 0; start < sorted.size();) {
+            size_t end = start + 1;
+            while (end < sorted.size() && !less(sorted[start], sorted[end])) ++end;
+            std::vector<std::string> rep = sorted[start];
+            double total = std::atof(cell(rep, 1).c_str());
+            for (size_t i = start + 1; i < end; ++i) {
+                if (withCarry && sorted[i].size() > 3) {
+                    rep.resize(std::max<size_t>(rep.size(), 4));
+                    rep[3] = sorted[i][3];
+                }
+                double v = 0;
+                if (sorted[i].size() > 1 && S(sorted[i][1]).Convert(v)) total += v;
+            }
+            char text[64];
+            std::snprintf(text, sizeof text, "%.2f", total);
+            rep.resize(std::max<size_t>(rep.size(), 2));
+            rep[1] = text;
+            expected.push_back(rep);
+            start = end;
+        }
+        EXPECT_EQ(Dump(t), expected) << "round " << round;
+    }
 }
 
 TEST(Table, SumColumnLimitsTheTextAndKeepsTotalsOfShortRows) {

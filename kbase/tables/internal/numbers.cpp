@@ -10,6 +10,9 @@ namespace kbase_tables_internal {
 
 namespace {
 
+// The characters strtod can take first: white space, a sign, a digit, a point, "inf", "nan".
+constexpr const char* kNumberStart = "0123456789+-. \t\n\v\f\riInN";
+
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Whether the system code page maps every ASCII byte to itself, so that the 8-bit form of an
@@ -63,7 +66,15 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     value = 0.0;
     size_t first = 0;
     size_t last = 0;
-    if (!SystemKeepsAscii() || !AsciiTrim(p, n, first, last)) return Parse::kUndecided;
+    if (!SystemKeepsAscii()) return Parse::kUndecided;
+    if (!AsciiTrim(p, n, first, last)) {
+        // Other bytes further on do not matter when the text starts with an ASCII character no
+        // number starts with: it stays that character in the system code page.
+        while (first < n && p[first] == ' ') ++first;
+        const unsigned char c = first < n ? static_cast<unsigned char>(p[first]) : 0x80;
+        if (c < 0x80 && c != 0 && std::strchr(kNumberStart, static_cast<char>(c)) == nullptr) return Parse::kNo;
+        return Parse::kUndecided;
+    }
     if (first == last) return Parse::kNo;
     const char* begin = p + first;
     const char* end = p + last;
@@ -74,7 +85,7 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     }
     // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
     // character is no number, and text keys are common, so strtod is not asked.
-    if (std::strchr("0123456789+-. \t\n\v\f\riInN", *begin) == nullptr) return Parse::kNo;
+    if (std::strchr(kNumberStart, *begin) == nullptr) return Parse::kNo;
     // strtod stops exactly at the trimmed end for a number (p[n] is a NUL, so it cannot run
     // past the text).
     char* stop = nullptr;

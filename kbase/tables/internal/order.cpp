@@ -58,6 +58,8 @@ bool SameBytes(const CellView& a, const CellView& b) {
 
 }  // namespace
 
+uint64_t HashView(const CellView& v) { return HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)); }
+
 bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count) {
     const size_t n = views.size();
     uint16_t enc = 0;

@@ -73,6 +73,10 @@ void StableSort(std::vector<uint32_t>& idx, Less less) {
     }
 }
 
+// A hash of the view's stored units (not of its encoding): equal texts of one encoding hash
+// alike, and a missing cell hashes like an empty one.
+uint64_t HashView(const CellView& v);
+
 // Dense ranks (0..count-1, in ascending order) of the views. False when the non-empty views are
 // of more than one encoding (their order is then not one of plain units).
 bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count);
