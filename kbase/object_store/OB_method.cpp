@@ -1,6 +1,8 @@
 // The store's plain functions over handles: objects, accessors, method dispatch, the
 // propagation walk and delayed destruction.
+#include <cstdint>
 #include <cstring>
+#include <typeinfo>
 
 #include "basert/diag.h"
 #include "basert/memory.h"
@@ -38,11 +40,21 @@ ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 
 #if defined(__GNUC__) || defined(__clang__)
 #define KBASE_PREFETCH(address) __builtin_prefetch(address)
+#define KBASE_PREFETCH_WRITE(address) __builtin_prefetch(address, 1)
 #else
 #define KBASE_PREFETCH(address) ((void)(address))
+#define KBASE_PREFETCH_WRITE(address) ((void)(address))
 #endif
-constexpr size_t kPrefetchObjects = 32;
-constexpr size_t kPrefetchData = 16;  // by then the partner itself has arrived
+
+// A walk's calls are cheap and its partners lie wherever the heap put them, so the walk asks
+// for what a call reads some steps before it gets there: the partner kAheadObject steps on (for
+// writing: the call sets and clears busy), and its data block kAheadData steps on, when the
+// partner has arrived.
+constexpr size_t kAheadObject = 16;
+constexpr size_t kAheadData = 6;
+// Collecting chases a list; records added one after another lie at a fixed distance from each
+// other in their chunk, so the chase asks for the record this many steps on at that distance.
+constexpr uintptr_t kAheadRecords = 16;
 
 // One partner of a walk and the record it is reached by. The AssociationInfo handed to the
 // partner is built on the stack for its call, which keeps the array (zeroed per walk) small.
@@ -50,6 +62,14 @@ struct WalkEntry {
     _ObObject* partner;
     ObAssociation* record;
 };
+
+// Asks for the record kAheadRecords steps along the list from r, guessed from the distance to
+// r's successor. A wrong guess costs one useless prefetch, which never faults.
+inline void PrefetchAlong(const ObAssociation* r) {
+    const auto here = reinterpret_cast<uintptr_t>(r);
+    const auto next = reinterpret_cast<uintptr_t>(r->next);
+    KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
+}
 
 const ob::ClassRecord* ClassOf(const _ObObject* object) {
     return ob::ClassRecordOf(object != nullptr ? object->obClass : 0);
@@ -70,6 +90,7 @@ bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
     int lastType = -1;  // neighbours mostly share their type: look its mask up once
     uint32_t lastMask = 0;
     for (; r != nullptr; r = r->next) {
+        PrefetchAlong(r);
         if (r->type != lastType) {
             lastType = r->type;
             lastMask = ob::PropagationsOf(lastType);
@@ -124,6 +145,70 @@ WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count
     FillMatching(entries, exact, &n, byClass, methodMask);
     return entries;
 }
+
+// Calls the partners of one walk. A partner that is exactly an ObObject (every object of a class
+// defined by entry points) is served here: what its UpdateFromAssoc and DataUpdateFromAssoc would
+// do, without their two virtual calls and without the nested pin, which the walk's own pin makes
+// a no-op. Any other partner goes through its virtual UpdateFromAssoc, so overrides are honoured.
+class PartnerCaller {
+public:
+    PartnerCaller(_ObObject* self, _ObObject* origin, OB_METHOD_ID method, OB_METHOD_PARAM param)
+        : self_(self), origin_(origin), method_(method), param_(param) {}
+
+    OB_STATUS Call(const WalkEntry& entry) {
+        _ObObject* partner = entry.partner;
+        // Neighbours mostly share their class: a class seen before needs no look-up, and being
+        // valid is then a matter of DESTROYED alone.
+        if (partner != nullptr && partner->obClass == lastClass_ &&
+            (partner->obState & OB_STATE_DESTROYED) == 0 && IsPlain(partner)) {
+            return CallPlain(partner, entry.record, lastEntry_);
+        }
+        return CallChecked(entry);
+    }
+
+private:
+    // No class number is this: obClass has 16 bits.
+    static constexpr uint32_t kNoClass = UINT32_MAX;
+
+    static bool IsPlain(const _ObObject* partner) {
+        return &typeid(*ObObject::FromHandle(partner)) == &typeid(ObObject);
+    }
+
+    // ObObject::UpdateFromAssoc of a valid object whose class has a record: DESTROYED is clear.
+    OB_STATUS CallPlain(_ObObject* partner, ObAssociation* record, ObUpdateFromAssocFunc entry) {
+        const uint16_t state = partner->obState;
+        if ((state & OB_STATE_BUSY) != 0) return OB_REFUSED;
+        partner->obState = static_cast<uint16_t>(state | OB_STATE_BUSY);
+        const AssociationInfo info{self_, 1, record};
+        const OB_STATUS result = entry(partner, &info, origin_, method_, param_);
+        partner->obState &= static_cast<uint16_t>(~OB_STATE_BUSY);
+        return result;
+    }
+
+    OB_STATUS CallChecked(const WalkEntry& entry) {
+        _ObObject* partner = entry.partner;
+        if (!Access::IsValid(partner)) {
+            ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
+            return OB_FAILED;
+        }
+        // Records are never taken back, so a class with one stays valid and keeps its entry.
+        const ob::ClassRecord* c = ob::ClassRecordOf(partner->obClass);
+        if (c != nullptr && IsPlain(partner)) {
+            lastClass_ = partner->obClass;
+            lastEntry_ = c->updateFromAssoc;
+            return CallPlain(partner, entry.record, lastEntry_);
+        }
+        const AssociationInfo info{self_, 1, entry.record};
+        return Obj(partner)->UpdateFromAssoc(&info, origin_, method_, param_);
+    }
+
+    _ObObject* self_;
+    _ObObject* origin_;
+    OB_METHOD_ID method_;
+    OB_METHOD_PARAM param_;
+    uint32_t lastClass_ = kNoClass;
+    ObUpdateFromAssocFunc lastEntry_ = nullptr;
+};
 
 }  // namespace
 
@@ -333,24 +418,16 @@ OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* or
     if (entries == nullptr) return OB_FAILED;
 
     ob::Pin pin;  // partners and records the array names stay readable until the walk ends
+    PartnerCaller caller(object, origin, method, param);
     OB_STATUS result = OB_OK;
-    for (size_t i = 0; i < count; ++i) {
-        // Partners are scattered over the heap: ask for them, and for the data their entry
-        // points will read, a few calls ahead.
-        if (i + kPrefetchObjects < count) KBASE_PREFETCH(entries[i + kPrefetchObjects].partner);
-        if (i + kPrefetchData < count && entries[i + kPrefetchData].partner != nullptr) {
-            KBASE_PREFETCH(entries[i + kPrefetchData].partner->obData);
-        }
-        _ObObject* partner = entries[i].partner;
-        if (!Access::IsValid(partner)) {
-            ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
-            result = OB_FAILED;
-            continue;
-        }
-        const AssociationInfo info{object, 1, entries[i].record};
-        if (Obj(partner)->UpdateFromAssoc(&info, origin, method, param) == OB_FAILED) {
-            result = OB_FAILED;
-        }
+    size_t i = 0;
+    for (; i + kAheadObject < count; ++i) {
+        KBASE_PREFETCH_WRITE(entries[i + kAheadObject].partner);
+        if (const _ObObject* ahead = entries[i + kAheadData].partner) KBASE_PREFETCH(ahead->obData);
+        if (caller.Call(entries[i]) == OB_FAILED) result = OB_FAILED;
+    }
+    for (; i < count; ++i) {
+        if (caller.Call(entries[i]) == OB_FAILED) result = OB_FAILED;
     }
     UtCfree(entries);
     return result;

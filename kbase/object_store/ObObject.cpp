@@ -491,8 +491,15 @@ bool AddRecordChunk() {
     if (chunk == nullptr) return false;
     chunk->next = g_store.recordChunks;
     g_store.recordChunks = chunk;
-    // Last first, so that records are handed out in address order.
-    for (int i = kRecordsPerChunk - 1; i >= 0; --i) FreeRecord(&chunk->records[i]);
+    // Records are mostly asked for in pairs, the passive record of an association and then its
+    // active mirror. Hand them out alternately from the two halves of the chunk, each half in
+    // address order, so that the records of one passive list lie side by side and a walk reads
+    // no active records in between. (Freed last first: the free list is a stack.)
+    constexpr int kHalf = kRecordsPerChunk / 2;
+    for (int i = kHalf - 1; i >= 0; --i) {
+        FreeRecord(&chunk->records[kHalf + i]);
+        FreeRecord(&chunk->records[i]);
+    }
     return true;
 }
 

@@ -35,7 +35,7 @@ static_assert(sizeof(void*) != 8 || sizeof(ClassRecord) == 128, "class records a
 // Association records come from chunks, so that records added one after another lie side by
 // side and a walk over a long list reads memory in order rather than wherever the heap put each
 // record. Chunks are kept for the life of the process; free records are chained through next.
-constexpr int kRecordsPerChunk = 256;
+constexpr int kRecordsPerChunk = 1024;  // even: handed out from two halves
 struct RecordChunk {
     RecordChunk* next;
     ObAssociation records[kRecordsPerChunk];
