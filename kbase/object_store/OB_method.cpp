@@ -153,7 +153,7 @@ WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count
 class PartnerCaller {
 public:
     PartnerCaller(_ObObject* self, _ObObject* origin, OB_METHOD_ID method, OB_METHOD_PARAM param)
-        : self_(self), origin_(origin), method_(method), param_(param) {}
+        : info_{self, 1, nullptr}, origin_(origin), method_(method), param_(param) {}
 
     OB_STATUS Call(const WalkEntry& entry) {
         _ObObject* partner = entry.partner;
@@ -179,8 +179,8 @@ private:
         const uint16_t state = partner->obState;
         if ((state & OB_STATE_BUSY) != 0) return OB_REFUSED;
         partner->obState = static_cast<uint16_t>(state | OB_STATE_BUSY);
-        const AssociationInfo info{self_, 1, record};
-        const OB_STATUS result = entry(partner, &info, origin_, method_, param_);
+        info_.assoc = record;
+        const OB_STATUS result = entry(partner, &info_, origin_, method_, param_);
         partner->obState &= static_cast<uint16_t>(~OB_STATE_BUSY);
         return result;
     }
@@ -198,11 +198,12 @@ private:
             lastEntry_ = c->updateFromAssoc;
             return CallPlain(partner, entry.record, lastEntry_);
         }
-        const AssociationInfo info{self_, 1, entry.record};
-        return Obj(partner)->UpdateFromAssoc(&info, origin_, method_, param_);
+        info_.assoc = entry.record;
+        return Obj(partner)->UpdateFromAssoc(&info_, origin_, method_, param_);
     }
 
-    _ObObject* self_;
+    // Handed to each partner with the record of its entry; partners see it as const.
+    AssociationInfo info_;
     _ObObject* origin_;
     OB_METHOD_ID method_;
     OB_METHOD_PARAM param_;
@@ -419,18 +420,17 @@ OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* or
 
     ob::Pin pin;  // partners and records the array names stay readable until the walk ends
     PartnerCaller caller(object, origin, method, param);
-    OB_STATUS result = OB_OK;
-    size_t i = 0;
-    for (; i + kAheadObject < count; ++i) {
-        KBASE_PREFETCH_WRITE(entries[i + kAheadObject].partner);
-        if (const _ObObject* ahead = entries[i + kAheadData].partner) KBASE_PREFETCH(ahead->obData);
-        if (caller.Call(entries[i]) == OB_FAILED) result = OB_FAILED;
+    bool failed = false;
+    const WalkEntry* e = entries;
+    const WalkEntry* const end = entries + count;
+    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
+        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
+        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
+        failed |= caller.Call(*e) == OB_FAILED;
     }
-    for (; i < count; ++i) {
-        if (caller.Call(entries[i]) == OB_FAILED) result = OB_FAILED;
-    }
+    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
     UtCfree(entries);
-    return result;
+    return failed ? OB_FAILED : OB_OK;
 }
 
 // ---- Delayed destruction. ----
