@@ -50,11 +50,11 @@ ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 // for what a call reads some steps before it gets there: the partner kAheadObject steps on (for
 // writing: the call sets and clears busy), and its data block kAheadData steps on, when the
 // partner has arrived.
-constexpr size_t kAheadObject = 16;
-constexpr size_t kAheadData = 6;
+constexpr size_t kAheadObject = 32;
+constexpr size_t kAheadData = 12;
 // Collecting chases a list; records added one after another lie at a fixed distance from each
 // other in their chunk, so the chase asks for the record this many steps on at that distance.
-constexpr uintptr_t kAheadRecords = 16;
+constexpr uintptr_t kAheadRecords = 64;
 
 // One partner of a walk and the record it is reached by. The AssociationInfo handed to the
 // partner is built on the stack for its call, which keeps the array (zeroed per walk) small.
