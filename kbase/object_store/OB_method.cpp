@@ -64,11 +64,13 @@ struct WalkEntry {
 };
 
 // Asks for the record kAheadRecords steps along the list from r, guessed from the distance to
-// r's successor. A wrong guess costs one useless prefetch, which never faults.
+// r's successor. A wrong guess costs one useless prefetch, which never faults; at the end of the
+// list there is nothing to guess from (an address made from null would make the processor walk
+// page tables for nothing).
 inline void PrefetchAlong(const ObAssociation* r) {
     const auto here = reinterpret_cast<uintptr_t>(r);
     const auto next = reinterpret_cast<uintptr_t>(r->next);
-    KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
+    if (next != 0) KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
 }
 
 const ob::ClassRecord* ClassOf(const _ObObject* object) {
