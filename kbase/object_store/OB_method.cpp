@@ -1,5 +1,6 @@
 // The store's plain functions over handles: objects, accessors, method dispatch, the
 // propagation walk and delayed destruction.
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <typeinfo>
@@ -57,7 +58,7 @@ constexpr size_t kAheadData = 12;
 constexpr uintptr_t kAheadRecords = 64;
 
 // One partner of a walk and the record it is reached by. The AssociationInfo handed to the
-// partner is built on the stack for its call, which keeps the array (zeroed per walk) small.
+// partner is kept on the stack by the walk, which keeps the array (zeroed per walk) small.
 struct WalkEntry {
     _ObObject* partner;
     ObAssociation* record;
@@ -70,7 +71,9 @@ struct WalkEntry {
 inline void PrefetchAlong(const ObAssociation* r) {
     const auto here = reinterpret_cast<uintptr_t>(r);
     const auto next = reinterpret_cast<uintptr_t>(r->next);
-    if (next != 0) KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
+    if (next != 0) {
+        KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
+    }
 }
 
 const ob::ClassRecord* ClassOf(const _ObObject* object) {
