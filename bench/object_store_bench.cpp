@@ -11,6 +11,7 @@
 #include <pthread.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <boost/signals2.hpp>
 #include <cstdio>
 #include <functional>
@@ -191,14 +192,18 @@ public:
             const double perDependentNs =
                 run.real_accumulated_time * 1e9 / static_cast<double>(run.iterations) /
                 static_cast<double>(n);
-            ns_[name.substr(0, slash)][n][name.substr(slash + 1)] = perDependentNs;
+            ns_[name.substr(0, slash)][n][name.substr(slash + 1)].push_back(perDependentNs);
         }
     }
 
     void Finalize() override {
         ConsoleReporter::Finalize();
-        std::printf("\nRatios of this run (time per dependent):\n");
-        for (auto& [shape, bySize] : ns_) {
+        std::printf("\nRatios of this run (time per dependent, median of the repetitions):\n");
+        for (auto& [shape, runsBySize] : ns_) {
+            std::map<int64_t, std::map<std::string, double>> bySize;  // medians of the repetitions
+            for (auto& [n, runsByWho] : runsBySize) {
+                for (auto& [who, runs] : runsByWho) bySize[n][who] = Median(runs);
+            }
             for (auto& [n, t] : bySize) {
                 if (!t.count("store")) continue;
                 std::printf(
@@ -217,7 +222,14 @@ public:
     }
 
 private:
-    std::map<std::string, std::map<int64_t, std::map<std::string, double>>> ns_;
+    static double Median(std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        const size_t m = v.size() / 2;
+        return v.size() % 2 != 0 ? v[m] : (v[m - 1] + v[m]) / 2;
+    }
+
+    // shape -> N -> who -> time per dependent of each repetition
+    std::map<std::string, std::map<int64_t, std::map<std::string, std::vector<double>>>> ns_;
 };
 
 void Register() {

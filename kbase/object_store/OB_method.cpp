@@ -1,6 +1,9 @@
 // The store's plain functions over handles: objects, accessors, method dispatch, the
 // propagation walk and delayed destruction.
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <typeinfo>
 
 #include "basert/diag.h"
 #include "basert/memory.h"
@@ -38,18 +41,40 @@ ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 
 #if defined(__GNUC__) || defined(__clang__)
 #define KBASE_PREFETCH(address) __builtin_prefetch(address)
+#define KBASE_PREFETCH_WRITE(address) __builtin_prefetch(address, 1)
 #else
 #define KBASE_PREFETCH(address) ((void)(address))
+#define KBASE_PREFETCH_WRITE(address) ((void)(address))
 #endif
-constexpr size_t kPrefetchObjects = 32;
-constexpr size_t kPrefetchData = 16;  // by then the partner itself has arrived
+
+// A walk's calls are cheap and its partners lie wherever the heap put them, so the walk asks
+// for what a call reads some steps before it gets there: the partner kAheadObject steps on (for
+// writing: the call sets and clears busy), and its data block kAheadData steps on, when the
+// partner has arrived.
+constexpr size_t kAheadObject = 32;
+constexpr size_t kAheadData = 12;
+// Collecting chases a list; records added one after another lie at a fixed distance from each
+// other in their chunk, so the chase asks for the record this many steps on at that distance.
+constexpr uintptr_t kAheadRecords = 64;
 
 // One partner of a walk and the record it is reached by. The AssociationInfo handed to the
-// partner is built on the stack for its call, which keeps the array (zeroed per walk) small.
+// partner is kept on the stack by the walk, which keeps the array (zeroed per walk) small.
 struct WalkEntry {
     _ObObject* partner;
     ObAssociation* record;
 };
+
+// Asks for the record kAheadRecords steps along the list from r, guessed from the distance to
+// r's successor. A wrong guess costs one useless prefetch, which never faults; at the end of the
+// list there is nothing to guess from (an address made from null would make the processor walk
+// page tables for nothing).
+inline void PrefetchAlong(const ObAssociation* r) {
+    const auto here = reinterpret_cast<uintptr_t>(r);
+    const auto next = reinterpret_cast<uintptr_t>(r->next);
+    if (next != 0) {
+        KBASE_PREFETCH(reinterpret_cast<const void*>(here + (next - here) * kAheadRecords));
+    }
+}
 
 const ob::ClassRecord* ClassOf(const _ObObject* object) {
     return ob::ClassRecordOf(object != nullptr ? object->obClass : 0);
@@ -70,6 +95,7 @@ bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
     int lastType = -1;  // neighbours mostly share their type: look its mask up once
     uint32_t lastMask = 0;
     for (; r != nullptr; r = r->next) {
+        PrefetchAlong(r);
         if (r->type != lastType) {
             lastType = r->type;
             lastMask = ob::PropagationsOf(lastType);
@@ -124,6 +150,71 @@ WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count
     FillMatching(entries, exact, &n, byClass, methodMask);
     return entries;
 }
+
+// Calls the partners of one walk. A partner that is exactly an ObObject (every object of a class
+// defined by entry points) is served here: what its UpdateFromAssoc and DataUpdateFromAssoc would
+// do, without their two virtual calls and without the nested pin, which the walk's own pin makes
+// a no-op. Any other partner goes through its virtual UpdateFromAssoc, so overrides are honoured.
+class PartnerCaller {
+public:
+    PartnerCaller(_ObObject* self, _ObObject* origin, OB_METHOD_ID method, OB_METHOD_PARAM param)
+        : info_{self, 1, nullptr}, origin_(origin), method_(method), param_(param) {}
+
+    OB_STATUS Call(const WalkEntry& entry) {
+        _ObObject* partner = entry.partner;
+        // Neighbours mostly share their class: a class seen before needs no look-up, and being
+        // valid is then a matter of DESTROYED alone.
+        if (partner != nullptr && partner->obClass == lastClass_ &&
+            (partner->obState & OB_STATE_DESTROYED) == 0 && IsPlain(partner)) {
+            return CallPlain(partner, entry.record, lastEntry_);
+        }
+        return CallChecked(entry);
+    }
+
+private:
+    // No class number is this: obClass has 16 bits.
+    static constexpr uint32_t kNoClass = UINT32_MAX;
+
+    static bool IsPlain(const _ObObject* partner) {
+        return &typeid(*ObObject::FromHandle(partner)) == &typeid(ObObject);
+    }
+
+    // ObObject::UpdateFromAssoc of a valid object whose class has a record: DESTROYED is clear.
+    OB_STATUS CallPlain(_ObObject* partner, ObAssociation* record, ObUpdateFromAssocFunc entry) {
+        const uint16_t state = partner->obState;
+        if ((state & OB_STATE_BUSY) != 0) return OB_REFUSED;
+        partner->obState = static_cast<uint16_t>(state | OB_STATE_BUSY);
+        info_.assoc = record;
+        const OB_STATUS result = entry(partner, &info_, origin_, method_, param_);
+        partner->obState &= static_cast<uint16_t>(~OB_STATE_BUSY);
+        return result;
+    }
+
+    OB_STATUS CallChecked(const WalkEntry& entry) {
+        _ObObject* partner = entry.partner;
+        if (!Access::IsValid(partner)) {
+            ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
+            return OB_FAILED;
+        }
+        // Records are never taken back, so a class with one stays valid and keeps its entry.
+        const ob::ClassRecord* c = ob::ClassRecordOf(partner->obClass);
+        if (c != nullptr && IsPlain(partner)) {
+            lastClass_ = partner->obClass;
+            lastEntry_ = c->updateFromAssoc;
+            return CallPlain(partner, entry.record, lastEntry_);
+        }
+        info_.assoc = entry.record;
+        return Obj(partner)->UpdateFromAssoc(&info_, origin_, method_, param_);
+    }
+
+    // Handed to each partner with the record of its entry; partners see it as const.
+    AssociationInfo info_;
+    _ObObject* origin_;
+    OB_METHOD_ID method_;
+    OB_METHOD_PARAM param_;
+    uint32_t lastClass_ = kNoClass;
+    ObUpdateFromAssocFunc lastEntry_ = nullptr;
+};
 
 }  // namespace
 
@@ -333,27 +424,18 @@ OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* or
     if (entries == nullptr) return OB_FAILED;
 
     ob::Pin pin;  // partners and records the array names stay readable until the walk ends
-    OB_STATUS result = OB_OK;
-    for (size_t i = 0; i < count; ++i) {
-        // Partners are scattered over the heap: ask for them, and for the data their entry
-        // points will read, a few calls ahead.
-        if (i + kPrefetchObjects < count) KBASE_PREFETCH(entries[i + kPrefetchObjects].partner);
-        if (i + kPrefetchData < count && entries[i + kPrefetchData].partner != nullptr) {
-            KBASE_PREFETCH(entries[i + kPrefetchData].partner->obData);
-        }
-        _ObObject* partner = entries[i].partner;
-        if (!Access::IsValid(partner)) {
-            ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
-            result = OB_FAILED;
-            continue;
-        }
-        const AssociationInfo info{object, 1, entries[i].record};
-        if (Obj(partner)->UpdateFromAssoc(&info, origin, method, param) == OB_FAILED) {
-            result = OB_FAILED;
-        }
+    PartnerCaller caller(object, origin, method, param);
+    bool failed = false;
+    const WalkEntry* e = entries;
+    const WalkEntry* const end = entries + count;
+    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
+        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
+        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
+        failed |= caller.Call(*e) == OB_FAILED;
     }
+    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
     UtCfree(entries);
-    return result;
+    return failed ? OB_FAILED : OB_OK;
 }
 
 // ---- Delayed destruction. ----

@@ -63,7 +63,7 @@ ObObjectList ObObject::delayedDeleteList_ = {nullptr, 0, 0};
 // ---- Construction, memory. ----
 
 ObObject::ObObject() : _ObObject{0, 0, -1, nullptr, nullptr, nullptr, nullptr} {
-    void* block = UtCcalloc(1, sizeof(ObObjectExtendedData));
+    void* block = ob::NewExDataBlock();
     obExData = block != nullptr ? new (block) ObObjectExtendedData() : nullptr;
 }
 
@@ -71,7 +71,7 @@ ObObject::~ObObject() {
     if (!retired_) Access::Detach(this);
     if (obExData != nullptr) {
         obExData->~ObObjectExtendedData();
-        UtCfree(obExData);
+        ob::FreeExDataBlock(obExData);
         obExData = nullptr;
     }
 }
@@ -471,11 +471,19 @@ namespace {
 #if defined(KBASE_HAS_ASAN)
 extern "C" void __asan_poison_memory_region(void const volatile* addr, size_t size);
 extern "C" void __asan_unpoison_memory_region(void const volatile* addr, size_t size);
-void Poison(ObAssociation* r) { __asan_poison_memory_region(r, sizeof *r); }
-void Unpoison(ObAssociation* r) { __asan_unpoison_memory_region(r, sizeof *r); }
+template <typename T>
+void Poison(T* p) {
+    __asan_poison_memory_region(p, sizeof *p);
+}
+template <typename T>
+void Unpoison(T* p) {
+    __asan_unpoison_memory_region(p, sizeof *p);
+}
 #else
-void Poison(ObAssociation*) {}
-void Unpoison(ObAssociation*) {}
+template <typename T>
+void Poison(T*) {}
+template <typename T>
+void Unpoison(T*) {}
 #endif
 
 void FreeRecord(ObAssociation* record) {
@@ -491,12 +499,46 @@ bool AddRecordChunk() {
     if (chunk == nullptr) return false;
     chunk->next = g_store.recordChunks;
     g_store.recordChunks = chunk;
-    // Last first, so that records are handed out in address order.
-    for (int i = kRecordsPerChunk - 1; i >= 0; --i) FreeRecord(&chunk->records[i]);
+    // Records are mostly asked for in pairs, the passive record of an association and then its
+    // active mirror. Hand them out alternately from the two halves of the chunk, each half in
+    // address order, so that the records of one passive list lie side by side and a walk reads
+    // no active records in between. (Freed last first: the free list is a stack.)
+    constexpr int kHalf = kRecordsPerChunk / 2;
+    for (int i = kHalf - 1; i >= 0; --i) {
+        FreeRecord(&chunk->records[kHalf + i]);
+        FreeRecord(&chunk->records[i]);
+    }
+    return true;
+}
+
+void FreeExDataSlot(ExDataSlot* slot) {
+    slot->next = g_store.freeExData;
+    g_store.freeExData = slot;
+    Poison(slot);
+}
+
+bool AddExDataChunk() {
+    auto* chunk = static_cast<ExDataChunk*>(UtCcalloc(1, sizeof(ExDataChunk)));
+    if (chunk == nullptr) return false;
+    chunk->next = g_store.exDataChunks;
+    g_store.exDataChunks = chunk;
+    for (int i = kExDataPerChunk - 1; i >= 0; --i) FreeExDataSlot(&chunk->slots[i]);
     return true;
 }
 
 }  // namespace
+
+void* NewExDataBlock() {
+    if (g_store.freeExData == nullptr && !AddExDataChunk()) return nullptr;
+    ExDataSlot* slot = g_store.freeExData;
+    Unpoison(slot);
+    g_store.freeExData = slot->next;
+    return slot->bytes;
+}
+
+void FreeExDataBlock(void* block) {
+    if (block != nullptr) FreeExDataSlot(static_cast<ExDataSlot*>(block));
+}
 
 ObAssociation* NewRecord(int type, _ObObject* partner) {
     if (g_store.freeRecords == nullptr && !AddRecordChunk()) return nullptr;

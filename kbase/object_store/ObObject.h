@@ -5,8 +5,9 @@
 // ObObject, override the *Data operations, and install an exemplar of the derived type for its
 // class number (InstallClass); objects of that class are then made by the exemplar's Make.
 //
-// Memory: objects, extended data and association records are allocated through basert
-// (UtCcalloc), so a test can make their allocation fail.
+// Memory: objects are allocated through basert (UtCcalloc), extended data and association
+// records from chunks that the store allocates the same way, so a test can make any of them fail
+// (a pooled one when its pool is empty).
 //
 // Deletion is deferred while a method of any object runs: an object deleted from inside an entry
 // point is detached and marked DESTROYED|INVALID with class 0 at once, and its memory is released

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <typeinfo>
 
 #include "store_fixture.h"
 
@@ -251,6 +252,70 @@ TEST_F(StoreTest, AFailingPartnerMakesTheResultThreeButTheWalkGoesOn) {
     EXPECT_EQ(capture.reports()[0].message, "illegal objekt");
     EXPECT_EQ(TakeTrace(), (Strings{"O:mark", "C<-O:7", "A<-O:7"}));
     ObResetStateFlag(b, OB_STATE_DESTROYED);
+}
+
+// Objects of classes without an exemplar are plain ObObjects, which the walk serves without
+// virtual calls; mixed with derived ones, a walk must treat both alike.
+TEST_F(StoreTest, PlainAndDerivedPartnersAreServedAlike) {
+    const int plain = FreshClassNumber();
+    ASSERT_EQ(ObDefineClass(plain, "Plain", NodeCreate, NodeDestroy, nullptr, nullptr, nullptr,
+                            nullptr, nullptr, NodeMark, NodeFromAssoc, nullptr, NodeUser),
+              0);
+    const int plainDefaults = FreshClassNumber();  // the default entry point clears UPTOD
+    ASSERT_EQ(ObDefineClass(plainDefaults, "Defaults", NodeCreate, nullptr, nullptr, nullptr,
+                            nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+              0);
+    _ObObject* o = Make("O");
+    _ObObject* p1 = Make("P1", plain);
+    _ObObject* p2 = Make("P2", plain);
+    _ObObject* t = Make("T");
+    _ObObject* p3 = Make("P3", plain);
+    _ObObject* q = Make("Q", plainDefaults);
+    _ObObject* gone = Make("Gone", plain);
+    ASSERT_TRUE(typeid(*ObObject::FromHandle(p1)) == typeid(ObObject));
+    ASSERT_FALSE(typeid(*ObObject::FromHandle(t)) == typeid(ObObject));
+    for (_ObObject* d : {gone, q, p3, t, p2, p1}) Depend(d, o);  // list: P1 P2 T P3 Q Gone
+    ObSetStateFlag(q, OB_STATE_UPTOD);
+
+    // What each receiver sees: busy set, the record it is reached by, origin and direction.
+    std::vector<const ObAssociation*> records;
+    auto look = [&](_ObObject* self, const AssociationInfo* info, _ObObject* origin, OB_METHOD_ID,
+                    OB_METHOD_PARAM) {
+        EXPECT_EQ(ObGetStateFlag(self, OB_STATE_BUSY), 1) << NameOf(self);
+        EXPECT_EQ(info->origin, o);
+        EXPECT_EQ(info->direction, 1);
+        EXPECT_EQ(origin, o);
+        records.push_back(info->assoc);
+        return N(self).fromAssocResult;
+    };
+    for (_ObObject* d : {p1, p2, t, p3}) N(d).onFromAssoc = look;
+    N(p2).fromAssocResult = OB_FAILED;
+    ObSetStateFlag(p3, OB_STATE_BUSY);  // refuses with 2, which the walk ignores
+    ObSetStateFlag(gone, OB_STATE_DESTROYED);
+    TakeTrace();
+    {
+        DiagCapture capture;
+        EXPECT_EQ(ObUpdate(o), OB_FAILED) << "P2 failed and Gone is invalid";
+        ASSERT_EQ(capture.reports().size(), 1u);
+        EXPECT_EQ(capture.reports()[0].line, 241);
+        EXPECT_EQ(capture.reports()[0].function, "ObUpdateFromAssociation");
+    }
+    EXPECT_EQ(TakeTrace(), (Strings{"O:mark", "P1<-O:7", "P2<-O:7", "T<-O:7"}));
+    EXPECT_EQ(records, (std::vector<const ObAssociation*>{o->obPassive, o->obPassive->next,
+                                                          o->obPassive->next->next}));
+    for (_ObObject* d : {p1, p2, t}) EXPECT_EQ(ObGetStateFlag(d, OB_STATE_BUSY), 0) << NameOf(d);
+    EXPECT_EQ(ObGetStateFlag(p3, OB_STATE_BUSY), 1) << "a refusing partner is left as it was";
+    EXPECT_EQ(ObGetStateFlag(q, OB_STATE_UPTOD), 0) << "default entry point ran";
+    EXPECT_EQ(ObGetStateFlag(q, OB_STATE_BUSY), 0);
+
+    ObResetStateFlag(p3, OB_STATE_BUSY);
+    ObResetStateFlag(gone, OB_STATE_DESTROYED);
+    N(p2).fromAssocResult = OB_OK;
+    records.clear();
+    EXPECT_EQ(ObUpdate(o), OB_OK);
+    EXPECT_EQ(TakeTrace(), (Strings{"O:mark", "P1<-O:7", "P2<-O:7", "T<-O:7", "P3<-O:7",
+                                    "Gone<-O:7"}));
+    for (_ObObject* d : {p1, p2, p3, q, gone}) EXPECT_EQ(ObDestroy(d), OB_OK);
 }
 
 TEST_F(StoreTest, PartnersMayChangeTheListsWhileTheWalkRuns) {

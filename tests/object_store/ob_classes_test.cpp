@@ -487,6 +487,7 @@ TEST(ObClasses, TheHandleIsTheDataJustBehindThePolymorphicPart) {
 
 TEST_F(StoreTest, ExhaustedMemoryGivesNoObject) {
     for (int nth : {1, 2}) {  // the object, then its extended data
+        DrainedExDataPool drained;
         kbase_test::FailNthAllocation fail(nth);
         EXPECT_EQ(ObAllocObject(), nullptr) << nth;
     }
@@ -494,6 +495,7 @@ TEST_F(StoreTest, ExhaustedMemoryGivesNoObject) {
         nodes_.push_back(Node{"X"});
         DiagCapture capture;
         {
+            DrainedExDataPool drained;
             kbase_test::FailNthAllocation fail(nth);
             EXPECT_EQ(ObCreateParam(cls_, &nodes_.back()), nullptr);
         }

@@ -8,8 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <deque>
 #include <functional>
+#include <new>
 #include <set>
 #include <string>
 #include <vector>
@@ -130,6 +132,38 @@ public:
 
 private:
     std::vector<ObAssociation*> hoard_;
+};
+
+// Extended data comes from a pool that asks for memory a chunk at a time. While this lives the
+// pool is empty, so the next object's extended data needs memory and an injected failure hits it.
+class DrainedExDataPool {
+public:
+    DrainedExDataPool() {
+        kbase_test::FailAllocationsFrom noMoreChunks(1);
+        while (ObObject* o = new (std::nothrow) OffPool()) {
+            if (o->GetExData() == nullptr) {  // the pool is empty now
+                delete o;
+                break;
+            }
+            hoard_.push_back(o);
+        }
+    }
+    ~DrainedExDataPool() {
+        for (ObObject* o : hoard_) delete o;
+    }
+    DrainedExDataPool(const DrainedExDataPool&) = delete;
+    DrainedExDataPool& operator=(const DrainedExDataPool&) = delete;
+
+private:
+    // Its own memory is not the store's, so making one takes nothing but extended data.
+    class OffPool : public ObObject {
+    public:
+        static void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+            return std::malloc(size);
+        }
+        static void operator delete(void* block) noexcept { std::free(block); }
+    };
+    std::vector<ObObject*> hoard_;
 };
 
 inline int FreshClassNumber() {

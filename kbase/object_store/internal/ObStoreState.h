@@ -35,10 +35,23 @@ static_assert(sizeof(void*) != 8 || sizeof(ClassRecord) == 128, "class records a
 // Association records come from chunks, so that records added one after another lie side by
 // side and a walk over a long list reads memory in order rather than wherever the heap put each
 // record. Chunks are kept for the life of the process; free records are chained through next.
-constexpr int kRecordsPerChunk = 256;
+constexpr int kRecordsPerChunk = 1024;  // even: handed out from two halves
 struct RecordChunk {
     RecordChunk* next;
     ObAssociation records[kRecordsPerChunk];
+};
+
+// Extended data comes from chunks of its own, so that objects made one after another lie side
+// by side: a walk then reads whole lines of objects, not lines shared with extended data that it
+// never looks at. Chunks are kept for the life of the process; free slots are chained.
+constexpr int kExDataPerChunk = 256;
+union ExDataSlot {
+    ExDataSlot* next;  // while free
+    alignas(ObObjectExtendedData) unsigned char bytes[sizeof(ObObjectExtendedData)];
+};
+struct ExDataChunk {
+    ExDataChunk* next;
+    ExDataSlot slots[kExDataPerChunk];
 };
 
 struct AssocTypeRecord {
@@ -65,6 +78,9 @@ struct StoreState {
     RecordChunk* recordChunks;
     ObAssociation* freeRecords;
     uint32_t freeRecordCount;
+
+    ExDataChunk* exDataChunks;
+    ExDataSlot* freeExData;
 
     // Releases wait while pinDepth > 0, that is while a method of some object runs: objects and
     // records that a running walk or method may still read are chained here instead of freed.
@@ -98,6 +114,10 @@ inline bool TypeMatches(int recordType, int wanted) {
 
 // A new record (null when memory is exhausted: a new chunk of records could not be had).
 ObAssociation* NewRecord(int type, _ObObject* partner);
+// Room for one ObObjectExtendedData (null when memory is exhausted: a new chunk could not be
+// had), and its return.
+void* NewExDataBlock();
+void FreeExDataBlock(void* block);
 // Takes the first record naming partner with a matching type out of a list and returns it.
 ObAssociation* Unlink(ObAssociation** head, const _ObObject* partner, int type);
 
