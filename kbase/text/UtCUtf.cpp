@@ -1,5 +1,6 @@
 #include "kbase/text/UtCUtf.h"
 
+#include <cstdint>
 #include <cstring>
 #include <type_traits>
 
@@ -52,6 +53,42 @@ void* FitAndTerminate(void* block, int64_t units, int elemSize) {
 }
 
 UtCUtf::Result Fail() { return UtCUtf::Result{}; }
+
+// One pass over UTF-16 text: its length up to the first NUL (at most n), whether all of that is
+// ASCII, the bytes its UTF-8 form needs at most (exact without surrogates) and whether it holds
+// surrogates. Chunks of 256 units without an exit inside keep the inner loop vectorised.
+struct Scan16 {
+    int64_t length;
+    bool ascii;
+    int64_t utf8Bytes;
+    bool surrogates;
+};
+Scan16 ScanUtf16(const char16_t* s, int64_t n) {
+    constexpr int64_t kChunk = 256;  // 16-bit lane sums: at most 2 * 256 per chunk
+    int64_t i = 0, extra = 0;
+    unsigned any = 0, surrogates = 0;
+    for (; i + kChunk <= n; i += kChunk) {
+        uint16_t zeros = 0, more = 0, surr = 0, bits = 0;
+        for (int64_t k = 0; k < kChunk; ++k) {
+            const char16_t u = s[i + k];
+            zeros = static_cast<uint16_t>(zeros + (u == 0));
+            more = static_cast<uint16_t>(more + (u >= 0x80) + (u >= 0x800));
+            surr = static_cast<uint16_t>(surr + ((u & 0xF800) == 0xD800));
+            bits = static_cast<uint16_t>(bits | u);
+        }
+        if (zeros != 0) break;
+        any |= bits;
+        extra += more;
+        surrogates += surr;
+    }
+    for (; i < n && s[i] != 0; ++i) {
+        const char16_t u = s[i];
+        any |= u;
+        extra += (u >= 0x80) + (u >= 0x800);
+        surrogates += (u & 0xF800) == 0xD800;
+    }
+    return Scan16{i, any < 0x80, i + extra, surrogates != 0};
+}
 
 // Length of the leading run of ASCII units (blocks of eight, so the loop vectorises).
 template <typename Unit>
@@ -106,33 +143,16 @@ UtCUtf::Result BytesToUtf16(const char* src, int64_t n, unsigned short from) {
     return Done(out, got, 2, replaced);
 }
 
-// UTF-16 into bytes (source already past any mark); prefix bytes are reserved for the UTF-8 mark.
-UtCUtf::Result Utf16ToBytes(const char16_t* src, int64_t n, unsigned short to, int prefix) {
+// UTF-16 into bytes (source already past any mark and scanned); prefix bytes are reserved for the
+// UTF-8 mark.
+UtCUtf::Result Utf16ToBytes(const char16_t* src, const Scan16& scan, unsigned short to, int prefix) {
     const int maxBytes = BrCodePageMaxBytes(to);
     if (maxBytes <= 0) return Fail();
-    if (BrCodePageIsAsciiCompatible(to) && AsciiRun(src, n) == n) return CopyAscii<char16_t, char>(src, n, prefix);
-    int64_t cap = n * maxBytes;
-    int64_t codePoints = -1;
-    if (to == kUtf8) {
-        // A tight bound (exact for text without surrogates) keeps large blocks from being
-        // allocated three times too big and shrunk again; without surrogates every unit is one
-        // code point, which spares the string a counting pass. Inner sums stay 32-bit so that
-        // the loop vectorises well.
-        cap = n;
-        int64_t surrogates = 0;
-        for (int64_t base = 0; base < n; base += 65536) {
-            const int64_t end = base + 65536 < n ? base + 65536 : n;
-            uint32_t extra = 0, surr = 0;
-            for (int64_t i = base; i < end; ++i) {
-                const char16_t u = src[i];
-                extra += static_cast<uint32_t>(u >= 0x80) + static_cast<uint32_t>(u >= 0x800);
-                surr += static_cast<uint32_t>((u & 0xF800) == 0xD800);
-            }
-            cap += extra;
-            surrogates += surr;
-        }
-        if (surrogates == 0) codePoints = n;
-    }
+    const int64_t n = scan.length;
+    // For UTF-8 the scan's bound keeps large blocks from being allocated three times too big and
+    // shrunk again; without surrogates every unit is one code point, which spares the string a
+    // counting pass.
+    const int64_t cap = to == kUtf8 ? scan.utf8Bytes : n * maxBytes;
     auto* out = static_cast<char*>(AllocUnits(cap + prefix, 1));
     if (out == nullptr) return Fail();
     int64_t replaced = 0;
@@ -143,7 +163,7 @@ UtCUtf::Result Utf16ToBytes(const char16_t* src, int64_t n, unsigned short to, i
     }
     if (prefix != 0) UtCUtf8::SetToBOM(out);
     UtCUtf::Result r = Done(out, got + prefix, 1, replaced);
-    r.codePoints = codePoints;
+    if (to == kUtf8 && !scan.surrogates) r.codePoints = n;
     return r;
 }
 
@@ -166,16 +186,15 @@ UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short f
     if (IsUtf16(from)) {
         const char16_t* src = UtCUtf16::SkipBOM(static_cast<const char16_t*>(text));
         if (count < 0) {
-            count = UtCUtf16::Length(src);
-        } else {
-            if (count > 0 && src != text) --count;
-            // Text ends at its terminator even when the count runs further.
-            int64_t n = 0;
-            while (n < count && src[n] != 0) ++n;
-            count = n;
+            count = UtCUtf16::Length(src);  // the block scan below must not read past the terminator
+        } else if (count > 0 && src != text) {
+            --count;
         }
-        if (IsUtf16(to)) return CopyUnits(src, count, 2, 0);
-        return Utf16ToBytes(src, count, to, prefix);
+        // Text ends at its terminator even when the count runs further.
+        const Scan16 scan = src != nullptr ? ScanUtf16(src, count) : Scan16{0, true};
+        if (IsUtf16(to)) return CopyUnits(src, scan.length, 2, 0);
+        if (scan.ascii && BrCodePageIsAsciiCompatible(to)) return CopyAscii<char16_t, char>(src, scan.length, prefix);
+        return Utf16ToBytes(src, scan, to, prefix);
     }
     const char* src = static_cast<const char*>(text);
     if (count < 0) {
@@ -193,7 +212,8 @@ UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short f
     // Between two 8-bit encodings: through UTF-16.
     Result wide = BytesToUtf16(src, count, from);
     if (!wide.ok) return wide;
-    Result r = Utf16ToBytes(static_cast<const char16_t*>(wide.text), wide.units, to, prefix);
+    const auto* w = static_cast<const char16_t*>(wide.text);
+    Result r = Utf16ToBytes(w, ScanUtf16(w, wide.units), to, prefix);
     r.replaced += wide.replaced;
     UtFreeMemory(wide.text);
     return r;
