@@ -176,7 +176,8 @@ private:
     static constexpr uint32_t kNoClass = UINT32_MAX;
 
     static bool IsPlain(const _ObObject* partner) {
-        return &typeid(*ObObject::FromHandle(partner)) == &typeid(ObObject);
+        const ObObject& object = *ObObject::FromHandle(partner);
+        return typeid(object) == typeid(ObObject);
     }
 
     // ObObject::UpdateFromAssoc of a valid object whose class has a record: DESTROYED is clear.
