@@ -90,16 +90,19 @@ Scan16 ScanUtf16(const char16_t* s, int64_t n) {
     return Scan16{i, any < 0x80, i + extra, surrogates != 0};
 }
 
-// Length of the leading run of ASCII units (blocks of eight, so the loop vectorises).
+// Length of the leading run of ASCII units. Chunks without an exit inside keep the inner loop
+// vectorised; the chunk that holds the first other unit is walked unit by unit.
 template <typename Unit>
 int64_t AsciiRun(const Unit* s, int64_t n) {
+    using U = std::make_unsigned_t<Unit>;
+    constexpr int64_t kChunk = 256;
     int64_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        unsigned any = 0;
-        for (int k = 0; k < 8; ++k) any |= static_cast<std::make_unsigned_t<Unit>>(s[i + k]);
-        if (any >= 0x80) break;
+    for (; i + kChunk <= n; i += kChunk) {
+        U bits = 0;
+        for (int64_t k = 0; k < kChunk; ++k) bits = static_cast<U>(bits | static_cast<U>(s[i + k]));
+        if (bits >= 0x80) break;
     }
-    while (i < n && static_cast<std::make_unsigned_t<Unit>>(s[i]) < 0x80) ++i;
+    while (i < n && static_cast<U>(s[i]) < 0x80) ++i;
     return i;
 }
 
