@@ -518,7 +518,7 @@ namespace {
 
 // What SumColumn does with one group: the representative (a copy of the group's first row) and
 // the running totals of the summed columns.
-struct SumSpec {
+struct SumPlan {
     unsigned short nSum;
     const long* sumCols;
     unsigned short nCarry;
@@ -526,35 +526,35 @@ struct SumSpec {
 };
 
 // Starts a group's totals from its first row's cells read like atof.
-void StartTotals(const SumSpec& spec, const UtTableRow& first, double* totals) {
-    for (unsigned short k = 0; k < spec.nSum; ++k) {
-        const UtCString* own = CellAt(first, spec.sumCols[k]);
+void StartTotals(const SumPlan& plan, const UtTableRow& first, double* totals) {
+    for (unsigned short k = 0; k < plan.nSum; ++k) {
+        const UtCString* own = CellAt(first, plan.sumCols[k]);
         totals[k] = own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0;
     }
 }
 
 // Folds a later row of the group into the representative and the totals: its carried cells
 // overwrite the representative's, its cells that read as numbers are added.
-void FoldRow(const SumSpec& spec, const UtTableRow& row, UtTableRow& rep, double* totals) {
-    for (unsigned short k = 0; k < spec.nCarry; ++k) {
-        const UtCString* cell = CellAt(row, spec.carryCols[k]);
-        if (cell != nullptr) SetCell(rep, spec.carryCols[k], *cell);
+void FoldRow(const SumPlan& plan, const UtTableRow& row, UtTableRow& rep, double* totals) {
+    for (unsigned short k = 0; k < plan.nCarry; ++k) {
+        const UtCString* cell = CellAt(row, plan.carryCols[k]);
+        if (cell != nullptr) SetCell(rep, plan.carryCols[k], *cell);
     }
-    for (unsigned short k = 0; k < spec.nSum; ++k) {
-        const UtCString* cell = CellAt(row, spec.sumCols[k]);
+    for (unsigned short k = 0; k < plan.nSum; ++k) {
+        const UtCString* cell = CellAt(row, plan.sumCols[k]);
         double v = 0.0;
         if (cell != nullptr && CellToDouble(*cell, v)) totals[k] += v;
     }
 }
 
 // Writes the totals into the representative.
-void WriteTotals(const SumSpec& spec, const UtCStringList* formats, const double* totals, UtTableRow& rep) {
-    for (unsigned short k = 0; k < spec.nSum; ++k) {
-        if (spec.sumCols[k] < 0) continue;
+void WriteTotals(const SumPlan& plan, const UtCStringList* formats, const double* totals, UtTableRow& rep) {
+    for (unsigned short k = 0; k < plan.nSum; ++k) {
+        if (plan.sumCols[k] < 0) continue;
         const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
-        const UtCString* own = CellAt(rep, spec.sumCols[k]);
+        const UtCString* own = CellAt(rep, plan.sumCols[k]);
         const eUtEncodingType e = own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
-        SetCell(rep, spec.sumCols[k], FormatTotal(totals[k], format, e));
+        SetCell(rep, plan.sumCols[k], FormatTotal(totals[k], format, e));
     }
 }
 
@@ -578,11 +578,11 @@ bool OneKeyEncoding(const UtTable::RowList& rows, const std::vector<long>& group
 // the order of the group's rows after a stable sort, so totals and carried cells come out as
 // they would after sorting. firstOf lists the groups' first rows, in order of appearance.
 // Returns false, having changed nothing, when the grouping cells mix encodings.
-bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, const SumSpec& spec,
+bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, const SumPlan& plan,
                  std::vector<uint32_t>& firstOf, std::vector<double>& totals) {
-    if (spec.nCarry > 0 && !OneKeyEncoding(rows, groupCols)) return false;
+    if (plan.nCarry > 0 && !OneKeyEncoding(rows, groupCols)) return false;
     const size_t width = groupCols.size();
-    const size_t nSum = spec.nSum;
+    const size_t nSum = plan.nSum;
     std::vector<CellView> key(width);
     std::vector<uint64_t> slotHash;
     std::vector<uint32_t> slots;  // group + 1; 0 is free
@@ -620,7 +620,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
             if (slots[i] == 0) {
                 firstOf.push_back(static_cast<uint32_t>(r));
                 totals.resize(firstOf.size() * nSum);
-                StartTotals(spec, row, totals.data() + (firstOf.size() - 1) * nSum);
+                StartTotals(plan, row, totals.data() + (firstOf.size() - 1) * nSum);
                 slots[i] = static_cast<uint32_t>(firstOf.size());
                 slotHash[i] = h;
                 if (firstOf.size() * 2 > slots.size()) rehash(slots.size() * 2);
@@ -634,7 +634,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
                     same = CompareCells(ViewOf(CellAt(rep, groupCols[g])), key[g]) == 0;
                 }
                 if (same) {
-                    FoldRow(spec, row, rep, totals.data() + group * nSum);
+                    FoldRow(plan, row, rep, totals.data() + group * nSum);
                     break;
                 }
             }
@@ -655,7 +655,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         actRow_ = 0;
         return;
     }
-    const SumSpec spec{nSum, sumCols, nCarry, carryCols};
+    const SumPlan plan{nSum, sumCols, nCarry, carryCols};
     std::vector<long> groupCols;
     for (long col = 0; col < rows_[0].count(); ++col) {
         if (!ItemInList(nSum, sumCols, col) && !ItemInList(nCarry, carryCols, col)) groupCols.push_back(col);
@@ -665,7 +665,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
     RowList groups;
     std::vector<uint32_t> firstOf;
     std::vector<double> totals;
-    if (GroupByHash(rows_, groupCols, spec, firstOf, totals)) {
+    if (GroupByHash(rows_, groupCols, plan, firstOf, totals)) {
         // Only the few group rows are put in order; their grouping cells are all distinct.
         std::vector<uint32_t> order(firstOf.size());
         for (uint32_t g = 0; g < order.size(); ++g) order[g] = g;
@@ -683,7 +683,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         groups.reserve(order.size());
         for (uint32_t g : order) {
             UtTableRow rep(std::move(rows_[firstOf[g]]));
-            WriteTotals(spec, formats, totals.data() + size_t{g} * nSum, rep);
+            WriteTotals(plan, formats, totals.data() + size_t{g} * nSum, rep);
             groups.push_back(std::move(rep));
         }
         rows_.swap(groups);
@@ -714,9 +714,9 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         while (end < rowCount && compareRows(order[start], order[end]) == 0) ++end;
         // The first row is not read again, and moving it keeps its strings where the views see them.
         UtTableRow rep(std::move(rows_[order[start]]));
-        StartTotals(spec, rep, totals.data());
-        for (size_t i = start + 1; i < end; ++i) FoldRow(spec, rows_[order[i]], rep, totals.data());
-        WriteTotals(spec, formats, totals.data(), rep);
+        StartTotals(plan, rep, totals.data());
+        for (size_t i = start + 1; i < end; ++i) FoldRow(plan, rows_[order[i]], rep, totals.data());
+        WriteTotals(plan, formats, totals.data(), rep);
         groups.push_back(std::move(rep));
         start = end;
     }
