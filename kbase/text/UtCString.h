@@ -441,6 +441,7 @@ protected:
 private:
     friend class kbase_text_internal::UtCStringAccess;
     void Init(unsigned short e);
+    void EnsureBuffer();
     void Free();
     void Swap(UtCString& other, bool withBufferIndex);
     static unsigned short MapEncodingType(unsigned short e);

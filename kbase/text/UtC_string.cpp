@@ -85,6 +85,12 @@ void UtCString::Init(unsigned short e) {
     encoding_ = MapEncodingType(e);
 }
 
+// Constructors that assign text start without a buffer, so that the text's block is the only
+// allocation; when assigning failed, the empty buffer is put in place here.
+void UtCString::EnsureBuffer() {
+    if (text_ == nullptr) SetEmpty();
+}
+
 UtCString& UtCString::SetEmpty() {
     const bool wide = IsWide(encoding_);
     const bool utf8 = encoding_ == kUtf8;
@@ -154,33 +160,33 @@ UtCString::UtCString(eUtEncodingType e) {
 }
 UtCString::UtCString(const char* text, eUtEncodingType source, eUtEncodingType target) {
     Init(target);
-    SetEmpty();
     Set(text, -1, source);
+    EnsureBuffer();
 }
 UtCString::UtCString(const char* text, int count, eUtEncodingType source, eUtEncodingType target) {
     Init(target);
-    SetEmpty();
     Set(text, count, source);
+    EnsureBuffer();
 }
 UtCString::UtCString(const char16_t* text, eUtEncodingType e) {
     Init(e);
-    SetEmpty();
     Set(text, -1);
+    EnsureBuffer();
 }
 UtCString::UtCString(const char16_t* text, int count, eUtEncodingType e) {
     Init(e);
-    SetEmpty();
     Set(text, count);
+    EnsureBuffer();
 }
 UtCString::UtCString(const UtCString& other) {
     Init(other.encoding_);
-    SetEmpty();
     Set(&other);
+    EnsureBuffer();
 }
 UtCString::UtCString(const UtCString& other, eUtEncodingType e) {
     Init(e);
-    SetEmpty();
     Set(&other);
+    EnsureBuffer();
 }
 UtCString::UtCString(UtCString&& other) noexcept {
     Init(other.encoding_);
@@ -189,13 +195,13 @@ UtCString::UtCString(UtCString&& other) noexcept {
 }
 UtCString::UtCString(const std::string& text, eUtEncodingType source, eUtEncodingType target) {
     Init(target);
-    SetEmpty();
     Set(text.data(), static_cast<int64_t>(text.size()), source);
+    EnsureBuffer();
 }
 UtCString::UtCString(const std::u16string& text, eUtEncodingType e) {
     Init(e);
-    SetEmpty();
     Set(text.data(), static_cast<int64_t>(text.size()));
+    EnsureBuffer();
 }
 
 UtCString::~UtCString() { Free(); }
