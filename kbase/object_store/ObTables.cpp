@@ -68,6 +68,21 @@ int GrowRecords(Record** records, uint16_t count) {
     return kUtMemOk;
 }
 
+// Grows the records when due, takes the next record number for key, enters it in the map and
+// returns the cleared record with its name; null (and *status) when the growth was refused.
+template <typename Record, typename Map>
+Record* ClaimRecord(Record** records, uint16_t& count, Map& map, int key, const char* name, int* status) {
+    *status = GrowRecords(records, count);
+    if (*status != kUtMemOk) return nullptr;
+    const uint16_t number = static_cast<uint16_t>(count + 1);
+    count = number;
+    map[key] = number;
+    Record& r = (*records)[number];
+    std::memset(&r, 0, sizeof r);
+    std::strcpy(r.name, name);
+    return &r;
+}
+
 template <typename T>
 T OrDefault(T given, T fallback) {
     return given != nullptr ? given : fallback;
@@ -105,15 +120,11 @@ int ObDefineClass(int classNo, const char* name, ObCreateFunc create, ObObjectFu
     if (classNo <= 0 || classNo >= kObMaxClasses) return kDefBadNumber;
     if (g_store.classMap[classNo] != 0) return kDefAlreadyDefined;
     if (!NameFits(name)) return kDefBadName;
-    const int grown = GrowRecords(&g_store.classes, g_store.classCount);
-    if (grown != kUtMemOk) return grown;
-
-    const uint16_t number = static_cast<uint16_t>(g_store.classCount + 1);
-    g_store.classCount = number;
-    g_store.classMap[classNo] = number;
-    ob::ClassRecord& c = g_store.classes[number];
-    std::memset(&c, 0, sizeof c);
-    std::strcpy(c.name, name);
+    int status = kUtMemOk;
+    ob::ClassRecord* record =
+        ClaimRecord(&g_store.classes, g_store.classCount, g_store.classMap, classNo, name, &status);
+    if (record == nullptr) return status;
+    ob::ClassRecord& c = *record;
     c.create = OrDefault(create, &DefaultCreate);
     c.destroy = OrDefault(destroy, &DefaultNothing);
     c.describe = OrDefault(describe, &DefaultDescribe);
@@ -157,16 +168,11 @@ int ObDefineAssociationType(int type, const char* name, uint16_t propagations) {
     if (type < 0 || type >= kObMaxAssocTypes) return kDefBadNumber;
     if (g_store.typeMap[type] != 0) return kDefAlreadyDefined;
     if (!NameFits(name)) return kDefBadName;
-    const int grown = GrowRecords(&g_store.types, g_store.typeCount);
-    if (grown != kUtMemOk) return grown;
-
-    const uint16_t number = static_cast<uint16_t>(g_store.typeCount + 1);
-    g_store.typeCount = number;
-    g_store.typeMap[type] = number;
-    ob::AssocTypeRecord& t = g_store.types[number];
-    std::memset(&t, 0, sizeof t);
-    std::strcpy(t.name, name);
-    t.propagations = propagations;
+    int status = kUtMemOk;
+    ob::AssocTypeRecord* t =
+        ClaimRecord(&g_store.types, g_store.typeCount, g_store.typeMap, type, name, &status);
+    if (t == nullptr) return status;
+    t->propagations = propagations;
     return kDefOk;
 }
 
