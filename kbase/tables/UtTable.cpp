@@ -316,39 +316,68 @@ bool AddTextColumn(CompositeKey& key, const std::vector<CellView>& views, bool d
     return true;
 }
 
+// The general order, row by row: each key cell read once, then a stable merge sort that compares
+// the keys as Sort describes.
+std::vector<uint32_t> CompareSortOrder(const UtTable::RowList& rows, unsigned short n, const long* cols,
+                                       const short* dirs) {
+    const size_t rowCount = rows.size();
+    std::vector<KeyCell> keys(rowCount * n);
+    for (size_t r = 0; r < rowCount; ++r) {
+        for (unsigned short k = 0; k < n; ++k) {
+            KeyCell& c = keys[r * n + k];
+            const UtCString* cell = CellAt(rows[r], cols[k]);
+            c.text = ViewOf(cell);
+            c.isNumber = cell != nullptr && CellToDouble(*cell, c.number);
+        }
+    }
+    std::vector<uint32_t> order(rowCount);
+    for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
+    kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) {
+        for (unsigned short k = 0; k < n; ++k) {
+            const KeyCell& x = keys[a * size_t{n} + k];
+            const KeyCell& y = keys[b * size_t{n} + k];
+            if (x.isNumber && y.isNumber) {
+                // Equal numbers end the comparison too: no later key is consulted.
+                return dirs[k] == 0 ? x.number < y.number : (dirs[k] == 1 ? x.number > y.number : false);
+            }
+            const int c = CompareCells(x.text, y.text);
+            if (c != 0) return dirs[k] == 0 ? c < 0 : (dirs[k] == 1 ? c > 0 : false);
+        }
+        return false;
+    });
+    return order;
+}
+
 }  // namespace
 
 void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
     const size_t rowCount = rows_.size();
     if (n == 0 || cols == nullptr || dirs == nullptr || rowCount < 2) return;
-    // Each key cell is read as a number once per row, not once per comparison.
-    std::vector<KeyCell> keys(rowCount * n);
-    for (size_t r = 0; r < rowCount; ++r) {
-        for (unsigned short k = 0; k < n; ++k) {
-            KeyCell& c = keys[r * n + k];
-            const UtCString* cell = CellAt(rows_[r], cols[k]);
-            c.text = ViewOf(cell);
-            c.isNumber = cell != nullptr && CellToDouble(*cell, c.number);
-        }
-    }
 
-    // Fast path: while a key column is all numbers (no NaN) or has at most one number, its
-    // order is a plain one and the rows can be ranked column by column. A column of numbers ends
-    // every comparison, so later keys cannot matter.
+    // Fast path, one key column at a time: while a key column is all numbers (no NaN) or has at
+    // most one number, its order is a plain one and the rows can be ranked column by column. A
+    // column of numbers ends every comparison, so later keys cannot matter. Each cell is read as
+    // a number once.
     CompositeKey composite(rowCount);
     bool ranked = true;
+    std::vector<CellView> views(rowCount);
+    std::vector<double> values(rowCount);
     for (unsigned short k = 0; k < n && ranked; ++k) {
         size_t numbers = 0;
         bool nan = false;
         for (size_t r = 0; r < rowCount; ++r) {
-            const KeyCell& c = keys[r * n + k];
-            numbers += c.isNumber ? 1 : 0;
-            nan = nan || (c.isNumber && std::isnan(c.number));
+            const UtCString* cell = CellAt(rows_[r], cols[k]);
+            views[r] = ViewOf(cell);
+            values[r] = 0.0;
+            if (cell != nullptr && CellToDouble(*cell, values[r])) {
+                ++numbers;
+                nan = nan || std::isnan(values[r]);
+            } else {
+                values[r] = std::nan("");  // marks a text; never read as a number below
+            }
         }
         if (numbers == rowCount && !nan) {
             if (dirs[k] == 0 || dirs[k] == 1) {
-                std::vector<double> values(rowCount);
-                for (size_t r = 0; r < rowCount; ++r) values[r] = keys[r * n + k].number;
                 std::vector<uint32_t> rank;
                 uint32_t count = 0;
                 kbase_tables_internal::RankNumbers(values, rank, count);
@@ -363,8 +392,6 @@ void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
             ranked = false;
             break;
         }
-        std::vector<CellView> views(rowCount);
-        for (size_t r = 0; r < rowCount; ++r) views[r] = keys[r * n + k].text;
         ranked = AddTextColumn(composite, views, dirs[k] == 1);
     }
 
@@ -372,21 +399,7 @@ void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
     if (ranked) {
         order = composite.StableOrder();
     } else {
-        order.resize(rowCount);
-        for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
-        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) {
-            for (unsigned short k = 0; k < n; ++k) {
-                const KeyCell& x = keys[a * size_t{n} + k];
-                const KeyCell& y = keys[b * size_t{n} + k];
-                if (x.isNumber && y.isNumber) {
-                    // Equal numbers end the comparison too: no later key is consulted.
-                    return dirs[k] == 0 ? x.number < y.number : (dirs[k] == 1 ? x.number > y.number : false);
-                }
-                const int c = CompareCells(x.text, y.text);
-                if (c != 0) return dirs[k] == 0 ? c < 0 : (dirs[k] == 1 ? c > 0 : false);
-            }
-            return false;
-        });
+        order = CompareSortOrder(rows_, n, cols, dirs);
     }
     Permute(rows_, order);
 }

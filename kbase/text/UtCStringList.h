@@ -87,8 +87,11 @@ public:
 
     // The string at i. An index outside the list is reported ("invalid index = <i>, count = <n>",
     // module UtC_string, level 2) and yields a shared string that is emptied on each such call.
-    UtCString& item(long i);
-    const UtCString& item(long i) const;
+    UtCString& item(long i) {
+        if (static_cast<unsigned long>(i) < static_cast<unsigned long>(items_.count())) return *At(i);
+        return ItemInvalid(i);
+    }
+    const UtCString& item(long i) const { return const_cast<UtCStringList*>(this)->item(i); }
     UtCString& operator[](long i) { return item(i); }
     const UtCString& operator[](long i) const { return item(i); }
 
@@ -158,6 +161,7 @@ private:
     static UtCString* NewCopy(const UtCString& s);
     static void DeleteString(void* p);
     UtCString* At(long i) const { return static_cast<UtCString*>(items_.item(i)); }
+    UtCString& ItemInvalid(long i);  // reports a bad index and hands out the shared empty string
     int Compare(const UtCString& a, const UtCString& b) const;
     long BinarySearch(const UtCString& key, long lo, long hi) const;
     bool ReadRecord(const unsigned char* data, uint64_t blockSize, bool bounded, uint64_t& offset);

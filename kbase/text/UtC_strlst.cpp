@@ -217,8 +217,7 @@ void UtCStringList::SetComparator(UtCStringComparatorBase* c) {
 
 // ---- access -----------------------------------------------------------------------------------
 
-UtCString& UtCStringList::item(long i) {
-    if (static_cast<unsigned long>(i) < static_cast<unsigned long>(items_.count())) return *At(i);
+UtCString& UtCStringList::ItemInvalid(long i) {
     char message[88];
     std::snprintf(message, sizeof message, "invalid index = %ld, count = %ld", i, items_.count());
     DebugAssert(kModule, kLineItem, "UtCStringList::item", kReportLevel, message, "(i >= 0 && i < count())");
@@ -227,7 +226,6 @@ UtCString& UtCStringList::item(long i) {
     return empty;
 }
 
-const UtCString& UtCStringList::item(long i) const { return const_cast<UtCStringList*>(this)->item(i); }
 
 // ---- adding -----------------------------------------------------------------------------------
 

@@ -211,6 +211,32 @@ TEST(Table, SortMatchesABruteForceStableSort) {
     }
 }
 
+// Keys with far more distinct values than one counting pass covers (several radix digits): the
+// orders must still be the stable ones, and duplicates found across the whole table.
+TEST(Table, ManyDistinctKeysSortAndDeduplicateLikeTheStandardAlgorithms) {
+    std::mt19937 rng(11);
+    Rows rows;
+    for (int r = 0; r < 20000; ++r) {
+        rows.push_back({"k" + std::to_string(rng() % 300), "m" + std::to_string(rng() % 300), std::to_string(rng() % 4)});
+    }
+    const long cols[] = {0, 1};
+    const short dirs[] = {1, 0};
+    UtTable sorted = Make(rows);
+    sorted.Sort(2, cols, dirs);
+    Rows expected = rows;
+    std::stable_sort(expected.begin(), expected.end(), [](const auto& a, const auto& b) {
+        return a[0] != b[0] ? a[0] > b[0] : a[1] < b[1];
+    });
+    EXPECT_EQ(Dump(sorted), expected);
+
+    UtTable unique = Make(rows);
+    unique.RemoveDuplicate();
+    expected = rows;
+    std::sort(expected.begin(), expected.end());
+    expected.erase(std::unique(expected.begin(), expected.end()), expected.end());
+    EXPECT_EQ(Dump(unique), expected);
+}
+
 TEST(Table, RemoveDuplicateSortsKeepsFirstAndResetsTheCursor) {
     UtTable t = Make({{"a"}, {"b"}, {"a"}});
     t.RemoveDuplicate();

@@ -146,12 +146,37 @@ void CompositeKey::Add(const std::vector<uint32_t>& rank, uint32_t count) {
 }
 
 std::vector<uint32_t> CompositeKey::StableOrder() const {
+    // Keys are below distinct_, so a least-significant-digit radix sort over the bits in use
+    // orders them in a few linear passes; every pass is stable, so equal keys keep row order.
     const size_t n = key_.size();
-    std::vector<std::pair<uint64_t, uint32_t>> pairs(n);
-    for (size_t r = 0; r < n; ++r) pairs[r] = {key_[r], static_cast<uint32_t>(r)};
-    std::sort(pairs.begin(), pairs.end());  // the row index breaks ties: stable
     std::vector<uint32_t> order(n);
-    for (size_t r = 0; r < n; ++r) order[r] = pairs[r].second;
+    for (size_t r = 0; r < n; ++r) order[r] = static_cast<uint32_t>(r);
+    if (n < 2 || distinct_ <= 1) return order;
+    int bits = 0;
+    while (bits < 64 && (distinct_ - 1) >> bits != 0) ++bits;
+    constexpr int kDigitBits = 11;
+    constexpr size_t kBuckets = size_t{1} << kDigitBits;
+    std::vector<uint32_t> next(n);
+    std::vector<uint64_t> keys(key_);
+    std::vector<uint64_t> nextKeys(n);
+    std::vector<size_t> start(kBuckets);
+    for (int shift = 0; shift < bits; shift += kDigitBits) {
+        std::fill(start.begin(), start.end(), 0);
+        for (size_t i = 0; i < n; ++i) ++start[(keys[i] >> shift) & (kBuckets - 1)];
+        size_t sum = 0;
+        for (size_t& b : start) {
+            const size_t c = b;
+            b = sum;
+            sum += c;
+        }
+        for (size_t i = 0; i < n; ++i) {
+            const size_t at = start[(keys[i] >> shift) & (kBuckets - 1)]++;
+            next[at] = order[i];
+            nextKeys[at] = keys[i];
+        }
+        order.swap(next);
+        keys.swap(nextKeys);
+    }
     return order;
 }
 
