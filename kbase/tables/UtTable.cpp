@@ -17,6 +17,7 @@ using kbase_tables_internal::CellToDouble;
 using kbase_tables_internal::CellView;
 using kbase_tables_internal::CompareCells;
 using kbase_tables_internal::CompositeKey;
+using kbase_tables_internal::TextRanker;
 using kbase_tables_internal::ViewOf;
 
 namespace {
@@ -303,19 +304,6 @@ void Permute(UtTable::RowList& rows, const std::vector<uint32_t>& order) {
     rows.swap(sorted);
 }
 
-// Rows whose columns are ordered as tuples of dense ranks: a key per column, added while the
-// column's order is a plain one. Returns false when some column needs the row-by-row comparison.
-bool AddTextColumn(CompositeKey& key, const std::vector<CellView>& views, bool descending) {
-    std::vector<uint32_t> rank;
-    uint32_t count = 0;
-    if (!kbase_tables_internal::RankTexts(views, rank, count)) return false;
-    if (descending) {
-        for (uint32_t& r : rank) r = count - 1 - r;
-    }
-    key.Add(rank, count);
-    return true;
-}
-
 // The general order, row by row: each key cell read once, then a stable merge sort that compares
 // the keys as Sort describes.
 std::vector<uint32_t> CompareSortOrder(const UtTable::RowList& rows, unsigned short n, const long* cols,
@@ -356,31 +344,45 @@ void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
 
     // Fast path, one key column at a time: while a key column is all numbers (no NaN) or has at
     // most one number, its order is a plain one and the rows can be ranked column by column. A
-    // column of numbers ends every comparison, so later keys cannot matter. Each cell is read as
-    // a number once.
-    CompositeKey composite(rowCount);
-    bool ranked = true;
-    std::vector<CellView> views(rowCount);
-    std::vector<double> values(rowCount);
-    for (unsigned short k = 0; k < n && ranked; ++k) {
+    // column of numbers ends every comparison, so later keys cannot matter. The rows are read
+    // once: each key cell is read as a number and, while its column may still be a text column,
+    // given a text id.
+    struct KeyColumn {
+        std::vector<double> values;
+        std::vector<uint32_t> ids;
+        TextRanker texts;
         size_t numbers = 0;
         bool nan = false;
-        for (size_t r = 0; r < rowCount; ++r) {
-            const UtCString* cell = CellAt(rows_[r], cols[k]);
-            views[r] = ViewOf(cell);
-            values[r] = 0.0;
-            if (cell != nullptr && CellToDouble(*cell, values[r])) {
-                ++numbers;
-                nan = nan || std::isnan(values[r]);
-            } else {
-                values[r] = std::nan("");  // marks a text; never read as a number below
+        bool mixed = false;  // texts of several encodings
+    };
+    std::vector<KeyColumn> keys(n);
+    for (KeyColumn& key : keys) {
+        key.values.resize(rowCount);
+        key.ids.resize(rowCount);
+    }
+    for (size_t r = 0; r < rowCount; ++r) {
+        const UtTableRow& row = rows_[r];
+        for (unsigned short k = 0; k < n; ++k) {
+            KeyColumn& key = keys[k];
+            const UtCString* cell = CellAt(row, cols[k]);
+            double& value = key.values[r];
+            value = 0.0;
+            if (cell != nullptr && CellToDouble(*cell, value)) {
+                ++key.numbers;
+                key.nan = key.nan || std::isnan(value);
             }
+            if (key.numbers <= 1 && !key.mixed) key.mixed = !key.texts.Add(ViewOf(cell), key.ids[r]);
         }
-        if (numbers == rowCount && !nan) {
+    }
+    CompositeKey composite(rowCount);
+    bool ranked = true;
+    for (unsigned short k = 0; k < n && ranked; ++k) {
+        KeyColumn& key = keys[k];
+        std::vector<uint32_t> rank;
+        uint32_t count = 0;
+        if (key.numbers == rowCount && !key.nan) {
             if (dirs[k] == 0 || dirs[k] == 1) {
-                std::vector<uint32_t> rank;
-                uint32_t count = 0;
-                kbase_tables_internal::RankNumbers(values, rank, count);
+                kbase_tables_internal::RankNumbers(key.values, rank, count);
                 if (dirs[k] == 1) {
                     for (uint32_t& x : rank) x = count - 1 - x;
                 }
@@ -388,12 +390,20 @@ void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
             }
             break;
         }
-        if (numbers > 1 || (dirs[k] != 0 && dirs[k] != 1)) {
+        if (key.numbers > 1 || key.mixed || (dirs[k] != 0 && dirs[k] != 1)) {
             ranked = false;
             break;
         }
-        ranked = AddTextColumn(composite, views, dirs[k] == 1);
+        std::vector<uint32_t> rankOf;
+        key.texts.Ranks(rankOf);
+        count = key.texts.count();
+        rank.resize(rowCount);
+        for (size_t r = 0; r < rowCount; ++r) {
+            rank[r] = dirs[k] == 1 ? count - 1 - rankOf[key.ids[r]] : rankOf[key.ids[r]];
+        }
+        composite.Add(rank, count);
     }
+    keys.clear();
 
     std::vector<uint32_t> order;
     if (ranked) {
@@ -419,16 +429,35 @@ void UtTable::RemoveDuplicate() {
     if (ranked) {
         // A row is the tuple of its cells, a missing cell before every present one: that is the
         // list comparison, where a shorter list is smaller.
+        // A pass over the rows gives every cell of a block of columns a text id; the blocks are
+        // as wide as a bounded amount of ids allows (one pass for tables of a few columns).
+        constexpr uint32_t kMissing = ~uint32_t{0};
+        constexpr size_t kIdBudget = size_t{1} << 25;
+        const size_t columns = static_cast<size_t>(width);
+        const size_t block = std::max<size_t>(1, std::min(columns, kIdBudget / std::max<size_t>(rowCount, 1)));
         CompositeKey composite(rowCount);
-        std::vector<CellView> views(rowCount);
-        for (long col = 0; col < width && ranked; ++col) {
-            for (size_t r = 0; r < rowCount; ++r) views[r] = ViewOf(CellAt(rows_[r], col));
-            std::vector<uint32_t> rank;
-            uint32_t count = 0;
-            ranked = kbase_tables_internal::RankTexts(views, rank, count);
-            if (!ranked) break;
-            for (size_t r = 0; r < rowCount; ++r) rank[r] = col < rows_[r].count() ? rank[r] + 1 : 0;
-            composite.Add(rank, count + 1);
+        for (size_t first = 0; first < columns && ranked; first += block) {
+            const size_t last = std::min(columns, first + block);
+            std::vector<TextRanker> rankers(last - first);
+            std::vector<std::vector<uint32_t>> ids(last - first, std::vector<uint32_t>(rowCount));
+            for (size_t r = 0; r < rowCount && ranked; ++r) {
+                const UtTableRow& row = rows_[r];
+                const size_t cells = static_cast<size_t>(row.count());
+                for (size_t col = first; col < last && ranked; ++col) {
+                    if (col < cells) {
+                        ranked = rankers[col - first].Add(ViewOf(&row.item(static_cast<long>(col))), ids[col - first][r]);
+                    } else {
+                        ids[col - first][r] = kMissing;
+                    }
+                }
+            }
+            for (size_t col = first; col < last && ranked; ++col) {
+                std::vector<uint32_t> rankOf;
+                rankers[col - first].Ranks(rankOf);
+                std::vector<uint32_t>& rank = ids[col - first];
+                for (uint32_t& x : rank) x = x == kMissing ? 0 : rankOf[x] + 1;
+                composite.Add(rank, rankers[col - first].count() + 1);
+            }
         }
         if (ranked) {
             order = composite.StableOrder();

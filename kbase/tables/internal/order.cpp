@@ -52,65 +52,87 @@ uint64_t HashBytes(const unsigned char* p, size_t n) {
 
 size_t ElemSize(const CellView& v) { return v.enc == 1200 ? 2 : 1; }
 
-bool SameBytes(const CellView& a, const CellView& b) {
-    return a.n == b.n && std::memcmp(a.p, b.p, a.n * ElemSize(a)) == 0;
-}
 
 }  // namespace
 
 uint64_t HashView(const CellView& v) { return HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)); }
 
+namespace {
+
+// Equal stored units; short texts without a library call.
+bool SameUnits(const CellView& a, const CellView& b) {
+    if (a.n != b.n) return false;
+    const size_t bytes = a.n * ElemSize(a);
+    const auto* x = static_cast<const unsigned char*>(a.p);
+    const auto* y = static_cast<const unsigned char*>(b.p);
+    if (bytes <= 8) {
+        for (size_t i = 0; i < bytes; ++i) {
+            if (x[i] != y[i]) return false;
+        }
+        return true;
+    }
+    return std::memcmp(x, y, bytes) == 0;
+}
+
+}  // namespace
+
+void TextRanker::Grow() {
+    const size_t cap = slots_.empty() ? 64 : slots_.size() * 2;
+    std::vector<uint64_t> fresh(cap, 0);
+    for (uint64_t slot : slots_) {
+        if (slot == 0) continue;
+        const CellView& v = distinct_[(slot & 0xFFFFFFFFu) - 1];
+        size_t i = HashView(v) & (cap - 1);
+        while (fresh[i] != 0) i = (i + 1) & (cap - 1);
+        fresh[i] = slot;
+    }
+    slots_.swap(fresh);
+}
+
+bool TextRanker::Add(const CellView& v, uint32_t& id) {
+    if (v.n != 0) {
+        if (enc_ == 0) enc_ = v.enc;
+        if (v.enc != enc_) return false;
+    }
+    if ((distinct_.size() + 1) * 2 > slots_.size()) Grow();
+    const uint64_t h = HashView(v);
+    const uint64_t tag = h & ~uint64_t{0xFFFFFFFFu};
+    const size_t mask = slots_.size() - 1;
+    for (size_t i = h & mask;; i = (i + 1) & mask) {
+        const uint64_t slot = slots_[i];
+        if (slot == 0) {
+            distinct_.push_back(v);
+            id = static_cast<uint32_t>(distinct_.size() - 1);
+            slots_[i] = tag | (uint64_t{id} + 1);
+            return true;
+        }
+        if ((slot & ~uint64_t{0xFFFFFFFFu}) == tag && SameUnits(distinct_[(slot & 0xFFFFFFFFu) - 1], v)) {
+            id = static_cast<uint32_t>((slot & 0xFFFFFFFFu) - 1);
+            return true;
+        }
+    }
+}
+
+void TextRanker::Ranks(std::vector<uint32_t>& rankOf) const {
+    std::vector<uint32_t> order(distinct_.size());
+    for (uint32_t d = 0; d < order.size(); ++d) order[d] = d;
+    std::sort(order.begin(), order.end(),
+              [&](uint32_t a, uint32_t b) { return CompareCells(distinct_[a], distinct_[b]) < 0; });
+    rankOf.resize(order.size());
+    for (uint32_t k = 0; k < order.size(); ++k) rankOf[order[k]] = k;
+}
+
 bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count) {
     const size_t n = views.size();
-    uint16_t enc = 0;
-    for (const CellView& v : views) {
-        if (v.n == 0) continue;
-        if (enc == 0) enc = v.enc;
-        if (v.enc != enc) return false;
-    }
-    // Group equal texts through an open-addressing table of first occurrences, then order only
-    // the distinct texts.
-    std::vector<uint32_t> id(n);
-    std::vector<uint32_t> firstOf;  // distinct text -> the row where it was first seen
-    size_t cap = 64;
-    std::vector<uint32_t> slots(cap, 0);  // distinct id + 1; 0 is free
-    for (size_t r = 0; r < n; ++r) {
-        if ((firstOf.size() + 1) * 2 > cap) {
-            cap *= 2;
-            slots.assign(cap, 0);
-            for (uint32_t d = 0; d < firstOf.size(); ++d) {
-                const CellView& v = views[firstOf[d]];
-                size_t i = HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)) & (cap - 1);
-                while (slots[i] != 0) i = (i + 1) & (cap - 1);
-                slots[i] = d + 1;
-            }
-        }
-        const CellView& v = views[r];
-        size_t i = HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)) & (cap - 1);
-        for (;;) {
-            if (slots[i] == 0) {
-                firstOf.push_back(static_cast<uint32_t>(r));
-                slots[i] = static_cast<uint32_t>(firstOf.size());
-                id[r] = slots[i] - 1;
-                break;
-            }
-            if (SameBytes(views[firstOf[slots[i] - 1]], v)) {
-                id[r] = slots[i] - 1;
-                break;
-            }
-            i = (i + 1) & (cap - 1);
-        }
-    }
-    std::vector<uint32_t> order(firstOf.size());
-    for (uint32_t d = 0; d < order.size(); ++d) order[d] = d;
-    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-        return CompareCells(views[firstOf[a]], views[firstOf[b]]) < 0;
-    });
-    std::vector<uint32_t> rankOf(order.size());
-    for (uint32_t k = 0; k < order.size(); ++k) rankOf[order[k]] = k;
+    TextRanker ranker;
     rank.resize(n);
-    for (size_t r = 0; r < n; ++r) rank[r] = rankOf[id[r]];
-    count = static_cast<uint32_t>(order.size());
+    for (size_t r = 0; r < n; ++r) {
+        if (!ranker.Add(views[r], rank[r])) return false;
+    }
+    std::vector<uint32_t> rankOf;
+    ranker.Ranks(rankOf);
+    for (uint32_t& x : rank) x = rankOf[x];
+    count = ranker.count();
     return true;
 }
 

@@ -77,8 +77,27 @@ void StableSort(std::vector<uint32_t>& idx, Less less) {
 // alike, and a missing cell hashes like an empty one.
 uint64_t HashView(const CellView& v);
 
+// Gives the texts of one column ids in order of first appearance, then ranks the distinct texts,
+// so that a column of a few thousand distinct texts costs one hash look-up per row and a sort of
+// the distinct texts only. The views added must stay valid until Ranks.
+class TextRanker {
+public:
+    // The id of v's text; false when v's encoding is not that of the earlier non-empty texts
+    // (their order is then not one of plain units).
+    bool Add(const CellView& v, uint32_t& id);
+    // rankOf[id]: the dense rank (ascending order) of the text with that id.
+    void Ranks(std::vector<uint32_t>& rankOf) const;
+    uint32_t count() const { return static_cast<uint32_t>(distinct_.size()); }
+
+private:
+    void Grow();
+    std::vector<CellView> distinct_;
+    std::vector<uint64_t> slots_;  // hash's high 32 bits | (id + 1); 0 is free
+    uint16_t enc_ = 0;
+};
+
 // Dense ranks (0..count-1, in ascending order) of the views. False when the non-empty views are
-// of more than one encoding (their order is then not one of plain units).
+// of more than one encoding.
 bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count);
 // Dense ranks of numbers (equal values, also 0 and -0, share a rank). No NaN allowed.
 void RankNumbers(const std::vector<double>& values, std::vector<uint32_t>& rank, uint32_t& count);
