@@ -626,6 +626,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
     const size_t width = groupCols.size();
     const size_t nSum = plan.nSum;
     std::vector<CellView> key(width);
+    std::vector<CellView> firstKeys;  // width views per group
     std::vector<uint64_t> slotHash;
     std::vector<uint32_t> slots;  // group + 1; 0 is free
     size_t mask = 0;
@@ -661,6 +662,9 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
         for (;;) {
             if (slots[i] == 0) {
                 firstOf.push_back(static_cast<uint32_t>(r));
+                // The first row's grouping cells stay where they are for the whole pass (only
+                // summed and carried cells of a first row change), so their views stay valid.
+                firstKeys.insert(firstKeys.end(), key.begin(), key.end());
                 totals.resize(firstOf.size() * nSum);
                 StartTotals(plan, row, totals.data() + (firstOf.size() - 1) * nSum);
                 slots[i] = static_cast<uint32_t>(firstOf.size());
@@ -671,10 +675,9 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
             if (slotHash[i] == h) {
                 const size_t group = slots[i] - 1;
                 UtTableRow& rep = rows[firstOf[group]];
+                const CellView* repKey = firstKeys.data() + group * width;
                 bool same = true;
-                for (size_t g = 0; g < width && same; ++g) {
-                    same = CompareCells(ViewOf(CellAt(rep, groupCols[g])), key[g]) == 0;
-                }
+                for (size_t g = 0; g < width && same; ++g) same = CompareCells(repKey[g], key[g]) == 0;
                 if (same) {
                     FoldRow(plan, row, rep, totals.data() + group * nSum);
                     break;

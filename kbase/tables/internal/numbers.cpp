@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -60,6 +61,38 @@ bool PlainDecimal(const char* p, const char* end) {
     return p == end;
 }
 
+// -?digits(.digits)? with at most 15 significant digits and 22 fraction digits: the value is
+// the integer of its digits divided by a power of ten, both exact doubles, so one division
+// gives the correctly rounded result (that of strtod). False for any other shape.
+bool ShortDecimal(const char* p, const char* end, double& value) {
+    static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const bool negative = p < end && *p == '-';
+    if (negative) ++p;
+    uint64_t digits = 0;
+    int count = 0;
+    int fraction = 0;
+    const char* start = p;
+    while (p < end && IsDigit(*p)) {
+        digits = digits * 10 + static_cast<uint64_t>(*p++ - '0');
+        if (++count > 15) return false;
+    }
+    if (p == start) return false;
+    if (p < end && *p == '.') {
+        const char* fractionStart = ++p;
+        while (p < end && IsDigit(*p)) {
+            digits = digits * 10 + static_cast<uint64_t>(*p++ - '0');
+            if (++count > 15) return false;
+        }
+        fraction = static_cast<int>(p - fractionStart);
+        if (fraction == 0 || fraction > 22) return false;
+    }
+    if (p != end) return false;
+    const double v = static_cast<double>(digits) / kPow10[fraction];
+    value = negative ? -v : v;
+    return true;
+}
+
 }  // namespace
 
 Parse AsciiToDouble(const char* p, size_t n, double& value) {
@@ -78,6 +111,7 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     if (first == last) return Parse::kNo;
     const char* begin = p + first;
     const char* end = p + last;
+    if (ShortDecimal(begin, end, value)) return Parse::kYes;
     if (PlainDecimal(begin, end)) {
         const auto r = std::from_chars(begin, end, value);
         if (r.ec == std::errc() && r.ptr == end) return Parse::kYes;
