@@ -151,6 +151,19 @@ WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count
     return entries;
 }
 
+// The first word of an ObObject: its vtable pointer on the ABIs we build for (a polymorphic
+// class without virtual bases puts it first). Only compared for equality with the word of an
+// object already known to be exactly an ObObject, so equal words mean the same dynamic type.
+const void* TypeWordOf(const _ObObject* partner) {
+    const void* word;
+    std::memcpy(&word, static_cast<const void*>(ObObject::FromHandle(partner)), sizeof word);
+    return word;
+}
+
+// The type word of exactly an ObObject, once a walk has met one (the typeid test is the
+// authority; this only spares it).
+const void* g_plainTypeWord = nullptr;
+
 // Calls the partners of one walk. A partner that is exactly an ObObject (every object of a class
 // defined by entry points) is served here: what its UpdateFromAssoc and DataUpdateFromAssoc would
 // do, without their two virtual calls and without the nested pin, which the walk's own pin makes
@@ -162,11 +175,16 @@ public:
 
     OB_STATUS Call(const WalkEntry& entry) {
         _ObObject* partner = entry.partner;
-        // Neighbours mostly share their class: a class seen before needs no look-up, and being
-        // valid is then a matter of DESTROYED alone.
+        // Neighbours mostly share their class: a class seen before needs no look-up and is
+        // valid, so a plain partner of it that is neither destroyed nor busy is called at once.
         if (partner != nullptr && partner->obClass == lastClass_ &&
-            (partner->obState & OB_STATE_DESTROYED) == 0 && IsPlain(partner)) {
-            return CallPlain(partner, entry.record, lastEntry_);
+            (partner->obState & (OB_STATE_DESTROYED | OB_STATE_BUSY)) == 0 &&
+            TypeWordOf(partner) == g_plainTypeWord) {
+            partner->obState |= OB_STATE_BUSY;
+            info_.assoc = entry.record;
+            const OB_STATUS result = lastEntry_(partner, &info_, origin_, method_, param_);
+            partner->obState &= static_cast<uint16_t>(~OB_STATE_BUSY);
+            return result;
         }
         return CallChecked(entry);
     }
@@ -177,7 +195,10 @@ private:
 
     static bool IsPlain(const _ObObject* partner) {
         const ObObject& object = *ObObject::FromHandle(partner);
-        return typeid(object) == typeid(ObObject);
+        if (TypeWordOf(partner) == g_plainTypeWord) return true;
+        if (typeid(object) != typeid(ObObject)) return false;
+        g_plainTypeWord = TypeWordOf(partner);
+        return true;
     }
 
     // ObObject::UpdateFromAssoc of a valid object whose class has a record: DESTROYED is clear.
