@@ -42,9 +42,11 @@ ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 #if defined(__GNUC__) || defined(__clang__)
 #define KBASE_PREFETCH(address) __builtin_prefetch(address)
 #define KBASE_PREFETCH_WRITE(address) __builtin_prefetch(address, 1)
+#define KBASE_NOINLINE [[gnu::noinline]]
 #else
 #define KBASE_PREFETCH(address) ((void)(address))
 #define KBASE_PREFETCH_WRITE(address) ((void)(address))
+#define KBASE_NOINLINE
 #endif
 
 // A walk's calls are cheap and its partners lie wherever the heap put them, so the walk asks
@@ -115,7 +117,7 @@ bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
 // exhausted. The store knows the lengths of both lists, so it allocates that bound and fills in
 // one pass over the records instead of two; where the bound is stale (a host edited a list
 // itself) it counts after all.
-WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count) {
+KBASE_NOINLINE WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count) {
     ObAssociation* passive = object != nullptr ? object->obPassive : nullptr;
     const ob::ClassRecord* c = ClassOf(object);
     ObAssociation* byClass = c != nullptr ? c->classAssocs : nullptr;
@@ -212,7 +214,7 @@ private:
         return result;
     }
 
-    OB_STATUS CallChecked(const WalkEntry& entry) {
+    KBASE_NOINLINE OB_STATUS CallChecked(const WalkEntry& entry) {
         _ObObject* partner = entry.partner;
         if (!Access::IsValid(partner)) {
             ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
@@ -237,6 +239,18 @@ private:
     uint32_t lastClass_ = kNoClass;
     ObUpdateFromAssocFunc lastEntry_ = nullptr;
 };
+
+// The calls of a walk long enough to run ahead of (see kAheadObject); whether one failed.
+KBASE_NOINLINE bool CallAhead(PartnerCaller& caller, const WalkEntry* e, const WalkEntry* end) {
+    bool failed = false;
+    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
+        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
+        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
+        failed |= caller.Call(*e) == OB_FAILED;
+    }
+    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
+    return failed;
+}
 
 }  // namespace
 
@@ -445,17 +459,19 @@ OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* or
     if (count == 0) return OB_OK;
     if (entries == nullptr) return OB_FAILED;
 
-    ob::Pin pin;  // partners and records the array names stay readable until the walk ends
-    PartnerCaller caller(object, origin, method, param);
+    // A receiver that passes the change on runs a walk of its own from inside a call, so a chain
+    // of N objects stacks N frames of this function: it keeps to the calls of short walks and
+    // leaves collecting and long walks to helpers with frames of their own.
     bool failed = false;
-    const WalkEntry* e = entries;
-    const WalkEntry* const end = entries + count;
-    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
-        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
-        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
-        failed |= caller.Call(*e) == OB_FAILED;
+    {
+        ob::Pin pin;  // partners and records the array names stay readable until the walk ends
+        PartnerCaller caller(object, origin, method, param);
+        if (count > kAheadObject) {
+            failed = CallAhead(caller, entries, entries + count);
+        } else {
+            for (size_t i = 0; i < count; ++i) failed |= caller.Call(entries[i]) == OB_FAILED;
+        }
     }
-    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
     UtCfree(entries);
     return failed ? OB_FAILED : OB_OK;
 }
