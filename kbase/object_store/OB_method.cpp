@@ -42,9 +42,11 @@ ObObject* Obj(_ObObject* handle) { return ObObject::FromHandle(handle); }
 #if defined(__GNUC__) || defined(__clang__)
 #define KBASE_PREFETCH(address) __builtin_prefetch(address)
 #define KBASE_PREFETCH_WRITE(address) __builtin_prefetch(address, 1)
+#define KBASE_NOINLINE [[gnu::noinline]]
 #else
 #define KBASE_PREFETCH(address) ((void)(address))
 #define KBASE_PREFETCH_WRITE(address) ((void)(address))
+#define KBASE_NOINLINE
 #endif
 
 // A walk's calls are cheap and its partners lie wherever the heap put them, so the walk asks
@@ -115,7 +117,7 @@ bool FillMatching(WalkEntry* out, size_t capacity, size_t* n, ObAssociation* r,
 // exhausted. The store knows the lengths of both lists, so it allocates that bound and fills in
 // one pass over the records instead of two; where the bound is stale (a host edited a list
 // itself) it counts after all.
-WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count) {
+KBASE_NOINLINE WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count) {
     ObAssociation* passive = object != nullptr ? object->obPassive : nullptr;
     const ob::ClassRecord* c = ClassOf(object);
     ObAssociation* byClass = c != nullptr ? c->classAssocs : nullptr;
@@ -151,6 +153,19 @@ WalkEntry* CollectPartners(_ObObject* object, uint32_t methodMask, size_t* count
     return entries;
 }
 
+// The first word of an ObObject: its vtable pointer on the ABIs we build for (a polymorphic
+// class without virtual bases puts it first). Only compared for equality with the word of an
+// object already known to be exactly an ObObject, so equal words mean the same dynamic type.
+const void* TypeWordOf(const _ObObject* partner) {
+    const void* word;
+    std::memcpy(&word, static_cast<const void*>(ObObject::FromHandle(partner)), sizeof word);
+    return word;
+}
+
+// The type word of exactly an ObObject, once a walk has met one (the typeid test is the
+// authority; this only spares it).
+const void* g_plainTypeWord = nullptr;
+
 // Calls the partners of one walk. A partner that is exactly an ObObject (every object of a class
 // defined by entry points) is served here: what its UpdateFromAssoc and DataUpdateFromAssoc would
 // do, without their two virtual calls and without the nested pin, which the walk's own pin makes
@@ -162,11 +177,16 @@ public:
 
     OB_STATUS Call(const WalkEntry& entry) {
         _ObObject* partner = entry.partner;
-        // Neighbours mostly share their class: a class seen before needs no look-up, and being
-        // valid is then a matter of DESTROYED alone.
+        // Neighbours mostly share their class: a class seen before needs no look-up and is
+        // valid, so a plain partner of it that is neither destroyed nor busy is called at once.
         if (partner != nullptr && partner->obClass == lastClass_ &&
-            (partner->obState & OB_STATE_DESTROYED) == 0 && IsPlain(partner)) {
-            return CallPlain(partner, entry.record, lastEntry_);
+            (partner->obState & (OB_STATE_DESTROYED | OB_STATE_BUSY)) == 0 &&
+            TypeWordOf(partner) == g_plainTypeWord) {
+            partner->obState |= OB_STATE_BUSY;
+            info_.assoc = entry.record;
+            const OB_STATUS result = lastEntry_(partner, &info_, origin_, method_, param_);
+            partner->obState &= static_cast<uint16_t>(~OB_STATE_BUSY);
+            return result;
         }
         return CallChecked(entry);
     }
@@ -177,7 +197,10 @@ private:
 
     static bool IsPlain(const _ObObject* partner) {
         const ObObject& object = *ObObject::FromHandle(partner);
-        return typeid(object) == typeid(ObObject);
+        if (TypeWordOf(partner) == g_plainTypeWord) return true;
+        if (typeid(object) != typeid(ObObject)) return false;
+        g_plainTypeWord = TypeWordOf(partner);
+        return true;
     }
 
     // ObObject::UpdateFromAssoc of a valid object whose class has a record: DESTROYED is clear.
@@ -191,7 +214,7 @@ private:
         return result;
     }
 
-    OB_STATUS CallChecked(const WalkEntry& entry) {
+    KBASE_NOINLINE OB_STATUS CallChecked(const WalkEntry& entry) {
         _ObObject* partner = entry.partner;
         if (!Access::IsValid(partner)) {
             ReportIllegal(kLineUpdateFromAssociation, "ObUpdateFromAssociation", partner);
@@ -216,6 +239,18 @@ private:
     uint32_t lastClass_ = kNoClass;
     ObUpdateFromAssocFunc lastEntry_ = nullptr;
 };
+
+// The calls of a walk long enough to run ahead of (see kAheadObject); whether one failed.
+KBASE_NOINLINE bool CallAhead(PartnerCaller& caller, const WalkEntry* e, const WalkEntry* end) {
+    bool failed = false;
+    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
+        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
+        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
+        failed |= caller.Call(*e) == OB_FAILED;
+    }
+    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
+    return failed;
+}
 
 }  // namespace
 
@@ -424,17 +459,19 @@ OB_STATUS ObDoAssociations(_ObObject* object, uint32_t methodMask, _ObObject* or
     if (count == 0) return OB_OK;
     if (entries == nullptr) return OB_FAILED;
 
-    ob::Pin pin;  // partners and records the array names stay readable until the walk ends
-    PartnerCaller caller(object, origin, method, param);
+    // A receiver that passes the change on runs a walk of its own from inside a call, so a chain
+    // of N objects stacks N frames of this function: it keeps to the calls of short walks and
+    // leaves collecting and long walks to helpers with frames of their own.
     bool failed = false;
-    const WalkEntry* e = entries;
-    const WalkEntry* const end = entries + count;
-    for (; end - e > static_cast<ptrdiff_t>(kAheadObject); ++e) {
-        KBASE_PREFETCH_WRITE(e[kAheadObject].partner);
-        if (const _ObObject* ahead = e[kAheadData].partner) KBASE_PREFETCH(ahead->obData);
-        failed |= caller.Call(*e) == OB_FAILED;
+    {
+        ob::Pin pin;  // partners and records the array names stay readable until the walk ends
+        PartnerCaller caller(object, origin, method, param);
+        if (count > kAheadObject) {
+            failed = CallAhead(caller, entries, entries + count);
+        } else {
+            for (size_t i = 0; i < count; ++i) failed |= caller.Call(entries[i]) == OB_FAILED;
+        }
     }
-    for (; e != end; ++e) failed |= caller.Call(*e) == OB_FAILED;
     UtCfree(entries);
     return failed ? OB_FAILED : OB_OK;
 }

@@ -495,18 +495,24 @@ void FreeRecord(ObAssociation* record) {
 }
 
 bool AddRecordChunk() {
-    auto* chunk = static_cast<RecordChunk*>(UtCcalloc(1, sizeof(RecordChunk)));
+    const uint32_t count =
+        g_store.nextChunkRecords != 0 ? g_store.nextChunkRecords : kFirstChunkRecords;
+    auto* chunk = static_cast<RecordChunk*>(
+        UtCcalloc(1, sizeof(RecordChunk) + size_t{count} * sizeof(ObAssociation)));
     if (chunk == nullptr) return false;
     chunk->next = g_store.recordChunks;
+    chunk->count = count;
     g_store.recordChunks = chunk;
+    g_store.nextChunkRecords = count < kMaxChunkRecords ? count * 2 : kMaxChunkRecords;
     // Records are mostly asked for in pairs, the passive record of an association and then its
     // active mirror. Hand them out alternately from the two halves of the chunk, each half in
     // address order, so that the records of one passive list lie side by side and a walk reads
     // no active records in between. (Freed last first: the free list is a stack.)
-    constexpr int kHalf = kRecordsPerChunk / 2;
-    for (int i = kHalf - 1; i >= 0; --i) {
-        FreeRecord(&chunk->records[kHalf + i]);
-        FreeRecord(&chunk->records[i]);
+    ObAssociation* records = chunk->Records();
+    const uint32_t half = count / 2;
+    for (uint32_t i = half; i-- > 0;) {
+        FreeRecord(&records[half + i]);
+        FreeRecord(&records[i]);
     }
     return true;
 }

@@ -35,11 +35,18 @@ static_assert(sizeof(void*) != 8 || sizeof(ClassRecord) == 128, "class records a
 // Association records come from chunks, so that records added one after another lie side by
 // side and a walk over a long list reads memory in order rather than wherever the heap put each
 // record. Chunks are kept for the life of the process; free records are chained through next.
-constexpr int kRecordsPerChunk = 1024;  // even: handed out from two halves
+//
+// Each chunk holds twice the records of the one before, up to a bound: a small store takes
+// little, and a large one gets blocks that the allocator places apart from the objects, so that
+// a walk reads its records and its partners as two separate runs of memory.
+constexpr uint32_t kFirstChunkRecords = 1024;  // even, as all sizes: handed out from two halves
+constexpr uint32_t kMaxChunkRecords = 32768;
 struct RecordChunk {
     RecordChunk* next;
-    ObAssociation records[kRecordsPerChunk];
+    uint32_t count;  // records following this header
+    ObAssociation* Records() { return reinterpret_cast<ObAssociation*>(this + 1); }
 };
+static_assert(sizeof(RecordChunk) % alignof(ObAssociation) == 0, "records follow the header");
 
 // Extended data comes from chunks of its own, so that objects made one after another lie side
 // by side: a walk then reads whole lines of objects, not lines shared with extended data that it
@@ -76,6 +83,7 @@ struct StoreState {
     AssocTypeRecord* types;
 
     RecordChunk* recordChunks;
+    uint32_t nextChunkRecords;  // records of the next chunk; 0 before the first
     ObAssociation* freeRecords;
     uint32_t freeRecordCount;
 
