@@ -5,6 +5,14 @@
 #include <cstring>
 #include <string>
 
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define KBASE_CSV_SSE2 1
+#endif
+#if defined(_MSC_VER)
+#include <intrin.h>
+#endif
+
 #include "basert/locale.h"
 #include "kbase/tables/internal/line_source.h"
 #include "kbase/tables/internal/numbers.h"
@@ -43,6 +51,32 @@ bool ToDoubleWithComma(const char* p, size_t n, eUtEncodingType e, double& v) {
     }
     std::replace(t.begin(), t.end(), ',', '.');
     return ToDouble(t.c_str(), t.size(), e, v);
+}
+
+// Bit k is set when p[from + k] == d (k < len <= 64). Nothing past p[from + len) is read.
+inline uint64_t DelimiterMask(const char* p, size_t from, size_t len, char d) {
+    uint64_t mask = 0;
+    size_t k = 0;
+#if defined(KBASE_CSV_SSE2)
+    const __m128i needle = _mm_set1_epi8(d);
+    for (; k + 16 <= len; k += 16) {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + from + k));
+        mask |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle)))) << k;
+    }
+#endif
+    for (; k < len; ++k) mask |= static_cast<uint64_t>(p[from + k] == d) << k;
+    return mask;
+}
+
+// Index of the lowest set bit of a non-zero mask.
+inline unsigned LowestBit(uint64_t mask) {
+#if defined(_MSC_VER)
+    unsigned long i = 0;
+    _BitScanForward64(&i, mask);
+    return static_cast<unsigned>(i);
+#else
+    return static_cast<unsigned>(__builtin_ctzll(mask));
+#endif
 }
 
 }  // namespace
@@ -139,18 +173,34 @@ int UtCCsvReader::CutTokens(int limit, int* starts) const {
     size_t i0 = 0;
     while (i0 < n && p[i0] == d) ++i0;
     if (i0 == n) i0 = 0;  // a line of delimiters only: token 0 is all of it
-    size_t j = i0 + 1;
-    while (j < n) {
-        const char* q = static_cast<const char*>(std::memchr(p + j, d, n - j));
-        if (q == nullptr) break;
-        size_t m = static_cast<size_t>(q - p) + 1;
-        while (m < n && p[m] == d) ++m;
-        if (m >= n) break;
-        p[m - 1] = '\0';
-        if (limit >= 0 && found >= limit) break;
-        if (starts != nullptr) starts[found] = static_cast<int>(m);
-        ++found;
-        j = m + 1;
+    // The delimiters after token 0 are found 64 bytes at a time as bit masks; each run of them
+    // that a non-delimiter follows ends a token (at its last delimiter) and starts the next.
+    bool inRun = false;
+    bool full = false;
+    for (size_t base = i0 + 1; base < n && !full; base += 64) {
+        const size_t len = n - base < 64 ? n - base : 64;
+        uint64_t delimiters = DelimiterMask(p, base, len, d);
+        uint64_t others = ~delimiters & (len == 64 ? ~uint64_t{0} : (uint64_t{1} << len) - 1);
+        for (;;) {
+            if (!inRun) {
+                if (delimiters == 0) break;
+                inRun = true;
+                others &= ~uint64_t{0} << LowestBit(delimiters);
+            }
+            if (others == 0) break;  // the run goes on into the next block, or to the end
+            const unsigned e = LowestBit(others);
+            const size_t m = base + e;
+            inRun = false;
+            p[m - 1] = '\0';
+            if (limit >= 0 && found >= limit) {
+                full = true;
+                break;
+            }
+            if (starts != nullptr) starts[found] = static_cast<int>(m);
+            ++found;
+            delimiters &= ~uint64_t{0} << e;
+            others &= ~(uint64_t{1} << e);
+        }
     }
     if (n > 0 && p[n - 1] == d) p[n - 1] = '\0';
     return found;
@@ -172,13 +222,6 @@ bool UtCCsvReader::ParseNextRow(bool all) {
 bool UtCCsvReader::SkipNextRow() {
     std::fill(tokenStart_.begin(), tokenStart_.end(), -1);
     return ReadLine();
-}
-
-const char* UtCCsvReader::GetTokenPtr(int i) const {
-    if (i < 0 || static_cast<size_t>(i) >= tokenStart_.size()) return "";
-    const int start = tokenStart_[static_cast<size_t>(i)];
-    if (start < 0 || static_cast<size_t>(start) > lineLength_) return "";
-    return line_ + start;
 }
 
 const UtCString& UtCCsvReader::GetToken(int i) {

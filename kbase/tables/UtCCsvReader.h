@@ -73,7 +73,12 @@ public:
     // overwrites.
     const UtCString& GetToken(int i);
     // Token i as the bytes of the line (NUL-terminated in place), "" when there is none.
-    const char* GetTokenPtr(int i) const;
+    const char* GetTokenPtr(int i) const {
+        if (i < 0 || static_cast<size_t>(i) >= tokenStart_.size()) return "";
+        const int start = tokenStart_[static_cast<size_t>(i)];
+        if (start < 0 || static_cast<size_t>(start) > lineLength_) return "";
+        return line_ + start;
+    }
     // Token i as a real number: UtCString::Convert(double&), else, for a token with a ',', the
     // decimal-comma reading that the type masks accept. False when it is no number.
     bool GetTokenDouble(int i, double& value);

@@ -85,6 +85,66 @@ INSTANTIATE_TEST_SUITE_P(
                       CutCase{"one_column", "x;y", 1, true, 0, true, {"x;y"}}),
     [](const ::testing::TestParamInfo<CutCase>& p) { return std::string(p.param.name); });
 
+// The cutting rule one byte at a time: tokens of the line as GetTokenPtr gives them, and whether
+// `columns` tokens were found.
+V CutByteByByte(std::string line, int columns, bool& complete) {
+    const size_t n = line.size();
+    std::vector<size_t> starts{0};
+    complete = columns < 2;
+    if (complete) return {line};  // one token wanted: the line stays as it is
+    size_t i0 = 0;
+    while (i0 < n && line[i0] == ';') ++i0;
+    if (i0 == n) i0 = 0;
+    for (size_t j = i0 + 1; j < n;) {
+        size_t q = j;
+        while (q < n && line[q] != ';') ++q;
+        if (q == n) break;
+        size_t m = q + 1;
+        while (m < n && line[m] == ';') ++m;
+        if (m >= n) break;
+        line[m - 1] = '\0';
+        if (starts.size() >= static_cast<size_t>(columns)) break;
+        starts.push_back(m);
+        j = m + 1;
+    }
+    if (n > 0 && line[n - 1] == ';') line[n - 1] = '\0';
+    complete = starts.size() >= static_cast<size_t>(columns);
+    V tokens;
+    for (int i = 0; i < columns; ++i) {
+        tokens.push_back(static_cast<size_t>(i) < starts.size() ? std::string(line.c_str() + starts[static_cast<size_t>(i)]) : "");
+    }
+    return tokens;
+}
+
+// Long lines with delimiter runs of every length, also across the reader's 64-byte blocks.
+TEST(CsvReader, RandomLinesCutLikeTheByteByByteRule) {
+    std::mt19937 rng(17);
+    std::vector<std::string> lines;
+    std::string bytes;
+    for (int i = 0; i < 400; ++i) {
+        std::string line;
+        const size_t length = 1 + rng() % 300;
+        const unsigned delimiterShare = 1 + rng() % 9;  // tenths
+        while (line.size() < length) {
+            const bool run = rng() % 10 < delimiterShare;
+            line.append(1 + rng() % (rng() % 4 == 0 ? 70 : 3), run ? ';' : static_cast<char>('a' + rng() % 3));
+        }
+        lines.push_back(line);
+        bytes += line + "\n";
+    }
+    CsvFile f(bytes);
+    for (int columns : {1, 2, 7, 40}) {
+        UtCCsvReader r(f.name());
+        r.SetMColumnTypeMasks(std::vector<UtCCsvReader::TColumnMasks>(static_cast<size_t>(columns)));
+        for (const std::string& line : lines) {
+            bool complete = false;
+            const V expected = CutByteByByte(line, columns, complete);
+            EXPECT_EQ(r.ParseNextRow(true), complete) << line;
+            ASSERT_EQ(Tokens(r, columns), expected) << columns << " columns: " << line;
+        }
+    }
+}
+
 TEST(CsvReader, TypeMasksOfTokensAndTheCommaGap) {
     CsvFile f("x\n");
     UtCCsvReader r(f.name());
