@@ -677,7 +677,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
                 UtTableRow& rep = rows[firstOf[group]];
                 const CellView* repKey = firstKeys.data() + group * width;
                 bool same = true;
-                for (size_t g = 0; g < width && same; ++g) same = CompareCells(repKey[g], key[g]) == 0;
+                for (size_t g = 0; g < width && same; ++g) same = kbase_tables_internal::EqualCells(repKey[g], key[g]);
                 if (same) {
                     FoldRow(plan, row, rep, totals.data() + group * nSum);
                     break;

@@ -39,6 +39,21 @@ inline int CompareCells(const CellView& a, const CellView& b) {
     return (r > 0) - (r < 0);
 }
 
+// CompareCells(a, b) == 0, without a library call for short texts of one encoding.
+inline bool EqualCells(const CellView& a, const CellView& b) {
+    if (a.n == 0 || b.n == 0) return a.n == b.n;
+    if (a.enc != b.enc) return a.s->CompareTo(*b.s) == 0;
+    if (a.n != b.n) return false;
+    const size_t bytes = a.n * (a.enc == 1200 ? 2 : 1);
+    const auto* x = static_cast<const unsigned char*>(a.p);
+    const auto* y = static_cast<const unsigned char*>(b.p);
+    if (bytes > 16) return std::memcmp(x, y, bytes) == 0;
+    for (size_t i = 0; i < bytes; ++i) {
+        if (x[i] != y[i]) return false;
+    }
+    return true;
+}
+
 // Stable sort of idx by less(a, b) ("a before b"). Merges only compare and move within their
 // ranges, so a comparison that is not a strict weak order gives some order, never a fault.
 template <typename Less>
