@@ -35,19 +35,18 @@ uint64_t Mix(uint64_t h) {
     return h;
 }
 
-// A word-at-a-time hash of the bytes.
+// A word-at-a-time hash of the bytes; texts of up to 16 bytes are read as two (overlapping)
+// words.
 uint64_t HashBytes(const unsigned char* p, size_t n) {
     uint64_t h = 0x9E3779B97F4A7C15ULL ^ n;
-    while (n >= 8) {
-        uint64_t w;
-        std::memcpy(&w, p, 8);
-        h = Mix(h ^ w) * 0x9E3779B97F4A7C15ULL;
-        p += 8;
-        n -= 8;
+    if (n > 16) {
+        for (; n > 8; p += 8, n -= 8) h = Mix(h ^ Load64(p)) * 0x9E3779B97F4A7C15ULL;
+        return Mix(h ^ Load64(p + n - 8));  // the last 8 bytes, overlapping the words before
     }
-    uint64_t w = 0;
-    std::memcpy(&w, p, n);
-    return Mix(h ^ w ^ (n << 56));
+    uint64_t a = 0;
+    uint64_t b = 0;
+    Ends(p, n, a, b);
+    return Mix(Mix(h ^ a) * 0x9E3779B97F4A7C15ULL ^ b);
 }
 
 size_t ElemSize(const CellView& v) { return v.enc == 1200 ? 2 : 1; }
@@ -59,19 +58,9 @@ uint64_t HashView(const CellView& v) { return HashBytes(static_cast<const unsign
 
 namespace {
 
-// Equal stored units; short texts without a library call.
 bool SameUnits(const CellView& a, const CellView& b) {
-    if (a.n != b.n) return false;
-    const size_t bytes = a.n * ElemSize(a);
-    const auto* x = static_cast<const unsigned char*>(a.p);
-    const auto* y = static_cast<const unsigned char*>(b.p);
-    if (bytes <= 8) {
-        for (size_t i = 0; i < bytes; ++i) {
-            if (x[i] != y[i]) return false;
-        }
-        return true;
-    }
-    return std::memcmp(x, y, bytes) == 0;
+    return a.n == b.n && SameBytes(static_cast<const unsigned char*>(a.p), static_cast<const unsigned char*>(b.p),
+                                   a.n * ElemSize(a));
 }
 
 }  // namespace

@@ -39,19 +39,51 @@ inline int CompareCells(const CellView& a, const CellView& b) {
     return (r > 0) - (r < 0);
 }
 
+inline uint64_t Load64(const unsigned char* p) {
+    uint64_t v;
+    std::memcpy(&v, p, 8);
+    return v;
+}
+
+inline uint64_t Load32(const unsigned char* p) {
+    uint32_t v;
+    std::memcpy(&v, p, 4);
+    return v;
+}
+
+// The first and the last bytes of a short text (n <= 16) as two words: together they cover every
+// byte, and reading them takes no loop whose length varies with n.
+inline void Ends(const unsigned char* p, size_t n, uint64_t& a, uint64_t& b) {
+    if (n >= 8) {
+        a = Load64(p);
+        b = Load64(p + n - 8);
+    } else if (n >= 4) {
+        a = Load32(p);
+        b = Load32(p + n - 4);
+    } else if (n > 0) {
+        a = (uint64_t{p[0]} << 16) | (uint64_t{p[n >> 1]} << 8) | p[n - 1];
+        b = 0;
+    } else {
+        a = b = 0;
+    }
+}
+
+// Equal bytes.
+inline bool SameBytes(const unsigned char* x, const unsigned char* y, size_t n) {
+    if (n > 16) return std::memcmp(x, y, n) == 0;
+    uint64_t xa, xb, ya, yb;
+    Ends(x, n, xa, xb);
+    Ends(y, n, ya, yb);
+    return ((xa ^ ya) | (xb ^ yb)) == 0;
+}
+
 // CompareCells(a, b) == 0, without a library call for short texts of one encoding.
 inline bool EqualCells(const CellView& a, const CellView& b) {
     if (a.n == 0 || b.n == 0) return a.n == b.n;
     if (a.enc != b.enc) return a.s->CompareTo(*b.s) == 0;
     if (a.n != b.n) return false;
-    const size_t bytes = a.n * (a.enc == 1200 ? 2 : 1);
-    const auto* x = static_cast<const unsigned char*>(a.p);
-    const auto* y = static_cast<const unsigned char*>(b.p);
-    if (bytes > 16) return std::memcmp(x, y, bytes) == 0;
-    for (size_t i = 0; i < bytes; ++i) {
-        if (x[i] != y[i]) return false;
-    }
-    return true;
+    return SameBytes(static_cast<const unsigned char*>(a.p), static_cast<const unsigned char*>(b.p),
+                     a.n * (a.enc == 1200 ? 2 : 1));
 }
 
 // Stable sort of idx by less(a, b) ("a before b"). Merges only compare and move within their
