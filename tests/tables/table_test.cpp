@@ -237,6 +237,34 @@ TEST(Table, ManyDistinctKeysSortAndDeduplicateLikeTheStandardAlgorithms) {
     EXPECT_EQ(Dump(unique), expected);
 }
 
+// Texts of every short length that differ in one byte only, at every position: none of them may
+// be taken for another when rows are grouped, ranked or deduplicated.
+TEST(Table, TextsDifferingInOneByteStayApart) {
+    Rows rows;
+    for (size_t length = 1; length <= 20; ++length) {
+        for (size_t at = 0; at <= length; ++at) {
+            std::string text(length, 'a');
+            if (at < length) text[at] = 'b';
+            rows.push_back({text, "1"});
+            rows.push_back({text, "2"});
+        }
+    }
+    UtTable unique = Make(rows);
+    unique.RemoveDuplicate();
+    Rows expected = rows;
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(Dump(unique), expected);
+
+    UtTable grouped = Make(rows);
+    const long sums[] = {1};
+    grouped.SumColumn(1, sums, nullptr, 0, nullptr);
+    Rows totals;
+    for (const auto& r : expected) {
+        if (r[1] == "1") totals.push_back({r[0], "3.00"});
+    }
+    EXPECT_EQ(Dump(grouped), totals);
+}
+
 TEST(Table, RemoveDuplicateSortsKeepsFirstAndResetsTheCursor) {
     UtTable t = Make({{"a"}, {"b"}, {"a"}});
     t.RemoveDuplicate();
