@@ -1,5 +1,6 @@
 #include "kbase/tables/internal/numbers.h"
 
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -13,6 +14,16 @@ namespace {
 
 // The characters strtod can take first: white space, a sign, a digit, a point, "inf", "nan".
 constexpr const char* kNumberStart = "0123456789+-. \t\n\v\f\riInN";
+
+// Whether strtod can take c (ASCII, not NUL) first: c is in kNumberStart.
+bool CanStartNumber(unsigned char c) {
+    static const auto table = [] {
+        std::array<bool, 256> t{};
+        for (const char* p = kNumberStart; *p != '\0'; ++p) t[static_cast<unsigned char>(*p)] = true;
+        return t;
+    }();
+    return table[c];
+}
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -105,7 +116,7 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
         // number starts with: it stays that character in the system code page.
         while (first < n && p[first] == ' ') ++first;
         const unsigned char c = first < n ? static_cast<unsigned char>(p[first]) : 0x80;
-        if (c < 0x80 && c != 0 && std::strchr(kNumberStart, static_cast<char>(c)) == nullptr) return Parse::kNo;
+        if (c < 0x80 && c != 0 && !CanStartNumber(c)) return Parse::kNo;
         return Parse::kUndecided;
     }
     if (first == last) return Parse::kNo;
@@ -119,7 +130,7 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     }
     // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
     // character is no number, and text keys are common, so strtod is not asked.
-    if (std::strchr(kNumberStart, *begin) == nullptr) return Parse::kNo;
+    if (!CanStartNumber(static_cast<unsigned char>(*begin))) return Parse::kNo;
     // strtod stops exactly at the trimmed end for a number (p[n] is a NUL, so it cannot run
     // past the text).
     char* stop = nullptr;

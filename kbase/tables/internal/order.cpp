@@ -158,30 +158,44 @@ void CompositeKey::Add(const std::vector<uint32_t>& rank, uint32_t count) {
 
 std::vector<uint32_t> CompositeKey::StableOrder() const {
     // Keys are below distinct_, so a least-significant-digit radix sort over the bits in use
-    // orders them in a few linear passes; every pass is stable, so equal keys keep row order.
+    // orders them in a few linear passes of at most 16 bits each (one pass for up to 65536
+    // distinct keys); every pass is stable, so equal keys keep row order.
     const size_t n = key_.size();
     std::vector<uint32_t> order(n);
-    for (size_t r = 0; r < n; ++r) order[r] = static_cast<uint32_t>(r);
-    if (n < 2 || distinct_ <= 1) return order;
+    if (n < 2 || distinct_ <= 1) {
+        for (size_t r = 0; r < n; ++r) order[r] = static_cast<uint32_t>(r);
+        return order;
+    }
     int bits = 0;
     while (bits < 64 && (distinct_ - 1) >> bits != 0) ++bits;
-    constexpr int kDigitBits = 11;
-    constexpr size_t kBuckets = size_t{1} << kDigitBits;
-    std::vector<uint32_t> next(n);
-    std::vector<uint64_t> keys(key_);
-    std::vector<uint64_t> nextKeys(n);
-    std::vector<size_t> start(kBuckets);
-    for (int shift = 0; shift < bits; shift += kDigitBits) {
+    const int passes = (bits + 15) / 16;
+    const int digitBits = (bits + passes - 1) / passes;
+    const uint64_t digitMask = (uint64_t{1} << digitBits) - 1;
+    std::vector<size_t> start(size_t{1} << digitBits);
+    // Counts the digits of keys at shift and turns the counts into first positions.
+    auto positions = [&](const std::vector<uint64_t>& keys, int shift) {
         std::fill(start.begin(), start.end(), 0);
-        for (size_t i = 0; i < n; ++i) ++start[(keys[i] >> shift) & (kBuckets - 1)];
+        for (uint64_t k : keys) ++start[(k >> shift) & digitMask];
         size_t sum = 0;
         for (size_t& b : start) {
             const size_t c = b;
             b = sum;
             sum += c;
         }
+    };
+    if (passes == 1) {
+        positions(key_, 0);
+        for (size_t r = 0; r < n; ++r) order[start[key_[r]]++] = static_cast<uint32_t>(r);
+        return order;
+    }
+    for (size_t r = 0; r < n; ++r) order[r] = static_cast<uint32_t>(r);
+    std::vector<uint32_t> next(n);
+    std::vector<uint64_t> keys(key_);
+    std::vector<uint64_t> nextKeys(n);
+    for (int shift = 0; shift < bits; shift += digitBits) {
+        positions(keys, shift);
         for (size_t i = 0; i < n; ++i) {
-            const size_t at = start[(keys[i] >> shift) & (kBuckets - 1)]++;
+            const size_t at = start[(keys[i] >> shift) & digitMask]++;
             next[at] = order[i];
             nextKeys[at] = keys[i];
         }
