@@ -322,20 +322,24 @@ void ReportBadFree(const char* what) {
     DebugAssert("small_blocks", 0, "UtFreeMemory", 1, what, "p");
 }
 
-// Puts a block back into its owner's bitmap (the caller owns c). Returns false for a block that
-// is not a slot start or is free already; such a free is reported and ignored.
+// True when p starts a slot of c. Reads only fields fixed while c holds a live block, so any
+// thread may ask before it touches the block.
+inline bool IsSlotStart(ChunkHeader* c, const void* p) {
+    const uint32_t i = SlotIndex(c, p);
+    return i < c->slotCount && SlotAddress(c, i) == p;
+}
+
+// Puts the slot p back into its owner's bitmap (the caller owns c). A slot that is free already
+// is reported and left alone.
 inline bool SetFree(ChunkHeader* c, void* p) {
     const uint32_t i = SlotIndex(c, p);
-    if (i >= c->slotCount || SlotAddress(c, i) != p) {
-        ReportBadFree("pointer is not a block of the pool");
-        return false;
-    }
     const uint32_t w = i / 64;
     const uint64_t bit = uint64_t{1} << (i % 64);
     if ((c->bits[w] & bit) != 0) {
         ReportBadFree("block freed twice");
         return false;
     }
+    SB_POISON(p, c->slotSize);
     c->bits[w] |= bit;
     if (w < c->cursor) c->cursor = w;
     --c->used;
@@ -364,7 +368,6 @@ uint32_t FoldRemote(ChunkHeader* c) {
     uint32_t n = 0;
     while (p != nullptr) {
         void* next = *static_cast<void**>(p);
-        SB_POISON(p, c->slotSize);
         if (SetFree(c, p)) ++n;
         p = next;
     }
@@ -507,12 +510,15 @@ bool ResizeInPlace(void* p, size_t size) {
 
 void Free(void* p) {
     ChunkHeader* c = ChunkOf(p);
+    if (!IsSlotStart(c, p)) {
+        ReportBadFree("pointer is not a block of the pool");
+        return;
+    }
     Heap* h = t_heap;
     Heap* owner = c->owner.load(std::memory_order_relaxed);
     // Only this thread makes a chunk ours or not ours, so the comparison cannot be overtaken.
     if (h != nullptr && owner == h) {
         const bool wasFull = c->used == c->slotCount;
-        SB_POISON(p, c->slotSize);
         if (SetFree(c, p)) AfterFrees(h, c, wasFull);
         return;
     }

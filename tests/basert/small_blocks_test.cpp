@@ -218,12 +218,16 @@ TEST(SmallBlocks, BadFreesAreReportedAndIgnored) {
     OnFreshThread([] {
         void* a = NewBlock(32);
         void* b = NewBlock(32);
+        Fill(b, 32, 5);
         const uint64_t reports = DebugReportCount();
         UtFreeMemory(a);
         SbFree(a);
         EXPECT_EQ(DebugReportCount(), reports + 1);
         SbFree(static_cast<char*>(b) + 8);
         EXPECT_EQ(DebugReportCount(), reports + 2);
+        OnFreshThread([b] { SbFree(static_cast<char*>(b) + 16); });  // not the owner: no bitmap
+        EXPECT_EQ(DebugReportCount(), reports + 3);
+        EXPECT_TRUE(Holds(b, 32, 5)) << "a refused free leaves the live block alone";
         void* c = NewBlock(32);
         void* d = NewBlock(32);
         EXPECT_EQ(c, a);
