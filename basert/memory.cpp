@@ -1,27 +1,51 @@
 #include "basert/memory.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+
+#include "basert/internal/small_blocks.h"
 
 namespace {
 
-// Single-threaded by contract, like the rest of the runtime's process-wide state.
+// Injection is meant for one thread at a time, but blocks may be requested on several threads:
+// relaxed loads and stores keep that free of data races without a locked instruction per request
+// (concurrent requests may then be counted once).
 struct Injection {
-    uint64_t requests = 0;
-    uint64_t failAt = 0;      // request number that fails; 0 = none
-    bool failOnwards = false;  // also fail every later request
+    std::atomic<uint64_t> requests{0};
+    std::atomic<uint64_t> failAt{0};       // request number that fails; 0 = none
+    std::atomic<bool> failOnwards{false};  // also fail every later request
 };
 Injection g_inject;
 
 // Counts the request and says whether it must be refused.
 bool RefuseThisRequest() {
-    ++g_inject.requests;
-    if (g_inject.failAt == 0) return false;
-    if (g_inject.requests == g_inject.failAt) {
-        if (!g_inject.failOnwards) g_inject.failAt = 0;
+    const uint64_t n = g_inject.requests.load(std::memory_order_relaxed) + 1;
+    g_inject.requests.store(n, std::memory_order_relaxed);
+    const uint64_t failAt = g_inject.failAt.load(std::memory_order_relaxed);
+    if (failAt == 0) return false;
+    const bool onwards = g_inject.failOnwards.load(std::memory_order_relaxed);
+    if (n == failAt) {
+        if (!onwards) g_inject.failAt.store(0, std::memory_order_relaxed);
         return true;
     }
-    return g_inject.failOnwards && g_inject.requests > g_inject.failAt;
+    return onwards && n > failAt;
+}
+
+void FreeBlock(void* block) {
+    if (basert_sb::Owns(block)) basert_sb::Free(block);
+    else std::free(block);
+}
+
+// A new block of size bytes: small ones from the pool, the rest (or when the pool cannot serve)
+// from malloc.
+void* NewBlock(size_t size) {
+    if (size <= kSbMaxSize) {
+        if (void* p = basert_sb::Alloc(size)) return p;
+    }
+    return std::malloc(size);
 }
 
 }  // namespace
@@ -29,19 +53,33 @@ bool RefuseThisRequest() {
 int UtAllocMemoryBlock(void** block, uint64_t count, uint64_t elemSize) {
     if (block == nullptr || elemSize == 0) return kUtMemBadArgument;
     if (count == 0) {
-        std::free(*block);
+        FreeBlock(*block);
         *block = nullptr;
         return kUtMemOk;
     }
     if (count > std::numeric_limits<size_t>::max() / elemSize) return kUtMemBadArgument;
     if (RefuseThisRequest()) return kUtMemNoMemory;
-    void* p = std::realloc(*block, static_cast<size_t>(count * elemSize));
+    const size_t size = static_cast<size_t>(count * elemSize);
+    void* old = *block;
+    void* p = nullptr;
+    if (old == nullptr) {
+        p = NewBlock(size);
+    } else if (basert_sb::Owns(old)) {
+        if (basert_sb::ResizeInPlace(old, size)) return kUtMemOk;
+        p = NewBlock(size);
+        if (p == nullptr) return kUtMemNoMemory;
+        std::memcpy(p, old, std::min(basert_sb::UsableSize(old), size));
+        basert_sb::Free(old);
+    } else {
+        // Blocks that started large stay with malloc, even when they shrink into pool sizes.
+        p = std::realloc(old, size);
+    }
     if (p == nullptr) return kUtMemNoMemory;
     *block = p;
     return kUtMemOk;
 }
 
-void UtFreeMemory(void* block) { std::free(block); }
+void UtFreeMemory(void* block) { FreeBlock(block); }
 
 void* UtCcalloc(size_t count, size_t size) {
     if (size != 0 && count > std::numeric_limits<size_t>::max() / size) return nullptr;
@@ -52,13 +90,15 @@ void* UtCcalloc(size_t count, size_t size) {
 void UtCfree(void* block) { std::free(block); }
 
 void UtMemFailNth(int64_t n) {
-    g_inject.failAt = n > 0 ? g_inject.requests + static_cast<uint64_t>(n) : 0;
-    g_inject.failOnwards = false;
+    const uint64_t now = g_inject.requests.load(std::memory_order_relaxed);
+    g_inject.failOnwards.store(false, std::memory_order_relaxed);
+    g_inject.failAt.store(n > 0 ? now + static_cast<uint64_t>(n) : 0, std::memory_order_relaxed);
 }
 
 void UtMemFailFrom(int64_t n) {
-    g_inject.failAt = n > 0 ? g_inject.requests + static_cast<uint64_t>(n) : 0;
-    g_inject.failOnwards = n > 0;
+    const uint64_t now = g_inject.requests.load(std::memory_order_relaxed);
+    g_inject.failOnwards.store(n > 0, std::memory_order_relaxed);
+    g_inject.failAt.store(n > 0 ? now + static_cast<uint64_t>(n) : 0, std::memory_order_relaxed);
 }
 
-uint64_t UtMemRequestCount() { return g_inject.requests; }
+uint64_t UtMemRequestCount() { return g_inject.requests.load(std::memory_order_relaxed); }
