@@ -84,10 +84,19 @@ void UtFreeMemory(void* block) { FreeBlock(block); }
 void* UtCcalloc(size_t count, size_t size) {
     if (size != 0 && count > std::numeric_limits<size_t>::max() / size) return nullptr;
     if (RefuseThisRequest()) return nullptr;
-    return std::calloc(count == 0 ? 1 : count, size == 0 ? 1 : size);
+    count = count == 0 ? 1 : count;
+    size = size == 0 ? 1 : size;
+    // Small ones (objects, short arrays of a walk) from the pool, zeroed here.
+    if (count * size <= kSbMaxSize) {
+        if (void* p = basert_sb::Alloc(count * size)) {
+            std::memset(p, 0, count * size);
+            return p;
+        }
+    }
+    return std::calloc(count, size);
 }
 
-void UtCfree(void* block) { std::free(block); }
+void UtCfree(void* block) { FreeBlock(block); }
 
 void UtMemFailNth(int64_t n) {
     const uint64_t now = g_inject.requests.load(std::memory_order_relaxed);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "basert/memory.h"
 #include "test_support.h"
@@ -17,6 +18,26 @@ TEST(MemoryBlock, GrowsKeepingContentAndShrinks) {
     EXPECT_EQ(std::memcmp(p, "ab", 2), 0);
     ASSERT_EQ(UtAllocMemoryBlockT(&p, 0), kUtMemOk);
     EXPECT_EQ(p, nullptr);
+}
+
+// Zeroed blocks of every small size (pool) and a large one (malloc), also when the memory was
+// used and released just before; each is released with UtCfree.
+TEST(MemoryBlock, CcallocHandsOutZeroedBlocksAgainAndAgain) {
+    for (size_t bytes : {size_t{1}, size_t{15}, size_t{16}, size_t{17}, size_t{64}, size_t{127}, size_t{128},
+                         size_t{129}, size_t{5000}}) {
+        for (int round = 0; round < 3; ++round) {
+            std::vector<unsigned char*> blocks;
+            for (int i = 0; i < 50; ++i) {
+                auto* p = static_cast<unsigned char*>(UtCcalloc(bytes, 1));
+                ASSERT_NE(p, nullptr) << bytes;
+                for (size_t k = 0; k < bytes; ++k) ASSERT_EQ(p[k], 0) << bytes << " byte " << k << " round " << round;
+                std::memset(p, 0xAB, bytes);
+                blocks.push_back(p);
+            }
+            for (unsigned char* p : blocks) UtCfree(p);
+        }
+    }
+    UtCfree(nullptr);
 }
 
 TEST(MemoryBlock, RefusesBadArgumentsWithoutTouchingTheBlock) {
