@@ -111,14 +111,12 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     size_t first = 0;
     size_t last = 0;
     if (!SystemKeepsAscii()) return Parse::kUndecided;
-    if (!AsciiTrim(p, n, first, last)) {
-        // Other bytes further on do not matter when the text starts with an ASCII character no
-        // number starts with: it stays that character in the system code page.
-        while (first < n && p[first] == ' ') ++first;
-        const unsigned char c = first < n ? static_cast<unsigned char>(p[first]) : 0x80;
-        if (c < 0x80 && c != 0 && !CanStartNumber(c)) return Parse::kNo;
-        return Parse::kUndecided;
-    }
+    // Text keys are common: one that starts with an ASCII character no number starts with is no
+    // number, whatever bytes follow (that character stays itself in the system code page).
+    while (first < n && p[first] == ' ') ++first;
+    const unsigned char c = first < n ? static_cast<unsigned char>(p[first]) : 0x80;
+    if (c < 0x80 && c != 0 && !CanStartNumber(c)) return Parse::kNo;
+    if (!AsciiTrim(p, n, first, last)) return Parse::kUndecided;
     if (first == last) return Parse::kNo;
     const char* begin = p + first;
     const char* end = p + last;
