@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <ostream>
 #include <random>
 #include <string>
 #include <thread>
@@ -78,6 +79,9 @@ struct OrderCase {
     size_t size;
     const char* freeOrder;  // "forward", "reverse", "shuffled"
 };
+
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const OrderCase& c, std::ostream* os) { *os << c.size << " bytes, freed " << c.freeOrder; }
 
 class SmallBlocksOrder : public ::testing::TestWithParam<OrderCase> {};
 
@@ -153,6 +157,8 @@ struct ResizeCase {
     size_t from;
     size_t to;
 };
+
+void PrintTo(const ResizeCase& c, std::ostream* os) { *os << c.from << " -> " << c.to << " bytes"; }
 
 class SmallBlocksResize : public ::testing::TestWithParam<ResizeCase> {};
 
