@@ -51,19 +51,9 @@ uint64_t HashBytes(const unsigned char* p, size_t n) {
 
 size_t ElemSize(const CellView& v) { return v.enc == 1200 ? 2 : 1; }
 
-
 }  // namespace
 
 uint64_t HashView(const CellView& v) { return HashBytes(static_cast<const unsigned char*>(v.p), v.n * ElemSize(v)); }
-
-namespace {
-
-bool SameUnits(const CellView& a, const CellView& b) {
-    return a.n == b.n && SameBytes(static_cast<const unsigned char*>(a.p), static_cast<const unsigned char*>(b.p),
-                                   a.n * ElemSize(a));
-}
-
-}  // namespace
 
 void TextRanker::Grow() {
     const size_t cap = slots_.empty() ? 64 : slots_.size() * 2;
@@ -95,7 +85,7 @@ bool TextRanker::Add(const CellView& v, uint32_t& id) {
             slots_[i] = tag | (uint64_t{id} + 1);
             return true;
         }
-        if ((slot & ~uint64_t{0xFFFFFFFFu}) == tag && SameUnits(distinct_[(slot & 0xFFFFFFFFu) - 1], v)) {
+        if ((slot & ~uint64_t{0xFFFFFFFFu}) == tag && EqualCells(distinct_[(slot & 0xFFFFFFFFu) - 1], v)) {
             id = static_cast<uint32_t>((slot & 0xFFFFFFFFu) - 1);
             return true;
         }
@@ -109,20 +99,6 @@ void TextRanker::Ranks(std::vector<uint32_t>& rankOf) const {
               [&](uint32_t a, uint32_t b) { return CompareCells(distinct_[a], distinct_[b]) < 0; });
     rankOf.resize(order.size());
     for (uint32_t k = 0; k < order.size(); ++k) rankOf[order[k]] = k;
-}
-
-bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count) {
-    const size_t n = views.size();
-    TextRanker ranker;
-    rank.resize(n);
-    for (size_t r = 0; r < n; ++r) {
-        if (!ranker.Add(views[r], rank[r])) return false;
-    }
-    std::vector<uint32_t> rankOf;
-    ranker.Ranks(rankOf);
-    for (uint32_t& x : rank) x = rankOf[x];
-    count = ranker.count();
-    return true;
 }
 
 void RankNumbers(const std::vector<double>& values, std::vector<uint32_t>& rank, uint32_t& count) {

@@ -143,9 +143,6 @@ private:
     uint16_t enc_ = 0;
 };
 
-// Dense ranks (0..count-1, in ascending order) of the views. False when the non-empty views are
-// of more than one encoding.
-bool RankTexts(const std::vector<CellView>& views, std::vector<uint32_t>& rank, uint32_t& count);
 // Dense ranks of numbers (equal values, also 0 and -0, share a rank). No NaN allowed.
 void RankNumbers(const std::vector<double>& values, std::vector<uint32_t>& rank, uint32_t& count);
 
