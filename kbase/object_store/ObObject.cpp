@@ -621,12 +621,24 @@ void Access::Retire(ObObject* object) {
 }
 
 void Access::DeleteObject(ObObject* object) {
-    if (!object->retired_) Retire(object);
+    if (!object->retired_) {
+        object->deletedState_ = object->obState;
+        object->deletedClass_ = object->obClass;
+        Retire(object);
+    }
     if (g_store.pinDepth > 0) {
         object->nextRetired_ = g_store.retiredObjects;
         g_store.retiredObjects = object;
         return;
     }
+    Release(object);
+}
+
+void Access::Release(ObObject* object) {
+    // The DESTROYED mark of Retire guarded the wait; a derived destructor sees the object as the
+    // deleting code left it (a destroy entry point that returned 3 left it unmarked).
+    object->obState = object->deletedState_;
+    object->obClass = object->deletedClass_;
     delete object;
 }
 
@@ -644,7 +656,7 @@ void Access::FlushRetired() {
         g_store.retiredObjects = nullptr;
         while (o != nullptr) {
             ObObject* next = o->nextRetired_;
-            delete o;
+            Release(o);
             o = next;
         }
     }

@@ -12,7 +12,9 @@
 // Deletion is deferred while a method of any object runs: an object deleted from inside an entry
 // point is detached and marked DESTROYED|INVALID with class 0 at once, and its memory is released
 // when the outermost running method returns. A walk over an array of partners therefore meets
-// a deleted partner as an invalid object, never as freed memory.
+// a deleted partner as an invalid object, never as freed memory. The mark lasts only while the
+// deletion waits: a destructor sees the state word and class number the object was deleted with
+// (after a destroy entry point that returned 3, those the object had before).
 #pragma once
 
 #include <cstddef>
@@ -253,4 +255,6 @@ private:
     uint32_t passiveCount_ = 0;        // records in the passive list, as the store changed it
     bool retired_ = false;             // detached and marked; deletion pending or under way
     bool inDelayedList_ = false;
+    uint16_t deletedState_ = 0;  // state word and class number it was deleted with, given back
+    uint16_t deletedClass_ = 0;  // to the destructor
 };

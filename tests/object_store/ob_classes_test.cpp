@@ -155,8 +155,12 @@ TEST_F(StoreTest, OnlyACreateResultOfZeroGivesAnObjectAndAFailureLeavesNothing) 
     for (OB_STATUS result : {OB_ACCEPTED, OB_REFUSED, OB_FAILED}) {
         nodes_.push_back(Node{"X"});
         nodes_.back().createResult = result;
+        TrackedObject::Deleted().clear();
         DiagCapture capture;
         EXPECT_EQ(ObCreateParam(cls_, &nodes_.back()), nullptr) << result;
+        ASSERT_EQ(TrackedObject::Deleted().size(), 1u);
+        EXPECT_EQ(TrackedObject::Deleted()[0].state, OB_STATE_DESTROYED | OB_STATE_INVALID);
+        EXPECT_EQ(TrackedObject::Deleted()[0].classNo, cls_);
         ASSERT_EQ(capture.reports().size(), 1u);
         EXPECT_EQ(capture.reports()[0].message, "error by create");
     }
@@ -343,20 +347,27 @@ TEST_F(StoreTest, DestroyResultsDecideWhatHappensToTheObject) {
         Depend(a, on);
         Depend(dep, a);
         N(a).destroyResult = result;
+        ObSetStateFlag(a, OB_STATE_SELECTED | OB_STATE_UPTOD);
         TakeTrace();
+        TrackedObject::Deleted().clear();
         DiagCapture capture;
         EXPECT_EQ(ObDestroy(a), result);
         EXPECT_EQ(TakeTrace(), (Strings{"Dep<-A:1", "A:destroy"})) << "dependents hear first";
         if (result == OB_REFUSED) {
             EXPECT_TRUE(capture.reports().empty());
             EXPECT_TRUE(Exists(a)) << "2 keeps the object fully usable";
-            EXPECT_EQ(ObGetState(a), 0);
+            EXPECT_EQ(ObGetState(a), OB_STATE_SELECTED | OB_STATE_UPTOD);
             EXPECT_EQ(Partners(a, OB_ASSOC_ACTIVE), Strings{"On"});
             EXPECT_EQ(ObUpdate(a), OB_OK);
             EXPECT_EQ(TakeTrace(), (Strings{"A:mark", "Dep<-A:7"}));
             continue;
         }
         EXPECT_FALSE(Exists(a)) << result;
+        // 3 deletes the object as it stands; 0 and 1 mark it destroyed first.
+        const DestructorView seen =
+            result == OB_FAILED ? DestructorView{a, OB_STATE_SELECTED | OB_STATE_UPTOD, cls_}
+                                : DestructorView{a, OB_STATE_DESTROYED | OB_STATE_INVALID, 0};
+        EXPECT_EQ(TrackedObject::Deleted(), std::vector<DestructorView>{seen}) << result;
         EXPECT_TRUE(Partners(on, OB_ASSOC_PASSIVE).empty()) << "no record names the deleted object";
         EXPECT_TRUE(Partners(dep, OB_ASSOC_ACTIVE).empty());
         if (result == OB_FAILED) {
@@ -382,6 +393,33 @@ TEST_F(StoreTest, ABusyObjectRefusesItsOwnDestroy) {
     EXPECT_EQ(inner, OB_REFUSED);
     EXPECT_TRUE(Exists(a));
     EXPECT_EQ(ObGetStateFlag(a, OB_STATE_BUSY), 0);
+}
+
+TEST_F(StoreTest, AnObjectDestroyedInsideAMethodIsDeletedAfterItAsItWasLeft) {
+    for (OB_STATUS result : {OB_OK, OB_FAILED}) {
+        _ObObject* a = Make("A");
+        _ObObject* b = Make("B");
+        N(b).destroyResult = result;
+        ObSetStateFlag(b, OB_STATE_MARKED);
+        int stateInside = -1;
+        N(a).onMark = [&](_ObObject*) {
+            EXPECT_EQ(ObDestroy(b), result);
+            stateInside = ObGetState(b);
+            return OB_OK;
+        };
+        TrackedObject::Deleted().clear();
+        DiagCapture capture;
+        EXPECT_EQ(ObUpdate(a), OB_OK);
+        // Until the running method returns, the object reads as destroyed, so that a walk that
+        // still names it leaves it alone; its destructor sees the state it was deleted in.
+        EXPECT_EQ(stateInside, OB_STATE_DESTROYED | OB_STATE_INVALID) << result;
+        const DestructorView seen =
+            result == OB_FAILED ? DestructorView{b, OB_STATE_MARKED, cls_}
+                                : DestructorView{b, OB_STATE_DESTROYED | OB_STATE_INVALID, 0};
+        EXPECT_EQ(TrackedObject::Deleted(), std::vector<DestructorView>{seen}) << result;
+        EXPECT_FALSE(Exists(b));
+        ObDestroy(a);
+    }
 }
 
 TEST_F(StoreTest, UpdateWithDetailAppliesAndRestoresTheDetail) {

@@ -12,6 +12,7 @@
 #include <deque>
 #include <functional>
 #include <new>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -78,18 +79,36 @@ inline OB_STATUS NodeUser(_ObObject* self, int32_t command, void*) {
     return n != nullptr && n->onUser ? n->onUser(self, command) : OB_OK;
 }
 
-// Objects made by this exemplar register themselves while they exist.
+// What a derived destructor saw of the object it deletes.
+struct DestructorView {
+    const _ObObject* handle;  // compared only: the object is gone
+    int state;
+    int classNo;
+    bool operator==(const DestructorView&) const = default;
+};
+inline std::ostream& operator<<(std::ostream& out, const DestructorView& v) {
+    return out << v.handle << " state " << v.state << " class " << v.classNo;
+}
+
+// Objects made by this exemplar register themselves while they exist, and their destructors
+// write down what they see.
 class TrackedObject : public ObObject {
 public:
     TrackedObject() { Live().insert(this); }
     explicit TrackedObject(ExemplarTag tag) : ObObject(tag), exemplar_(true) {}
     ~TrackedObject() override {
-        if (!exemplar_) Live().erase(this);
+        if (exemplar_) return;
+        Live().erase(this);
+        Deleted().push_back(DestructorView{Handle(), obState, obClass});
     }
     ObObject* Make() const override { return new (std::nothrow) TrackedObject(); }
     static std::set<ObObject*>& Live() {
         static std::set<ObObject*> live;
         return live;
+    }
+    static std::vector<DestructorView>& Deleted() {
+        static std::vector<DestructorView> deleted;
+        return deleted;
     }
     static TrackedObject& Exemplar() {
         static TrackedObject exemplar{ExemplarTag{}};

@@ -184,6 +184,8 @@ struct Access {
 
 private:
     static void Detach(ObObject* object);
+    // Deletes a retired object now.
+    static void Release(ObObject* object);
     friend class ::ObObject;
 };
 
