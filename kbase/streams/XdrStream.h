@@ -19,6 +19,7 @@
 #include "kbase/export.h"
 
 class UtCString;
+struct _ObObject;
 
 class KBASE_API XdrStream {
   public:
@@ -131,6 +132,9 @@ class KBASE_API XdrEnStream : public XdrStream {
     // A UtCString has no wire form of its own here; without this it would travel as its raw
     // bytes (through its conversion to const char*), encoding mark included.
     XdrEnStream& operator<<(const UtCString&) = delete;
+    // Object references have no wire form yet; without this an object pointer (of any class
+    // derived from _ObObject, const or not) would travel as its raw address through void*.
+    XdrEnStream& operator<<(const _ObObject*) = delete;
 };
 
 class KBASE_API XdrDeStream : public XdrStream {
@@ -166,4 +170,6 @@ class KBASE_API XdrDeStream : public XdrStream {
     XdrDeStream& operator>>(void*& p) { return Xdr(&p), *this; }
     XdrDeStream& operator>>(XdrFilePos& pos) { return Xdr(&pos), *this; }
     XdrDeStream& operator>>(UtCString&) = delete;
+    // Object references have no wire form yet (see XdrEnStream).
+    XdrDeStream& operator>>(_ObObject*&) = delete;
 };

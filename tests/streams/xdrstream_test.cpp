@@ -7,6 +7,8 @@
 #include <climits>
 #include <cmath>
 
+#include "kbase/object_store/ObObject.h"
+#include "kbase/streams/XdStream.h"
 #include "kbase/text/UtCString.h"
 #include "test_support.h"
 #include "xdr_test_util.h"
@@ -14,6 +16,34 @@
 namespace {
 
 using xdr_test::TempFile;
+
+template <typename Stream, typename T>
+concept Writable = requires(Stream& s, T v) {
+    s << v;
+};
+template <typename Stream, typename T>
+concept Readable = requires(Stream& s, T& v) {
+    s >> v;
+};
+
+// Objects have no wire form yet: an object pointer must not travel as the raw address it would
+// be taken for through void*.
+class DerivedObject : public ObObject {};
+static_assert(!Writable<XdrEnStream, _ObObject*>);
+static_assert(!Writable<XdrEnStream, const _ObObject*>);
+static_assert(!Writable<XdrEnStream, ObObject*>);
+static_assert(!Writable<XdrEnStream, const ObObject*>);
+static_assert(!Writable<XdrEnStream, DerivedObject*>);
+static_assert(!Readable<XdrDeStream, _ObObject*>);
+static_assert(!Readable<XdrDeStream, ObObject*>);
+static_assert(!Writable<XdOStream, _ObObject*>);
+static_assert(!Readable<XdIStream, _ObObject*>);
+// Texts have none either; other pointers still go as pointers.
+static_assert(!Writable<XdrEnStream, UtCString>);
+static_assert(!Readable<XdrDeStream, UtCString>);
+static_assert(Writable<XdrEnStream, void*>);
+static_assert(Writable<XdrEnStream, int*>);
+static_assert(Readable<XdrDeStream, void*>);
 
 struct Record {
     int i = 0;
