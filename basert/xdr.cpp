@@ -585,7 +585,8 @@ int OsMagicWrite(XD_XDR_STRUCT* xdrs, unsigned char fileType, unsigned char majo
     h[13] = static_cast<unsigned char>(check >> 16);
     h[14] = static_cast<unsigned char>(check >> 8);
     h[15] = static_cast<unsigned char>(check);
-    if (!XdPutBytes(xdrs, h, sizeof h) || !FlushOut(xdrs)) return kXdMagicIoError;
+    // Through stdio's buffer too: a full disk is told here, not at the first full buffer.
+    if (!XdPutBytes(xdrs, h, sizeof h) || !XdSync(xdrs)) return kXdMagicIoError;
     return kXdMagicOk;
 }
 

@@ -425,8 +425,9 @@ constexpr int kXdMagicNoHeader = 1;  // the data there is not a header (or is to
 constexpr int kXdMagicIoError = 2;   // closed handle, wrong direction, or the file refused
 constexpr size_t kXdMagicSize = 16;
 
-// Writes the header through an encoding handle and passes it on to the file at once, so that a
-// file that cannot be written is noticed here. Returns kXdMagicOk or kXdMagicIoError.
+// Writes the header through an encoding handle and on into the file at once (stdio's buffer
+// included, as XdSync), so that a file that cannot be written, a full disk among them, is noticed
+// here. Returns kXdMagicOk or kXdMagicIoError.
 [[nodiscard]] BASERT_API int OsMagicWrite(XD_XDR_STRUCT* xdrs, unsigned char fileType,
                                           unsigned char majorVers, unsigned char minorVers,
                                           char subVers, unsigned char how);

@@ -6,9 +6,11 @@
 // ExMem or ExOpen when XdStdio cannot open its file (ExMain.h). A file without a header is not an
 // error: it is read from where it was, as headerless data, with file type 0 and how 0.
 //
-// Output is buffered (see basert/xdr.h): a full disk shows at the item whose write finds the
-// buffer full, not necessarily at the first item after the disk filled up. Flush() pushes what is
-// buffered and says whether it arrived; the destructor flushes too, but can only drop an error.
+// Output is buffered (see basert/xdr.h). The header is pushed into the file when the stream is
+// opened, so a file that takes no data at all (a full disk) fails there: XdStdio throws ExOpen.
+// A disk that fills up later shows at the item whose write finds the buffer full, not
+// necessarily at the first item after the disk filled up. Flush() pushes what is buffered and
+// says whether it arrived; the destructor flushes too, but can only drop an error.
 //
 // Class tree: XdStream derives virtually from UtStream; XdIStream and XdOStream derive virtually
 // from XdStream (so XdStdio, which derives from both, has one header and one handle).
@@ -52,9 +54,9 @@ class KBASE_API XdStream : public virtual UtStream {
 
     // Opens the handle on the caller's file (left open) and writes (mode contains 'w') or reads
     // the header there. Writing returns OsMagicWrite's result: 0, or non-zero when the file
-    // refused the header. Reading returns 0 whether or not a header was found; without one the
-    // file type and how become 0 and the stream goes back to where it was. kNoHandle when no
-    // handle could be opened (null file, no memory).
+    // refused the header (every item then throws ExWrite). Reading returns 0 whether or not a
+    // header was found; without one the file type and how become 0 and the stream goes back to
+    // where it was. kNoHandle when no handle could be opened (null file, no memory).
     int Open(FILE* file, const char* mode);
     static constexpr int kNoHandle = -1;
 

@@ -169,6 +169,17 @@ TEST_P(XdrFileKinds, WriteErrorsStick) {
     UtFileClose(f);
 }
 
+// The header passes through every buffer on its way, so a full disk refuses it at once.
+TEST_P(XdrFileKinds, AFullDiskRefusesTheHeader) {
+    FILE* f = UtFileOpen("/dev/full", "wb");
+    if (f == nullptr) GTEST_SKIP() << "no /dev/full here";
+    XD_XDR_STRUCT x{};
+    ASSERT_TRUE(Open(&x, GetParam(), f, XDR_ENCODE));
+    EXPECT_EQ(OsMagicWrite(&x, 1, 1, 1, '-', 1), kXdMagicIoError);
+    EXPECT_EQ(XdClose(&x), 0);
+    UtFileClose(f);
+}
+
 INSTANTIATE_TEST_SUITE_P(Openers, XdrFileKinds,
                          ::testing::Values(Opener::Stdio, Opener::Fd, Opener::UtFile),
                          [](const ::testing::TestParamInfo<Opener>& p) {

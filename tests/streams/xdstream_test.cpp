@@ -199,20 +199,30 @@ TEST(XdStream, EveryFailingWriteThrowsItsExactMessage) {
     }
 }
 
-TEST(XdStream, DoubleOnAFullDiskThrowsExWrite) {
-    std::string message;
-    int written = 0;
+// A full disk shows when the stream is opened, since the header goes to the file at once; a
+// stream that carries on regardless fails at its first item.
+TEST(XdStream, AFullDiskFailsAtOpenAndAtTheFirstItem) {
+    FILE* f = UtFileOpen("/dev/full", "wb");
+    if (f == nullptr) GTEST_SKIP() << "no /dev/full here";
     try {
-        XdStdio out(U("/dev/full"), U("w"));
-        for (; written <= static_cast<int>(kXdBufferSize / 8) + 1; ++written) out << 1.0;
-    } catch (const kbase::ExWrite& e) {
-        message = e.what();
-    } catch (const kbase::ExMain& e) {
-        GTEST_SKIP() << "no /dev/full here: " << e.what();
+        XdStdio byName(U("/dev/full"), U("w"));
+        ADD_FAILURE() << "no exception";
+    } catch (const kbase::ExOpen& e) {
+        EXPECT_EQ(std::string(e.what()),
+                  "in file \"XdStdio\" at line 42:  Error opening file \"/dev/full\"");
+        EXPECT_EQ(e.code(), kXdMagicIoError);
     }
-    EXPECT_EQ(message, "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float");
-    EXPECT_LE(written, static_cast<int>(kXdBufferSize / 8))
-        << "thrown when the first buffer could not be written";
+    for (unsigned char how : {XD_HOW_STDIO, XD_HOW_FD, XD_HOW_UTFILE}) {
+        XdOStream out;
+        out.SetHow(how);
+        EXPECT_EQ(out.Open(f, "w"), kXdMagicIoError) << int{how};
+        EXPECT_EQ(MessageOf<kbase::ExWrite>([&] { out << 1.0; }),
+                  "in file \"XdOStream\" at line 259: XdOStream::operator <</xdr_u_float")
+            << int{how};
+        EXPECT_FALSE(out.Flush());
+        std::clearerr(f);
+    }
+    UtFileClose(f);
 }
 
 TEST(XdStream, TextIntoTheCallersBufferIsLimitedTo65535Bytes) {
