@@ -30,6 +30,7 @@ import concurrent.futures
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
 
@@ -52,7 +53,7 @@ def prop(test, name, default=None):
             return p["value"]
     return default
 
-runs = {}     # name -> run
+runs = {}     # (program, environment) or test name -> run
 skipped = []  # (test, reason)
 for test in json.load(open(os.path.join(build, "tests.json")))["tests"]:
     command = test.get("command")
@@ -66,31 +67,53 @@ for test in json.load(open(os.path.join(build, "tests.json")))["tests"]:
     env = prop(test, "ENVIRONMENT", [])
     gtest = [a for a in command[1:] if a.startswith("--gtest_filter=")]
     if gtest:
-        # One run per program and environment; a prefixed registration is its own run.
+        # One run per program and environment. A registration under another environment has
+        # its test names prefixed ("utf8.Suite.Case"); the run takes the prefix as its name.
         case = gtest[0][len("--gtest_filter="):]
-        prefix = test["name"][: -len(case) - 1] if test["name"].endswith("." + case) else ""
+        at = test["name"].find(case)
+        prefix = test["name"][: at - 1] if at > 0 and test["name"][at - 1] == "." else ""
+        key = (program, tuple(env))
         name = os.path.basename(program) + ("." + prefix if prefix else "")
         args, expect = [], "gtest"
     else:
-        name = test["name"]
+        key = name = test["name"]
         args, expect = command[1:], prop(test, "PASS_REGULAR_EXPRESSION")
-    runs.setdefault(name, {"name": name, "program": program, "args": args, "env": env,
-                           "cwd": prop(test, "WORKING_DIRECTORY", build), "expect": expect})
+    runs.setdefault(key, {"name": name, "program": program, "args": args, "env": env,
+                          "cwd": prop(test, "WORKING_DIRECTORY", build), "expect": expect})
 
 def wanted(name):
     return not patterns or any(p.search(name) for p in patterns)
 
+running = set()
+stopping = []
+
+def stop(signum, frame):
+    stopping.append(signum)  # no run starts any more
+    for child in list(running):
+        child.kill()
+    sys.exit(128 + signum)
+
+signal.signal(signal.SIGTERM, stop)
+signal.signal(signal.SIGINT, stop)
+
 def run(r):
+    if stopping:
+        return r["name"], "not run", None
     env = dict(os.environ, KBASE_SMALL_BLOCKS="0")  # a test's own setting wins
     env.update(v.split("=", 1) for v in r["env"])
     base = os.path.join(logs, r["name"])
     with open(base + ".out", "w") as out:
+        child = subprocess.Popen(VALGRIND + ["--log-file=" + base + ".vg", r["program"]] + r["args"],
+                                 cwd=r["cwd"], env=env, stdout=out, stderr=subprocess.STDOUT)
+        running.add(child)
         try:
-            rc = subprocess.run(VALGRIND + ["--log-file=" + base + ".vg", r["program"]] + r["args"],
-                                cwd=r["cwd"], env=env, stdout=out, stderr=subprocess.STDOUT,
-                                timeout=int(os.environ.get("VALGRIND_TIMEOUT", "3600"))).returncode
+            rc = child.wait(timeout=int(os.environ.get("VALGRIND_TIMEOUT", "3600")))
         except subprocess.TimeoutExpired:
+            child.kill()
+            child.wait()
             return r["name"], "timed out", None
+        finally:
+            running.discard(child)
     log = open(base + ".vg", errors="replace").read()
     found = re.findall(r"ERROR SUMMARY: (\d+) errors", log)
     errors = int(found[-1]) if found else None
