@@ -83,7 +83,9 @@ KBASE_API _ObObject* ObCreateParam(int classNo, void* param);
 // returns null.
 KBASE_API _ObObject* ObCreateCopy(_ObObject* object);
 // Destroys an object (ObObject::Destroy) and deletes it unless that returned 2, which keeps the
-// object fully usable. Returns the result of Destroy; 3 for an invalid handle (reported).
+// object fully usable. After 3 (the destroy entry point failed) the object is deleted unmarked:
+// its destructor sees its own state and class. Returns the result of Destroy; 3 for an invalid
+// handle (reported).
 KBASE_API OB_STATUS ObDestroy(_ObObject* object);
 
 // ---- Accessors: no test beyond null; null gives 0 or null, a setter does nothing. ----
