@@ -52,22 +52,30 @@ struct Fit {
     bool BetterThan(const Fit& o) const { return records != o.records ? records > o.records : fields > o.fields; }
 };
 
+// When quoted, a record whose quotes the candidate cuts through (text after a closing quote, a
+// quote inside a field) does not count: "Wand";"1,5" cut at ',' gives as many fields as at ';'.
 Fit FitOf(const char* sample, size_t n, char delimiter, bool quoted, bool complete) {
     std::string copy(sample, n);  // cutting writes into the bytes
     RecordCutter cutter;
-    cutter.SetRules(delimiter, quoted);
+    cutter.SetRules(delimiter, quoted, quoted);
     std::vector<int> counts;
     size_t at = 0;
-    while (at < n && counts.size() < static_cast<size_t>(kGuessRecords)) {
+    for (int records = 0; at < n && records < kGuessRecords; ++records) {
         cutter.Restart();
         RecordCutter::Result r = cutter.Cut(copy.data() + at, n - at, complete);
         if (r == RecordCutter::Result::kNeedMore) {
-            if (!counts.empty()) break;  // cut short by the end of the sample
+            if (records > 0) break;  // cut short by the end of the sample
+            copy.assign(sample, n);  // the only record: taken as it is, cut afresh
+            cutter.Forget();
             cutter.Restart();
             r = cutter.Cut(copy.data() + at, n - at, true);
         }
-        if (r == RecordCutter::Result::kRecord) counts.push_back(cutter.FieldCount());
         at += cutter.Consumed();
+        if (r == RecordCutter::Result::kEmpty) {
+            --records;
+            continue;
+        }
+        if (!(quoted && cutter.Irregular())) counts.push_back(cutter.FieldCount());
     }
     std::sort(counts.begin(), counts.end());
     Fit best;

@@ -140,7 +140,9 @@ public:
     // quoted; a last record that the sample cuts short is left out unless it is the only one), and
     // the candidate whose most common field count (above 1) occurs on the most records wins; ties
     // go to the higher field count, then to the earlier candidate in that order (space last:
-    // spaces are common in free text). 0 when no candidate splits any record.
+    // spaces are common in free text). When quoted, a record that a candidate cuts through quotes
+    // (text after a closing quote, a quote inside a field) does not count for it: "a";"1,5" is
+    // cut at ';'. 0 when no candidate splits any record.
     static char GuessDelimiter(const char* sample, size_t n, bool quoted);
     // Looks at the first bytes of the data from where the reader stands (up to 1 MiB) without
     // consuming them, so that it works on a pipe: the bytes are then read by ReadRecord from the

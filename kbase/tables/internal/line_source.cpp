@@ -99,7 +99,7 @@ LineSource::Fill LineSource::FillMore() {
     }
     // One byte always stays free for the terminator of a last line without a line feed.
     if (cap_ == 0 || end_ + 1 >= cap_) {
-        const size_t cap = cap_ == 0 ? block_ : cap_ * 2;
+        const size_t cap = cap_ == 0 ? (block_ < 2 ? 2 : block_) : cap_ * 2;
         if (cap > maxLine_ + block_ + 1) return Fill::kTooLong;
         void* block = buf_;
         if (UtAllocMemoryBlock(&block, cap, 1) != kUtMemOk) return Fill::kNoMemory;

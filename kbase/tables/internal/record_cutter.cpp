@@ -6,10 +6,11 @@
 
 namespace kbase_tables_internal {
 
-void RecordCutter::SetRules(char delimiter, bool quoted) {
+void RecordCutter::SetRules(char delimiter, bool quoted, bool watchQuotes) {
     if (delimiter != delimiter_ || quoted != quoted_) Forget();
     delimiter_ = delimiter;
     quoted_ = quoted;
+    watchQuotes_ = watchQuotes;
 }
 
 void RecordCutter::Restart() {
@@ -18,6 +19,7 @@ void RecordCutter::Restart() {
     consumed_ = textEnd_ = 0;
     count_ = 0;
     unclosed_ = false;
+    irregular_ = false;
     innerBreaks_ = 0;
 }
 
@@ -61,6 +63,10 @@ void RecordCutter::MoveText(char* p, size_t to, bool quotedText) {
 // Ends the current field at offset at (its delimiter or line end, or the end of the bytes).
 void RecordCutter::EndField(char* p, size_t at) {
     size_t end = at;
+    if (state_ == State::kAfterQuote && at > from_) irregular_ = true;
+    if (state_ == State::kPlain && watchQuotes_ && std::memchr(p + fieldStart_, '"', at - fieldStart_) != nullptr) {
+        irregular_ = true;
+    }
     if (state_ != State::kPlain) {
         MoveText(p, at, state_ == State::kQuoted);
         end = write_;

@@ -28,8 +28,9 @@ public:
         kNeedMore,  // the bytes end inside the record: call again with more
     };
 
-    // Sets the rules for the next record; forgets the masks when they change.
-    void SetRules(char delimiter, bool quoted);
+    // Sets the rules for the next record; forgets the masks when they change. watchQuotes: tell
+    // (Irregular) when a quote stands inside a field that does not begin with one.
+    void SetRules(char delimiter, bool quoted, bool watchQuotes = false);
     void Forget() { blockLength_ = 0; }
     // Starts a new record (the previous one was consumed).
     void Restart();
@@ -51,6 +52,9 @@ public:
     bool Unclosed() const { return unclosed_; }
     // Line breaks inside the quoted fields of the record.
     uint32_t InnerBreaks() const { return innerBreaks_; }
+    // Whether the record's quotes look cut through by the delimiter: text after a closing quote,
+    // or (when watched) a quote inside a field that does not begin with one.
+    bool Irregular() const { return irregular_; }
 
 private:
     enum class State : uint8_t { kFieldStart, kPlain, kQuoted, kAfterQuote };
@@ -61,6 +65,7 @@ private:
 
     char delimiter_ = ';';
     bool quoted_ = false;
+    bool watchQuotes_ = false;
     State state_ = State::kFieldStart;
     size_t pos_ = 0;         // next byte to look at
     size_t fieldStart_ = 0;  // start of the current field's text
@@ -70,6 +75,7 @@ private:
     size_t textEnd_ = 0;
     int count_ = 0;
     bool unclosed_ = false;
+    bool irregular_ = false;
     uint32_t innerBreaks_ = 0;
     std::vector<FieldSpan> fields_ = std::vector<FieldSpan>(16);
 
