@@ -406,6 +406,7 @@ void UtCCsvReader::SetMTokenStartIndex(const std::vector<int>& starts) {
 // ---- classifying ------------------------------------------------------------------------------
 
 UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyField(const char* p, size_t n, eUtEncodingType e, bool* comma) {
+    n = kbase_tables_internal::UpToNul(p, n);  // where a token's string would end
     TColumnMasks m;
     long long whole = 0;
     double real = 0.0;

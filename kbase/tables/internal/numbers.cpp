@@ -186,13 +186,21 @@ Parse AsciiToInt64(const char* p, size_t n, long long& value) {
     return Parse::kYes;
 }
 
+// The string class ends a text at its first NUL: so do the conversions of byte ranges.
+size_t UpToNul(const char* p, size_t n) {
+    const void* nul = std::memchr(p, 0, n);
+    return nul != nullptr ? static_cast<size_t>(static_cast<const char*>(nul) - p) : n;
+}
+
 bool TextToDouble(const char* p, size_t n, eUtEncodingType e, double& value) {
+    n = UpToNul(p, n);
     const Parse r = AsciiToDouble(p, n, value);
     if (r != Parse::kUndecided) return r == Parse::kYes;
     return UtCString(p, static_cast<int>(n), e, e).Convert(value);
 }
 
 bool TextToInt64(const char* p, size_t n, eUtEncodingType e, long long& value) {
+    n = UpToNul(p, n);
     const Parse r = AsciiToInt64(p, n, value);
     if (r != Parse::kUndecided) return r == Parse::kYes;
     return UtCString(p, static_cast<int>(n), e, e).Convert(value);

@@ -17,7 +17,9 @@ enum class Parse { kNo, kYes, kUndecided };
 Parse AsciiToDouble(const char* p, size_t n, double& value);
 Parse AsciiToInt64(const char* p, size_t n, long long& value);
 
-// UtCString(p, n, e, e).Convert(double&) / (long long&), without the string for ASCII text.
+// UtCString(p, n, e, e).Convert(double&) / (long long&), without the string for ASCII text. Like
+// the string, the text ends at a NUL.
+size_t UpToNul(const char* p, size_t n);
 bool TextToDouble(const char* p, size_t n, eUtEncodingType e, double& value);
 bool TextToInt64(const char* p, size_t n, eUtEncodingType e, long long& value);
 
