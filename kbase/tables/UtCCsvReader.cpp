@@ -5,20 +5,19 @@
 #include <cstring>
 #include <string>
 
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define KBASE_CSV_SSE2 1
-#endif
-#if defined(_MSC_VER)
-#include <intrin.h>
-#endif
-
 #include "basert/locale.h"
+#include "kbase/tables/internal/bit_masks.h"
 #include "kbase/tables/internal/line_source.h"
 #include "kbase/tables/internal/numbers.h"
+#include "kbase/tables/internal/record_cutter.h"
 
+using kbase_tables_internal::ByteMask;
+using kbase_tables_internal::FieldSpan;
 using kbase_tables_internal::LineSource;
-using kbase_tables_internal::Parse;
+using kbase_tables_internal::LowestBit;
+using kbase_tables_internal::RecordCutter;
+using kbase_tables_internal::TextToDouble;
+using kbase_tables_internal::TextToInt64;
 
 namespace {
 
@@ -26,18 +25,10 @@ constexpr char kCtrlZ = 0x1A;
 constexpr int kTitleProbeLines = 1000;
 constexpr int kDelimiterProbeLines = 20;
 constexpr uint64_t kProgressBytes = uint64_t{1} << 16;
-
-bool ToDouble(const char* p, size_t n, eUtEncodingType e, double& v) {
-    const Parse r = kbase_tables_internal::AsciiToDouble(p, n, v);
-    if (r != Parse::kUndecided) return r == Parse::kYes;
-    return UtCString(p, static_cast<int>(n), e, e).Convert(v);
-}
-
-bool ToInt64(const char* p, size_t n, eUtEncodingType e, long long& v) {
-    const Parse r = kbase_tables_internal::AsciiToInt64(p, n, v);
-    if (r != Parse::kUndecided) return r == Parse::kYes;
-    return UtCString(p, static_cast<int>(n), e, e).Convert(v);
-}
+// The head that DetectFromHead looks at, and the part of it the delimiter is guessed from.
+constexpr size_t kHeadBytes = size_t{1} << 20;
+constexpr size_t kGuessBytes = size_t{1} << 16;
+constexpr int kGuessRecords = 50;
 
 // The decimal-comma reading: with the user's separator taken as the point, then with every ','
 // as the point.
@@ -47,45 +38,96 @@ bool ToDoubleWithComma(const char* p, size_t n, eUtEncodingType e, double& v) {
     if (sep != '.' && sep != ',') {
         std::string s = t;
         std::replace(s.begin(), s.end(), sep, '.');
-        if (ToDouble(s.c_str(), s.size(), e, v)) return true;
+        if (TextToDouble(s.c_str(), s.size(), e, v)) return true;
     }
     std::replace(t.begin(), t.end(), ',', '.');
-    return ToDouble(t.c_str(), t.size(), e, v);
+    return TextToDouble(t.c_str(), t.size(), e, v);
 }
 
-// Bit k is set when p[from + k] == d (k < len <= 64). Nothing past p[from + len) is read.
-inline uint64_t DelimiterMask(const char* p, size_t from, size_t len, char d) {
-    uint64_t mask = 0;
-    size_t k = 0;
-#if defined(KBASE_CSV_SSE2)
-    const __m128i needle = _mm_set1_epi8(d);
-    for (; k + 16 <= len; k += 16) {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + from + k));
-        mask |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle)))) << k;
+// How well a delimiter cuts a sample: the most common field count above 1 and on how many
+// records it occurs.
+struct Fit {
+    int records = 0;
+    int fields = 0;
+    bool BetterThan(const Fit& o) const { return records != o.records ? records > o.records : fields > o.fields; }
+};
+
+// When quoted, a record whose quotes the candidate cuts through (text after a closing quote, a
+// quote inside a field) does not count: "Wand";"1,5" cut at ',' gives as many fields as at ';'.
+Fit FitOf(const char* sample, size_t n, char delimiter, bool quoted, bool complete) {
+    std::string copy(sample, n);  // cutting writes into the bytes
+    RecordCutter cutter;
+    cutter.SetRules(delimiter, quoted, quoted);
+    std::vector<int> counts;
+    size_t at = 0;
+    for (int records = 0; at < n && records < kGuessRecords; ++records) {
+        cutter.Restart();
+        RecordCutter::Result r = cutter.Cut(copy.data() + at, n - at, complete);
+        if (r == RecordCutter::Result::kNeedMore) {
+            if (records > 0) break;  // cut short by the end of the sample
+            copy.assign(sample, n);  // the only record: taken as it is, cut afresh
+            cutter.Forget();
+            cutter.Restart();
+            r = cutter.Cut(copy.data() + at, n - at, true);
+        }
+        at += cutter.Consumed();
+        if (r == RecordCutter::Result::kEmpty) {
+            --records;
+            continue;
+        }
+        if (!(quoted && cutter.Irregular())) counts.push_back(cutter.FieldCount());
     }
-#endif
-    for (; k < len; ++k) mask |= static_cast<uint64_t>(p[from + k] == d) << k;
-    return mask;
+    std::sort(counts.begin(), counts.end());
+    Fit best;
+    for (size_t i = 0; i < counts.size();) {
+        size_t j = i;
+        while (j < counts.size() && counts[j] == counts[i]) ++j;
+        const Fit f{static_cast<int>(j - i), counts[i]};
+        if (counts[i] > 1 && f.BetterThan(best)) best = f;
+        i = j;
+    }
+    return best;
 }
 
-// Index of the lowest set bit of a non-zero mask.
-inline unsigned LowestBit(uint64_t mask) {
-#if defined(_MSC_VER)
-    unsigned long i = 0;
-    _BitScanForward64(&i, mask);
-    return static_cast<unsigned>(i);
-#else
-    return static_cast<unsigned>(__builtin_ctzll(mask));
-#endif
+char GuessIn(const char* sample, size_t n, bool quoted, bool complete) {
+    static const char kCandidates[] = {'\t', ',', ';', '|', ' '};  // the order of ties
+    if (sample == nullptr) return 0;
+    char chosen = 0;
+    Fit best;
+    for (char c : kCandidates) {
+        const Fit f = FitOf(sample, n, c, quoted, complete);
+        if (f.BetterThan(best)) {
+            best = f;
+            chosen = c;
+        }
+    }
+    return chosen;
 }
 
 }  // namespace
 
 UtCCsvReader::UtCCsvReader(const UtCString& fileName)
-    : fileName_(fileName), source_(std::make_unique<LineSource>()), ownLine_(1, '\0') {
+    : fileName_(fileName),
+      source_(std::make_unique<LineSource>()),
+      cutter_(std::make_unique<RecordCutter>()),
+      ownLine_(1, '\0') {
     line_ = ownLine_.data();
     if (!source_->Open(fileName.GetUtf8String(0).c_str())) {
         state_ = eReadNotOpen;
+        return;
+    }
+    fileSize_ = source_->Size();
+    if (source_->HadMark()) fileEncoding_ = eUtEncodingTypeUtf8;
+}
+
+UtCCsvReader::UtCCsvReader(std::FILE* stream, const UtCString& name)
+    : fileName_(name),
+      source_(std::make_unique<LineSource>()),
+      cutter_(std::make_unique<RecordCutter>()),
+      ownLine_(1, '\0') {
+    line_ = ownLine_.data();
+    if (!source_->Attach(stream)) {
+        state_ = stream == nullptr ? eReadNotOpen : eReadError;
         return;
     }
     fileSize_ = source_->Size();
@@ -124,6 +166,7 @@ bool UtCCsvReader::ReadLine() {
                 state_ = eReadError;
                 return false;
         }
+        ++lines_;
         if (length == 0) continue;
         if (line[0] == kCtrlZ && !disableZ_) {
             dataEnded_ = true;
@@ -132,12 +175,104 @@ bool UtCCsvReader::ReadLine() {
         }
         line_ = line;
         lineLength_ = length;
+        fieldCount_ = 0;
+        recordLine_ = lines_;
         return true;
     }
 }
 
+bool UtCCsvReader::FetchMore() {
+    switch (source_->More()) {
+        case LineSource::Status::kLine:
+        case LineSource::Status::kEnd:
+            return true;
+        case LineSource::Status::kTooLong:
+            state_ = eReadLineTooLong;
+            return false;
+        case LineSource::Status::kNoMemory:
+            state_ = eReadNoMemory;
+            return false;
+        case LineSource::Status::kReadError:
+            break;
+    }
+    state_ = eReadError;
+    return false;
+}
+
+// Reads the next non-empty record with the cutter, in the current mode; line_ is its start and
+// the cutter holds its fields.
+bool UtCCsvReader::ReadNextRecord() {
+    fieldCount_ = 0;
+    if (!source_->IsOpen() || dataEnded_) return false;
+    cutter_->SetRules(delimiter_, quoted_);
+    cutter_->Restart();
+    for (;;) {
+        if (source_->Epoch() != sourceEpoch_) {
+            cutter_->Forget();
+            sourceEpoch_ = source_->Epoch();
+        }
+        const size_t n = source_->Available();
+        if (n == 0) {
+            if (source_->AtEnd()) {
+                if (state_ != eReadUnclosedQuote) state_ = eReadEnd;
+                return false;
+            }
+            if (!FetchMore()) return false;
+            continue;
+        }
+        char* p = source_->Data();
+        if (cutter_->Scanned() == 0 && p[0] == kCtrlZ && !disableZ_) {
+            dataEnded_ = true;
+            state_ = eReadEnd;
+            return false;
+        }
+        const RecordCutter::Result r = cutter_->Cut(p, n, source_->AtEnd());
+        if (r == RecordCutter::Result::kNeedMore) {
+            if (cutter_->Scanned() > source_->MaxLine()) {
+                state_ = eReadLineTooLong;
+                return false;
+            }
+            if (!FetchMore()) return false;
+            continue;
+        }
+        source_->Consume(cutter_->Consumed());
+        ++lines_;
+        if (r == RecordCutter::Result::kEmpty) {
+            cutter_->Restart();
+            continue;
+        }
+        recordLine_ = lines_;
+        lines_ += cutter_->InnerBreaks();
+        line_ = p;
+        lineLength_ = cutter_->TextEnd();
+        fieldCount_ = cutter_->FieldCount();
+        if (cutter_->Unclosed()) state_ = eReadUnclosedQuote;
+        return true;
+    }
+}
+
+int UtCCsvReader::ReadRecord() {
+    if (!tokenStart_.empty()) std::fill(tokenStart_.begin(), tokenStart_.end(), -1);
+    return ReadNextRecord() ? fieldCount_ : -1;
+}
+
+const char* UtCCsvReader::GetFieldPtr(int i) const {
+    if (i < 0 || i >= fieldCount_) return "";
+    return line_ + cutter_->Fields()[i].start;
+}
+
+size_t UtCCsvReader::GetFieldLength(int i) const {
+    if (i < 0 || i >= fieldCount_) return 0;
+    return cutter_->Fields()[i].length;
+}
+
 bool UtCCsvReader::Rewind() {
+    // A stream that cannot seek (a pipe) is left where it is: nothing read is lost.
+    if (source_->IsOpen() && !source_->CanRewind()) return false;
     dataEnded_ = false;
+    fieldCount_ = 0;
+    lines_ = 0;
+    recordLine_ = 0;
     ownLine_.assign(1, '\0');
     line_ = ownLine_.data();
     lineLength_ = 0;
@@ -153,10 +288,11 @@ bool UtCCsvReader::Rewind() {
 bool UtCCsvReader::SetToFirstRow(bool skipTitleLines) {
     if (!Rewind()) return false;
     for (uint64_t i = 0; skipTitleLines && i < titleLines_; ++i) {
-        if (!ReadLine()) break;
+        if (!ReadRow()) break;
     }
     line_ = ownLine_.data();
     lineLength_ = 0;
+    fieldCount_ = 0;
     return true;
 }
 
@@ -179,7 +315,7 @@ int UtCCsvReader::CutTokens(int limit, int* starts) const {
     bool full = false;
     for (size_t base = i0 + 1; base < n && !full; base += 64) {
         const size_t len = n - base < 64 ? n - base : 64;
-        uint64_t delimiters = DelimiterMask(p, base, len, d);
+        uint64_t delimiters = ByteMask(p + base, len, d);
         uint64_t others = ~delimiters & (len == 64 ? ~uint64_t{0} : (uint64_t{1} << len) - 1);
         for (;;) {
             if (!inRun) {
@@ -214,6 +350,12 @@ bool UtCCsvReader::ParseNextRow(bool all) {
     if (!all && maxParseIndex_ < limit) limit = maxParseIndex_;
     if (limit < 0) limit = 0;
     std::fill(tokenStart_.begin(), tokenStart_.end(), -1);
+    if (quoted_) {
+        if (!ReadNextRecord()) return false;
+        const int found = std::min(fieldCount_, static_cast<int>(tokenStart_.size()));
+        for (int i = 0; i < found && i < limit; ++i) tokenStart_[static_cast<size_t>(i)] = static_cast<int>(cutter_->Fields()[i].start);
+        return fieldCount_ >= limit;
+    }
     if (!ReadLine()) return false;
     const int found = CutTokens(limit, tokenStart_.data());
     return found >= limit;
@@ -221,7 +363,7 @@ bool UtCCsvReader::ParseNextRow(bool all) {
 
 bool UtCCsvReader::SkipNextRow() {
     std::fill(tokenStart_.begin(), tokenStart_.end(), -1);
-    return ReadLine();
+    return ReadRow();
 }
 
 const UtCString& UtCCsvReader::GetToken(int i) {
@@ -240,7 +382,7 @@ bool UtCCsvReader::GetTokenDouble(int i, double& value) {
     const char* p = GetTokenPtr(i);
     const size_t n = std::strlen(p);
     value = 0.0;
-    if (ToDouble(p, n, fileEncoding_, value)) return true;
+    if (TextToDouble(p, n, fileEncoding_, value)) return true;
     return std::memchr(p, ',', n) != nullptr && ToDoubleWithComma(p, n, fileEncoding_, value);
 }
 
@@ -250,6 +392,7 @@ void UtCCsvReader::SetMLine(const char* text) {
     ownLine_.assign(text, text + n + 1);
     line_ = ownLine_.data();
     lineLength_ = n;
+    fieldCount_ = 0;
     std::fill(tokenStart_.begin(), tokenStart_.end(), -1);
 }
 
@@ -262,12 +405,12 @@ void UtCCsvReader::SetMTokenStartIndex(const std::vector<int>& starts) {
 
 // ---- classifying ------------------------------------------------------------------------------
 
-UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyBytes(const char* p, size_t n, eUtEncodingType e,
-                                                       bool* comma) const {
+UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyField(const char* p, size_t n, eUtEncodingType e, bool* comma) {
+    n = kbase_tables_internal::UpToNul(p, n);  // where a token's string would end
     TColumnMasks m;
     long long whole = 0;
     double real = 0.0;
-    if (ToInt64(p, n, e, whole)) {
+    if (TextToInt64(p, n, e, whole)) {
         // Taken as an unsigned 32-bit value, so negative numbers count as large ones.
         if (static_cast<uint32_t>(whole) > 255) {
             m.implicitMask |= eTypeLargeInteger;
@@ -276,7 +419,7 @@ UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyBytes(const char* p, size_t n, 
             m.implicitMask |= eTypeSmallInteger;
             m.explicitMask |= eTypeSmallInteger | eTypeLargeInteger | eTypeReal | eTypeText;
         }
-    } else if (ToDouble(p, n, e, real)) {
+    } else if (TextToDouble(p, n, e, real)) {
         m.implicitMask |= eTypeReal;
         m.explicitMask |= eTypeReal | eTypeText;
     } else if (std::memchr(p, ',', n) == nullptr) {
@@ -294,14 +437,18 @@ UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyBytes(const char* p, size_t n, 
 UtCCsvReader::TColumnMasks UtCCsvReader::CalcTypeMask(const UtCString& token) {
     if (token.isUtf16EncodingType()) {
         const std::string narrow = token.GetAnsiString();
-        return ClassifyBytes(narrow.c_str(), narrow.size(), UtCString::systemEncodingType(), &decimalComma_);
+        return ClassifyField(narrow.c_str(), narrow.size(), UtCString::systemEncodingType(), &decimalComma_);
     }
     size_t n = 0;
     const char* p = kbase_tables_internal::Bytes(token, n);
-    return ClassifyBytes(p, n, token.encodingType(), &decimalComma_);
+    return ClassifyField(p, n, token.encodingType(), &decimalComma_);
 }
 
 UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyToken(const UtCString& token) { return CalcTypeMask(token); }
+
+bool UtCCsvReader::FieldToDouble(const char* p, size_t n, eUtEncodingType e, double& value) {
+    return TextToDouble(p, n, e, value);
+}
 
 bool UtCCsvReader::IsTitleLine(const UtCStringList& tokens) const {
     bool any = false;
@@ -322,7 +469,7 @@ bool UtCCsvReader::IsTitleLine(const UtCStringList& tokens) const {
             p = kbase_tables_internal::Bytes(t, n);
         }
         bool comma = false;
-        const TColumnMasks m = ClassifyBytes(p, n, e, &comma);
+        const TColumnMasks m = ClassifyField(p, n, e, &comma);
         if ((m.implicitMask & (eTypeLargeInteger | eTypeSmallInteger | eTypeReal)) != 0) return false;
     }
     return any;
@@ -348,8 +495,11 @@ char UtCCsvReader::AutoColDel(const UtCString& line) {
         length = m;
     }
     auto at = [&](size_t i) -> int { return wide ? static_cast<int>(units[i]) : static_cast<unsigned char>(narrow[i]); };
+    bool inside = false;  // between a quote and the next one, in quoted mode
     for (size_t i = 0; i < length; ++i) {
         const int c = at(i);
+        if (quoted_ && c == '"') inside = !inside;
+        if (inside) continue;
         for (int k = 0; k < 4; ++k) {
             if (c != kCandidates[k]) continue;
             // A run of blanks counts once.
@@ -385,42 +535,113 @@ std::vector<int> UtCCsvReader::GetIndicesExplicitFor(TTypeInfo kind, bool exactl
 
 // ---- rescanning -------------------------------------------------------------------------------
 
+void UtCCsvReader::RowFields(std::vector<std::pair<const char*, size_t>>& out) {
+    out.clear();
+    if (quoted_) {
+        const FieldSpan* f = cutter_->Fields();
+        for (int i = 0; i < fieldCount_; ++i) out.emplace_back(line_ + f[i].start, f[i].length);
+        return;
+    }
+    rowStarts_.resize(lineLength_ / 2 + 2);
+    const int found = CutTokens(-1, rowStarts_.data());
+    for (int i = 0; i < found; ++i) {
+        const char* p = line_ + rowStarts_[static_cast<size_t>(i)];
+        out.emplace_back(p, std::strlen(p));
+    }
+}
+
+uint64_t UtCCsvReader::CountTitleLines(const std::function<bool(FieldList&)>& nextRow) const {
+    const eUtEncodingType e = fileEncoding_;
+    uint64_t titles = 0;
+    bool other = false;
+    FieldList fields;
+    for (int probed = 0; probed < kTitleProbeLines && nextRow(fields); ++probed) {
+        UtCStringList tokens;
+        for (const auto& f : fields) tokens.Add(UtCString(f.first, static_cast<int>(f.second), e, e));
+        if (!IsTitleLine(tokens)) {
+            other = true;
+            break;
+        }
+        ++titles;
+    }
+    return other ? titles : std::min<uint64_t>(titles, 1);
+}
+
+char UtCCsvReader::GuessDelimiter(const char* sample, size_t n, bool quoted) {
+    return GuessIn(sample, n, quoted, false);
+}
+
+bool UtCCsvReader::DetectFromHead(bool titles) {
+    if (!source_->IsOpen() || dataEnded_) return false;
+    const LineSource::Status s = source_->Peek(kHeadBytes);
+    if (s != LineSource::Status::kLine) {
+        state_ = s == LineSource::Status::kNoMemory ? eReadNoMemory : eReadError;
+        return false;
+    }
+    const size_t n = std::min(source_->Available(), kHeadBytes);
+    if (n == 0) return false;
+    const bool complete = source_->AtEnd() && n == source_->Available();
+    const char* data = source_->Data();
+    const char d = GuessIn(data, std::min(n, kGuessBytes), quoted_, complete && n <= kGuessBytes);
+    if (d != 0) delimiter_ = d;
+    if (!titles) return true;
+    std::string head(data, n);  // cutting writes into the bytes, which ReadRecord reads later
+    RecordCutter cutter;
+    cutter.SetRules(delimiter_, quoted_);
+    size_t at = 0;
+    titleLines_ = CountTitleLines([&](FieldList& fields) {
+        while (at < n) {
+            char* p = head.data() + at;
+            if (p[0] == kCtrlZ && !disableZ_) return false;
+            cutter.Restart();
+            const RecordCutter::Result r = cutter.Cut(p, n - at, complete);
+            if (r == RecordCutter::Result::kNeedMore) return false;
+            at += cutter.Consumed();
+            if (r == RecordCutter::Result::kEmpty) continue;
+            fields.clear();
+            for (int i = 0; i < cutter.FieldCount(); ++i) fields.emplace_back(p + cutter.Fields()[i].start, cutter.Fields()[i].length);
+            return true;
+        }
+        return false;
+    });
+    return true;
+}
+
+// ---- rescanning -------------------------------------------------------------------------------
+
 bool UtCCsvReader::Reset(bool detect) {
     if (!Rewind()) return false;
-    std::vector<int> starts;
-    auto cutAll = [&]() {
-        starts.resize(lineLength_ / 2 + 2);
-        return CutTokens(-1, starts.data());
-    };
+    FieldList fields;
     const eUtEncodingType e = fileEncoding_;
     if (detect) {
-        // A vote of AutoColDel over the first lines: a title line alone ("Table: Area") can
-        // easily point at the wrong candidate.
-        const char kept = delimiter_;
-        int votes[256] = {};
-        for (int probed = 0; probed < kDelimiterProbeLines && ReadLine(); ++probed) {
-            delimiter_ = kept;
-            ++votes[static_cast<unsigned char>(AutoColDel(UtCString(line_, static_cast<int>(lineLength_), e, e)))];
-        }
-        delimiter_ = kept;
-        for (char c : {'\t', ' ', ',', ';'}) {
-            if (votes[static_cast<unsigned char>(c)] > votes[static_cast<unsigned char>(delimiter_)]) delimiter_ = c;
-        }
-        if (!Rewind()) return false;
-        uint64_t titles = 0;
-        bool other = false;
-        for (int probed = 0; probed < kTitleProbeLines && ReadLine(); ++probed) {
-            const int found = cutAll();
-            UtCStringList tokens;
-            for (int t = 0; t < found; ++t) tokens.Add(UtCString(line_ + starts[static_cast<size_t>(t)], e, e));
-            if (!IsTitleLine(tokens)) {
-                other = true;
-                break;
+        if (quoted_) {
+            // The first bytes, cut as records: a vote of lines would count what is inside quotes.
+            const LineSource::Status s = source_->Peek(kGuessBytes);
+            if (s != LineSource::Status::kLine) return false;
+            const size_t n = std::min(source_->Available(), kGuessBytes);
+            const char d = GuessIn(source_->Data(), n, true, source_->AtEnd() && n == source_->Available());
+            if (d != 0) delimiter_ = d;
+        } else {
+            // A vote of AutoColDel over the first lines: a title line alone ("Table: Area") can
+            // easily point at the wrong candidate.
+            const char kept = delimiter_;
+            int votes[256] = {};
+            for (int probed = 0; probed < kDelimiterProbeLines && ReadLine(); ++probed) {
+                delimiter_ = kept;
+                ++votes[static_cast<unsigned char>(AutoColDel(UtCString(line_, static_cast<int>(lineLength_), e, e)))];
             }
-            ++titles;
+            delimiter_ = kept;
+            for (char c : {'\t', ' ', ',', ';'}) {
+                if (votes[static_cast<unsigned char>(c)] > votes[static_cast<unsigned char>(delimiter_)]) delimiter_ = c;
+            }
+            if (!Rewind()) return false;
         }
-        titleLines_ = other ? titles : std::min<uint64_t>(titles, 1);
-        if (state_ != eReadOk && state_ != eReadEnd) return false;
+        titleLines_ = CountTitleLines([&](FieldList& out) {
+            if (!ReadRow()) return false;
+            RowFields(out);
+            return true;
+        });
+        if (state_ != eReadOk && state_ != eReadEnd && state_ != eReadUnclosedQuote) return false;
     }
 
     if (!Rewind()) return false;
@@ -428,16 +649,18 @@ bool UtCCsvReader::Reset(bool detect) {
     decimalComma_ = false;
     dataRows_ = 0;
     size_t columns = 0;
-    for (uint64_t i = 0; i < titleLines_ && ReadLine(); ++i) {
-        if (i + 1 == titleLines_) columns = static_cast<size_t>(cutAll());
+    for (uint64_t i = 0; i < titleLines_ && ReadRow(); ++i) {
+        if (i + 1 == titleLines_) {
+            RowFields(fields);
+            columns = fields.size();
+        }
     }
     uint64_t nextReport = kProgressBytes;
-    while (ReadLine()) {
-        const size_t found = static_cast<size_t>(cutAll());
-        if (found > masks_.size()) masks_.resize(found);
-        for (size_t t = 0; t < found; ++t) {
-            const char* p = line_ + starts[t];
-            const TColumnMasks m = ClassifyBytes(p, std::strlen(p), e, &decimalComma_);
+    while (ReadRow()) {
+        RowFields(fields);
+        if (fields.size() > masks_.size()) masks_.resize(fields.size());
+        for (size_t t = 0; t < fields.size(); ++t) {
+            const TColumnMasks m = ClassifyField(fields[t].first, fields[t].second, e, &decimalComma_);
             masks_[t].implicitMask |= m.implicitMask;
             masks_[t].explicitMask |= m.explicitMask;
         }
@@ -447,7 +670,7 @@ bool UtCCsvReader::Reset(bool detect) {
             nextReport = source_->Position() + kProgressBytes;
         }
     }
-    if (state_ != eReadEnd) return false;
+    if (state_ != eReadEnd && state_ != eReadUnclosedQuote) return false;
     ScanProgress(source_->Position(), fileSize_);
     if (columns > masks_.size()) masks_.resize(columns);
     tokenStart_.assign(masks_.size(), -1);

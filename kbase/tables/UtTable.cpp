@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "basert/memory.h"
+#include "kbase/tables/UtCDecimalSum.h"
 #include "kbase/tables/internal/numbers.h"
 #include "kbase/tables/internal/order.h"
 
@@ -488,49 +489,23 @@ void UtTable::RemoveDuplicate() {
 
 namespace {
 
-// Whether format is literal text around exactly one floating conversion (%f %F %e %E %g %G %a %A,
-// with flags, width, precision and an optional 'l'); "%%" is literal.
-bool IsSumFormat(const char* f) {
-    int conversions = 0;
-    for (const char* p = f; *p != '\0'; ++p) {
-        if (*p != '%') continue;
-        ++p;
-        if (*p == '%') continue;
-        while (*p != '\0' && std::strchr("-+ #0", *p) != nullptr) ++p;
-        while (*p >= '0' && *p <= '9') ++p;
-        if (*p == '.') {
-            ++p;
-            while (*p >= '0' && *p <= '9') ++p;
-        }
-        if (*p == 'l') ++p;
-        if (*p == '\0' || std::strchr("fFeEgGaA", *p) == nullptr) return false;
-        ++conversions;
-    }
-    return conversions == 1;
-}
-
 // The total as text in encoding e: through the format (8-bit or UTF-8 text) when it is a usable
 // one, else "%.2f"; cut to 50 characters.
-UtCString FormatTotal(double total, const UtCString* format, eUtEncodingType e) {
+UtCString FormatTotal(const UtCDecimalSum& total, const UtCString* format, eUtEncodingType e) {
     std::string fmt = "%.2f";
     eUtEncodingType fmtEnc = eUtEncodingTypeAnsi1252;
     if (format != nullptr) {
-        std::string candidate;
-        eUtEncodingType candidateEnc = format->encodingType();
+        fmtEnc = format->encodingType();
         if (format->isAnsiEncodingType()) {
-            candidate = format->ptr();
+            fmt = format->ptr();
         } else {
-            candidate = format->GetUtf8String(0);
-            candidateEnc = eUtEncodingTypeUtf8;
-        }
-        if (IsSumFormat(candidate.c_str())) {
-            fmt = candidate;
-            fmtEnc = candidateEnc;
+            fmt = format->GetUtf8String(0);
+            fmtEnc = eUtEncodingTypeUtf8;
         }
     }
-    char text[kMaxSumText + 1];
-    std::snprintf(text, sizeof text, fmt.c_str(), total);
-    size_t n = std::strlen(text);
+    // An unusable format gives the ASCII text of "%.2f", the same bytes in either encoding.
+    const std::string text = total.Format(fmt.c_str());
+    size_t n = text.size();
     // Cutting at 50 bytes must not leave half a UTF-8 character behind.
     if (fmtEnc == eUtEncodingTypeUtf8 && n == kMaxSumText) {
         size_t i = n;
@@ -541,7 +516,7 @@ UtCString FormatTotal(double total, const UtCString* format, eUtEncodingType e) 
             if (n - (i - 1) < need) n = i - 1;
         }
     }
-    return UtCString(text, static_cast<int>(n), fmtEnc, e);
+    return UtCString(text.c_str(), static_cast<int>(n), fmtEnc, e);
 }
 
 // Puts text into cell col of row, padding the row with empty cells when it is shorter.
@@ -567,30 +542,57 @@ struct SumPlan {
     const long* carryCols;
 };
 
+// The cell's bytes when the total may read them itself: 8-bit or UTF-8 text in the system
+// encoding (the code page UtCDecimalSum reads bytes in), or ASCII. Null for any other cell.
+const char* PlainBytes(const UtCString& cell, size_t& n) {
+    if (cell.isUtf16EncodingType()) return nullptr;
+    const char* p = kbase_tables_internal::Bytes(cell, n);
+    if (p[n] != '\0') return nullptr;
+    if (cell.encodingType() == UtCString::systemEncodingType()) return p;
+    for (size_t i = 0; i < n; ++i) {
+        if (static_cast<unsigned char>(p[i]) > 0x7F) return nullptr;
+    }
+    return p;
+}
+
 // Starts a group's totals from its first row's cells read like atof.
-void StartTotals(const SumPlan& plan, const UtTableRow& first, double* totals) {
+void StartTotals(const SumPlan& plan, const UtTableRow& first, UtCDecimalSum* totals) {
     for (unsigned short k = 0; k < plan.nSum; ++k) {
+        totals[k].Clear();
         const UtCString* own = CellAt(first, plan.sumCols[k]);
-        totals[k] = own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0;
+        size_t n = 0;
+        const char* p = own != nullptr ? PlainBytes(*own, n) : nullptr;
+        if (p != nullptr) {
+            totals[k].AddLenient(p, n);
+        } else {
+            totals[k].AddDouble(own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0);
+        }
     }
 }
 
 // Folds a later row of the group into the representative and the totals: its carried cells
 // overwrite the representative's, its cells that read as numbers are added.
-void FoldRow(const SumPlan& plan, const UtTableRow& row, UtTableRow& rep, double* totals) {
+void FoldRow(const SumPlan& plan, const UtTableRow& row, UtTableRow& rep, UtCDecimalSum* totals) {
     for (unsigned short k = 0; k < plan.nCarry; ++k) {
         const UtCString* cell = CellAt(row, plan.carryCols[k]);
         if (cell != nullptr) SetCell(rep, plan.carryCols[k], *cell);
     }
     for (unsigned short k = 0; k < plan.nSum; ++k) {
         const UtCString* cell = CellAt(row, plan.sumCols[k]);
+        if (cell == nullptr) continue;
+        size_t n = 0;
+        const char* p = PlainBytes(*cell, n);
         double v = 0.0;
-        if (cell != nullptr && CellToDouble(*cell, v)) totals[k] += v;
+        if (p != nullptr) {
+            totals[k].Add(p, n);
+        } else if (CellToDouble(*cell, v)) {
+            totals[k].AddDouble(v);
+        }
     }
 }
 
 // Writes the totals into the representative.
-void WriteTotals(const SumPlan& plan, const UtCStringList* formats, const double* totals, UtTableRow& rep) {
+void WriteTotals(const SumPlan& plan, const UtCStringList* formats, const UtCDecimalSum* totals, UtTableRow& rep) {
     for (unsigned short k = 0; k < plan.nSum; ++k) {
         if (plan.sumCols[k] < 0) continue;
         const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
@@ -621,7 +623,7 @@ bool OneKeyEncoding(const UtTable::RowList& rows, const std::vector<long>& group
 // they would after sorting. firstOf lists the groups' first rows, in order of appearance.
 // Returns false, having changed nothing, when the grouping cells mix encodings.
 bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, const SumPlan& plan,
-                 std::vector<uint32_t>& firstOf, std::vector<double>& totals) {
+                 std::vector<uint32_t>& firstOf, std::vector<UtCDecimalSum>& totals) {
     if (plan.nCarry > 0 && !OneKeyEncoding(rows, groupCols)) return false;
     const size_t width = groupCols.size();
     const size_t nSum = plan.nSum;
@@ -709,7 +711,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
 
     RowList groups;
     std::vector<uint32_t> firstOf;
-    std::vector<double> totals;
+    std::vector<UtCDecimalSum> totals;
     if (GroupByHash(rows_, groupCols, plan, firstOf, totals)) {
         // Only the few group rows are put in order; their grouping cells are all distinct.
         std::vector<uint32_t> order(firstOf.size());

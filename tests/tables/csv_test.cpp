@@ -58,6 +58,9 @@ struct CutCase {
     V tokens;
 };
 
+// GoogleTest prints a parameter it cannot print as its bytes, padding included.
+void PrintTo(const CutCase& c, std::ostream* os) { *os << c.name; }
+
 class CsvCut : public ::testing::TestWithParam<CutCase> {};
 
 TEST_P(CsvCut, CutsAsTheFormatSays) {

@@ -75,4 +75,48 @@ TEST(Numbers, RandomDecimalsReadLikeStrtod) {
     ExpectStrtod(lines);
 }
 
+// FieldToDouble and ClassifyField give what the string class's conversion and ClassifyToken give
+// on UtCString(p, n, e, e), in every encoding a file may have, for the bytes that make numbers
+// hard: blanks, signs, exponents, hexadecimal, "inf", a decimal comma, a NUL, a mark, the
+// plus-minus sign, non-ASCII letters.
+void ExpectLikeTheString(UtCCsvReader& r, const std::string& text) {
+    for (eUtEncodingType e : {eUtEncodingTypeAnsi1252, eUtEncodingTypeUtf8, eUtEncodingTypeSystemDefault}) {
+        const UtCString s(text.data(), static_cast<int>(text.size()), e, e);
+        double want = 0.0;
+        double got = 0.0;
+        const bool ok = s.Convert(want);
+        ASSERT_EQ(UtCCsvReader::FieldToDouble(text.data(), text.size(), e, got), ok) << text << " in " << e;
+        if (ok) {
+            ASSERT_EQ(std::memcmp(&got, &want, sizeof got), 0) << text << " in " << e;
+        }
+        r.SetDecimalComma(false);
+        const UtCCsvReader::TColumnMasks m = r.ClassifyToken(s);
+        bool comma = false;
+        const UtCCsvReader::TColumnMasks f = UtCCsvReader::ClassifyField(text.data(), text.size(), e, &comma);
+        ASSERT_EQ(f.implicitMask, m.implicitMask) << text << " in " << e;
+        ASSERT_EQ(f.explicitMask, m.explicitMask) << text << " in " << e;
+        ASSERT_EQ(comma, r.GetDecimalComma()) << text << " in " << e;
+    }
+}
+
+TEST(Numbers, FieldsReadLikeTheStringConversions) {
+    UtCCsvReader r(UtCString("/nonexistent/kbase/none.csv"));
+    using namespace std::string_literals;
+    const std::string table[] = {"0", "-0", "12.50", " 7 ", "1e5", "0x1p3", "inf", "-nan", "1,5", "a,b", "", " ", "\t5",
+                                 "5\t", "+3", ".5", "5.", "\xB1" "0", "\xC2\xB1" "0", "\xB1" "1", "12\0" "3"s, "\0"s,
+                                 "\xEF\xBB\xBF" "5", "1e400", "-1e-400", "300", "255", "-1", "4294967297",
+                                 "99999999999999999999", "abc", "1.2.3", "T\xFCr", "T\xC3\xBCr", "1,2,3", "12,5\xE2\x82\xAC",
+                                 std::string(70, '1') + ".5", "  -0012.5000  ", "1" + std::string(40, '0') + ",5"};
+    for (const std::string& text : table) ExpectLikeTheString(r, text);
+
+    std::mt19937 rng(9);
+    const std::string alphabet = "0123456789.,-+eE x\t\xB1\xC2\xFC\xEFn"s + '\0';
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        const size_t length = rng() % 10;
+        for (size_t k = 0; k < length; ++k) text += alphabet[rng() % alphabet.size()];
+        ExpectLikeTheString(r, text);
+    }
+}
+
 }  // namespace

@@ -151,6 +151,9 @@ struct SortCase {
     Rows expected;
 };
 
+// GoogleTest prints a parameter it cannot print as its bytes, padding included.
+void PrintTo(const SortCase& c, std::ostream* os) { *os << c.name; }
+
 class TableSort : public ::testing::TestWithParam<SortCase> {};
 
 TEST_P(TableSort, OrdersAsTheKeyRulesSay) {
@@ -389,6 +392,26 @@ TEST(Table, SumColumnLimitsTheTextAndKeepsTotalsOfShortRows) {
     UtTable u = Make({{"g"}, {"g", "4"}, {"h", "1", "z"}});
     u.SumColumn(1, sum, nullptr, 0, nullptr);
     EXPECT_EQ(Dump(u), (Rows{{"g", "4.00"}, {"h", "1.00", "z"}}));
+}
+
+// Totals of decimal texts are exact: a double sum of these drifts by cents or in the last digits.
+TEST(Table, SumColumnTotalsDecimalTextsExactly) {
+    Rows rows;
+    for (int i = 0; i < 10000; ++i) rows.push_back({"money", "7654321.09"});
+    for (int i = 0; i < 3; ++i) rows.push_back({"tenths", i % 2 == 0 ? "0.1" : "0.2"});
+    rows.push_back({"mixed", " 12kg"});  // the first cell, read like atof
+    rows.push_back({"mixed", "0.70"});
+    rows.push_back({"mixed", "kg"});  // no number: skipped
+    rows.push_back({"mixed", "0x1p-2"});  // a number, though not a decimal
+    UtTable t = Make(rows);
+    const long sum[] = {1};
+    UtCStringList formats{S("%.17g")};
+    t.SumColumn(1, sum, &formats, 0, nullptr);
+    EXPECT_EQ(Dump(t), (Rows{{"mixed", "12.949999999999999"}, {"money", "76543210900"}, {"tenths", "0.40000000000000002"}}));
+
+    UtTable u = Make(rows);
+    u.SumColumn(1, sum, nullptr, 0, nullptr);
+    EXPECT_EQ(Dump(u), (Rows{{"mixed", "12.95"}, {"money", "76543210900.00"}, {"tenths", "0.40"}}));
 }
 
 TEST(Table, SumColumnWithoutGroupColumnsTotalsEverything) {

@@ -27,22 +27,12 @@ bool CanStartNumber(unsigned char c) {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// Whether the system code page maps every ASCII byte to itself, so that the 8-bit form of an
-// ASCII text is the text itself. Read once, like the system encoding.
-bool SystemKeepsAscii() {
-    static const bool keeps = [] {
-        const unsigned e = UtCString::systemEncodingType();
-        return e == 65001 || e == 20127 || e == 874 || e == 932 || e == 936 || e == 949 || e == 950 ||
-               (e >= 1250 && e <= 1258) || (e >= 28591 && e <= 28605);
-    }();
-    return keeps;
-}
-
 // Bounds of the text without leading and trailing ' ' (the blanks Convert cuts); false when
-// the text holds a byte above 0x7F.
+// the text holds a byte above 0x7F or a NUL (Convert would stop reading there).
 bool AsciiTrim(const char* p, size_t n, size_t& first, size_t& last) {
     for (size_t i = 0; i < n; ++i) {
-        if (static_cast<unsigned char>(p[i]) > 0x7F) return false;
+        const unsigned char c = static_cast<unsigned char>(p[i]);
+        if (c > 0x7F || c == 0) return false;
     }
     first = 0;
     while (first < n && p[first] == ' ') ++first;
@@ -104,7 +94,38 @@ bool ShortDecimal(const char* p, const char* end, double& value) {
     return true;
 }
 
+// A copy of p[0..n) with a NUL behind it, for strtod and strtoll (which read up to a character
+// that cannot continue the number): on the stack for short texts.
+class Terminated {
+public:
+    Terminated(const char* p, size_t n) {
+        if (n < sizeof small_) {
+            std::memcpy(small_, p, n);
+            small_[n] = '\0';
+            text_ = small_;
+        } else {
+            large_.assign(p, n);
+            text_ = large_.c_str();
+        }
+    }
+    const char* c_str() const { return text_; }
+
+private:
+    char small_[64];
+    std::string large_;
+    const char* text_;
+};
+
 }  // namespace
+
+bool SystemKeepsAscii() {
+    static const bool keeps = [] {
+        const unsigned e = UtCString::systemEncodingType();
+        return e == 65001 || e == 20127 || e == 874 || e == 932 || e == 936 || e == 949 || e == 950 ||
+               (e >= 1250 && e <= 1258) || (e >= 28591 && e <= 28605);
+    }();
+    return keeps;
+}
 
 Parse AsciiToDouble(const char* p, size_t n, double& value) {
     value = 0.0;
@@ -129,11 +150,11 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
     // character is no number, and text keys are common, so strtod is not asked.
     if (!CanStartNumber(static_cast<unsigned char>(*begin))) return Parse::kNo;
-    // strtod stops exactly at the trimmed end for a number (p[n] is a NUL, so it cannot run
-    // past the text).
+    // strtod stops exactly at the trimmed end for a number; the copy keeps it inside the text.
+    const Terminated text(begin, static_cast<size_t>(end - begin));
     char* stop = nullptr;
-    const double v = std::strtod(begin, &stop);
-    if (stop == begin || stop != end) return Parse::kNo;
+    const double v = std::strtod(text.c_str(), &stop);
+    if (stop == text.c_str() || stop != text.c_str() + (end - begin)) return Parse::kNo;
     value = v;
     return Parse::kYes;
 }
@@ -156,12 +177,33 @@ Parse AsciiToInt64(const char* p, size_t n, long long& value) {
             return Parse::kYes;
         }
     }
+    const Terminated text(begin, static_cast<size_t>(end - begin));
     char* stop = nullptr;
     errno = 0;
-    const long long v = std::strtoll(begin, &stop, 10);
-    if (stop == begin || stop != end) return Parse::kNo;
+    const long long v = std::strtoll(text.c_str(), &stop, 10);
+    if (stop == text.c_str() || stop != text.c_str() + (end - begin)) return Parse::kNo;
     value = v;
     return Parse::kYes;
+}
+
+// The string class ends a text at its first NUL: so do the conversions of byte ranges.
+size_t UpToNul(const char* p, size_t n) {
+    const void* nul = std::memchr(p, 0, n);
+    return nul != nullptr ? static_cast<size_t>(static_cast<const char*>(nul) - p) : n;
+}
+
+bool TextToDouble(const char* p, size_t n, eUtEncodingType e, double& value) {
+    n = UpToNul(p, n);
+    const Parse r = AsciiToDouble(p, n, value);
+    if (r != Parse::kUndecided) return r == Parse::kYes;
+    return UtCString(p, static_cast<int>(n), e, e).Convert(value);
+}
+
+bool TextToInt64(const char* p, size_t n, eUtEncodingType e, long long& value) {
+    n = UpToNul(p, n);
+    const Parse r = AsciiToInt64(p, n, value);
+    if (r != Parse::kUndecided) return r == Parse::kYes;
+    return UtCString(p, static_cast<int>(n), e, e).Convert(value);
 }
 
 const char* Bytes(const UtCString& s, size_t& n) {

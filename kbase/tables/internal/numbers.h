@@ -10,11 +10,22 @@ namespace kbase_tables_internal {
 
 enum class Parse { kNo, kYes, kUndecided };
 
-// p[0..n) is the 8-bit form of a text and p[n] is a NUL. For ASCII text (and a system code page
-// that keeps ASCII as it is) the result is that of UtCString::Convert(double&) / (long long&)
-// on that text; kUndecided when the text holds other bytes (the caller falls back to Convert).
+// p[0..n) is the 8-bit form of a text (no terminator needed). For ASCII text (and a system code
+// page that keeps ASCII as it is) the result is that of UtCString::Convert(double&) /
+// (long long&) on that text; kUndecided when the text holds other bytes or a NUL (the caller
+// falls back to Convert).
 Parse AsciiToDouble(const char* p, size_t n, double& value);
 Parse AsciiToInt64(const char* p, size_t n, long long& value);
+
+// UtCString(p, n, e, e).Convert(double&) / (long long&), without the string for ASCII text. Like
+// the string, the text ends at a NUL.
+size_t UpToNul(const char* p, size_t n);
+bool TextToDouble(const char* p, size_t n, eUtEncodingType e, double& value);
+bool TextToInt64(const char* p, size_t n, eUtEncodingType e, long long& value);
+
+// Whether the system code page maps every ASCII byte to itself, so that the 8-bit form of an
+// ASCII text is the text itself. Read once, like the system encoding.
+bool SystemKeepsAscii();
 
 // UtCString::Convert(double&), fast for ASCII text.
 bool CellToDouble(const UtCString& s, double& value);
