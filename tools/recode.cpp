@@ -1,5 +1,6 @@
 #include "recode.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -17,7 +18,6 @@ namespace {
 
 const char* const kWho = "kbase recode";
 
-constexpr int64_t kBlock = int64_t{1} << 20;  // bytes read at a time
 // Units kept back waiting for a normalisation boundary before the text is normalised in pieces
 // anyway (only a made-up text has a million combining marks in a row).
 constexpr int64_t kMaxNormalizationCarry = int64_t{1} << 22;
@@ -116,24 +116,39 @@ private:
 // Why a walk over UTF-8 stopped before the end of its bytes.
 enum class Utf8Stop { kEnd, kCut, kMalformed, kSink };
 
-// Walks UTF-8 bytes src[0..n): each run of ASCII goes to sink.Ascii(p, length), each other
-// character to sink.Char(codePoint), which returns false to stop before it. Stops before a sequence
-// that the end cuts off (unless last: then it is malformed) and at the first malformed sequence
-// (overlong, surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
+constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+
+// How many of the eight bytes loaded into w come before the first one with its high bit set
+// (high = w & kHighBits, not 0).
+int AsciiBytesBefore(uint64_t high) {
+    if constexpr (std::endian::native == std::endian::little) return std::countr_zero(high) / 8;
+    return std::countl_zero(high) / 8;
+}
+
+// Walks UTF-8 bytes src[0..n). ASCII goes to the sink eight bytes at a time as sink.Ascii8(p, k):
+// eight bytes are readable at p, the first k of them ASCII and taken; the sink may write output for
+// all eight but keeps k. In the last seven bytes, sink.Ascii1(byte) takes ASCII one byte at a time.
+// Every other character goes to sink.Char(codePoint), which returns false to stop before it. Stops
+// before a sequence that the end cuts off (unless last: then it is malformed) and at the first
+// malformed sequence (overlong, surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
 template <typename Sink>
 int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& stop) {
     const auto* s = reinterpret_cast<const unsigned char*>(src);
     int64_t i = 0;
     while (i < n) {
-        if (s[i] < 0x80) {
-            int64_t j = i + 1;
-            for (uint64_t w; j + 8 <= n; j += 8) {
-                std::memcpy(&w, s + j, 8);
-                if ((w & 0x8080808080808080ULL) != 0) break;
+        if (i + 8 <= n) {
+            uint64_t w;
+            std::memcpy(&w, s + i, 8);
+            const uint64_t high = w & kHighBits;
+            const int ascii = high == 0 ? 8 : AsciiBytesBefore(high);
+            if (ascii != 0) {
+                sink.Ascii8(src + i, ascii);
+                i += ascii;
+                continue;
             }
-            while (j < n && s[j] < 0x80) ++j;
-            sink.Ascii(src + i, j - i);
-            i = j;
+        } else if (s[i] < 0x80) {
+            sink.Ascii1(src[i]);
+            ++i;
             continue;
         }
         const unsigned char lead = s[i];
@@ -181,16 +196,19 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
 
 // A sink that only validates.
 struct Utf8Check {
-    void Ascii(const char*, int64_t) {}
+    void Ascii8(const char*, int) {}
+    void Ascii1(char) {}
     bool Char(char32_t) { return true; }
 };
 
-// A sink that writes UTF-16 (room for as many units as bytes).
+// A sink that writes UTF-16: room for as many units as bytes, and eight more.
 struct Utf8ToUtf16 {
     char16_t* out;
-    void Ascii(const char* p, int64_t n) {
-        for (int64_t k = 0; k < n; ++k) *out++ = static_cast<unsigned char>(p[k]);
+    void Ascii8(const char* p, int k) {
+        for (int j = 0; j < 8; ++j) out[j] = static_cast<unsigned char>(p[j]);
+        out += k;
     }
+    void Ascii1(char b) { *out++ = static_cast<unsigned char>(b); }
     bool Char(char32_t c) {
         if (c < 0x10000) {
             *out++ = static_cast<char16_t>(c);
@@ -227,9 +245,10 @@ public:
         }
         return true;
     }
+    // Copied four bytes at a time: the length rides in the fourth.
     struct Utf8 {
-        uint8_t length;  // 0: the byte is no character of the page
         char bytes[3];
+        uint8_t length;  // 0: the byte is no character of the page
     };
     const Utf8& ToUtf8(unsigned char b) const { return utf8_[b]; }
     // The byte of a character (not U+0000), or 0 when the page lacks it.
@@ -241,17 +260,18 @@ private:
     Buffer<uint8_t> fromUnicode_;
 };
 
-// A sink that maps UTF-8 onto a single-byte page; a character the page lacks stops it or, with
-// replace, becomes '?'.
+// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and eight
+// more); a character the page lacks stops it or, with replace, becomes '?'.
 struct Utf8ToSingleByte {
     SingleByteTables& tables;
     bool replace;
     char* out;
     char32_t missing = 0;
-    void Ascii(const char* p, int64_t n) {
-        std::memcpy(out, p, static_cast<size_t>(n));
-        out += n;
+    void Ascii8(const char* p, int k) {
+        std::memcpy(out, p, 8);
+        out += k;
     }
+    void Ascii1(char b) { *out++ = b; }
     bool Char(char32_t c) {
         uint8_t b = tables.FromUnicode(c);
         if (b == 0) {
@@ -359,11 +379,12 @@ int Recoder::Unrepresentable(char32_t c) {
 
 // Reads the next block after the bytes still waiting.
 int Recoder::Fill() {
-    if (!bytes_.Reserve(have_ + kBlock)) return OutOfMemory();
-    const int64_t got = in_.Read(bytes_.data() + have_, kBlock);
+    const int64_t block = o_.blockSize > 0 ? o_.blockSize : 1;
+    if (!bytes_.Reserve(have_ + block)) return OutOfMemory();
+    const int64_t got = in_.Read(bytes_.data() + have_, block);
     if (got < 0) return kExitIo;
     have_ += got;
-    end_ = got < kBlock;
+    end_ = got < block;
     return kExitOk;
 }
 
@@ -399,7 +420,9 @@ int Recoder::ResolveSource() {
 int Recoder::Run() {
     to_ = o_.to;
     form_ = NormalizationForm(o_.normalize);
-    if (int rc = Fill(); rc != kExitOk) return rc;
+    do {  // a mark has up to four bytes
+        if (int rc = Fill(); rc != kExitOk) return rc;
+    } while (have_ < 4 && !end_);
     if (int rc = ResolveSource(); rc != kExitOk) return rc;
     if (o_.mark) {
         const std::string mark = MarkOf(to_);
@@ -443,26 +466,41 @@ int Recoder::SingleByteToUtf8() {
     SingleByteTables tables;
     if (!tables.Build(from_, false)) return OutOfMemory();
     for (;;) {
-        // Every byte gives at most three; the last copy may write one byte more than it keeps.
+        // Every byte gives at most three; each copy writes four.
         if (!encoded_.Reserve(3 * have_ + 8)) return OutOfMemory();
         const auto* s = reinterpret_cast<const unsigned char*>(bytes_.data());
         char* o = encoded_.data();
-        for (int64_t i = 0; i < have_;) {
+        int64_t i = 0;
+        // Eight bytes at a time: ASCII as it is, others through the table without a branch.
+        for (; i + 8 <= have_; i += 8) {
             uint64_t w;
-            if (i + 8 <= have_ && (std::memcpy(&w, s + i, 8), (w & 0x8080808080808080ULL) == 0)) {
+            std::memcpy(&w, s + i, 8);
+            if ((w & kHighBits) == 0) {
                 std::memcpy(o, &w, 8);
-                i += 8;
                 o += 8;
                 continue;
             }
+            char* const start = o;
+            bool hole = false;
+            for (int k = 0; k < 8; ++k) {
+                const SingleByteTables::Utf8& u = tables.ToUtf8(s[i + k]);
+                std::memcpy(o, &u, 4);
+                o += u.length;
+                hole = hole || u.length == 0;
+            }
+            if (hole) {  // the last eight again, one at a time, to stop at the hole
+                o = start;
+                break;
+            }
+        }
+        for (; i < have_; ++i) {
             const SingleByteTables::Utf8& u = tables.ToUtf8(s[i]);
             if (u.length == 0) {
                 if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
                 return Malformed(start_ + i, "a byte the code page does not assign");
             }
-            std::memcpy(o, u.bytes, 3);
+            std::memcpy(o, &u, 4);
             o += u.length;
-            ++i;
         }
         if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
         Consume(have_);
@@ -475,7 +513,7 @@ int Recoder::Utf8ToSingleByteDirect() {
     SingleByteTables tables;
     if (!tables.Build(to_, true)) return OutOfMemory();
     for (;;) {
-        if (!encoded_.Reserve(have_ + 1)) return OutOfMemory();
+        if (!encoded_.Reserve(have_ + 8)) return OutOfMemory();
         Utf8ToSingleByte sink{tables, o_.replace, encoded_.data()};
         Utf8Stop stop;
         const int64_t walked = WalkUtf8(bytes_.data(), have_, end_, sink, stop);
@@ -525,7 +563,7 @@ int Recoder::ThroughUtf16() {
 int Recoder::Decode(int64_t& units) {
     units = 0;
     if (from_ == kUtf8 || IsUtf16(from_)) {
-        if (!units_.Reserve(carry_ + have_ + 1)) return OutOfMemory();
+        if (!units_.Reserve(carry_ + have_ + 8)) return OutOfMemory();
         char16_t* dst = units_.data() + carry_;
         if (IsUtf16(from_)) return DecodeUtf16(dst, units);
         Utf8ToUtf16 sink{dst};

@@ -13,6 +13,7 @@
 // targets).
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 
@@ -28,6 +29,7 @@ struct RecodeOptions {
     bool mark = false;          // write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)
     std::string normalize;      // "", "C", "D", "KC" or "KD"
     bool replace = false;       // let characters the target lacks become '?' instead of failing
+    int64_t blockSize = int64_t{1} << 20;  // bytes read at a time; tests make it tiny to cut everywhere
 };
 
 // Runs the job on the process's standard input and output; messages go to err. Returns an exit code
