@@ -112,11 +112,12 @@ const NamedCodePage* Named(int cp) {
 }  // namespace
 
 bool ParseCodePage(const std::string& text, int& cp) {
-    const std::string f = Folded(text);
-    if (const int n = Number(f); n != 0) {
+    if (const int n = Number(text); n != 0) {
         cp = n;
         return true;
     }
+    const std::string f = Folded(text);
+    if (f.find_first_not_of("0123456789") == std::string::npos) return false;  // "-5", "1 252"
     for (const NamedCodePage& page : kNamed) {
         bool match = false;
         ForEachName(page, [&](std::string_view name) { match = match || Folded(name) == f; });

@@ -72,12 +72,14 @@ void AppendUtf8(std::string& s, char32_t c) {
     }
 }
 
-// "U+00E4 'ä'"; control characters are shown by number only.
+// "U+00E4 'ä'"; controls and noncharacters are shown by number only.
 std::string Describe(char32_t c) {
     char number[16];
     std::snprintf(number, sizeof number, "U+%04X", static_cast<unsigned>(c));
     std::string s = number;
-    if (c >= 0x20 && !(c >= 0x7F && c <= 0x9F)) {
+    const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
+    const bool noncharacter = (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE;
+    if (!control && !noncharacter) {
         s += " '";
         AppendUtf8(s, c);
         s += "'";
@@ -732,8 +734,13 @@ int Recode(const RecodeOptions& o, std::ostream& err) {
     if (int rc = CheckOptions(o, err); rc != kExitOk) return rc;
     InputFile in;
     OutputFile out;
-    if (int rc = in.Open(o.input, kWho, err); rc != kExitOk) return rc;
-    if (int rc = out.Open(o.output, kWho, err); rc != kExitOk) return rc;
+    // A standard stream is checked before any file is opened: a closed one's descriptor would be
+    // taken by that file. Opening "-" opens nothing, so it goes first.
+    const auto openIn = [&] { return in.Open(o.input, kWho, err); };
+    const auto openOut = [&] { return out.Open(o.output, kWho, err); };
+    const bool outFirst = o.output == "-";
+    if (int rc = outFirst ? openOut() : openIn(); rc != kExitOk) return rc;
+    if (int rc = outFirst ? openIn() : openOut(); rc != kExitOk) return rc;
     return Run(o, in, out, err);
 }
 
