@@ -23,6 +23,7 @@ constexpr unsigned short kBrCodePageUtf8 = 65001;
 // Result codes of the conversion functions (a count >= 0 otherwise).
 constexpr int64_t kBrConvUnknownCodePage = -1;  // no converter for that number
 constexpr int64_t kBrConvNoRoom = -2;           // dst capacity too small; nothing usable written
+constexpr int64_t kBrConvNoMemory = -3;         // the converter could not get memory
 
 // Whether the code page can be converted (a converter exists for it). 1200/1201 give false.
 BASERT_API bool BrCodePageAvailable(unsigned short codePage);
@@ -46,11 +47,36 @@ BASERT_API int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t
 BASERT_API int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, char* dst,
                                int64_t cap, int64_t* replaced = nullptr);
 
+// Writes the numbers of every code page that can be converted into out (room for cap numbers), in
+// ascending order, and returns how many there are (more than cap: only cap were written). 1200 and
+// 1201 are not among them. Cost: opens every converter the back end has, once per process.
+BASERT_API int64_t BrCodePageList(unsigned short* out, int64_t cap);
+
+// Streaming conversion of a text that arrives block by block: a sequence cut by the end of a block,
+// and the shift state of a stateful code page (ISO-2022, UTF-7), carry over to the next call, so
+// the result is the same as converting the whole text at once. Replacement rules as above.
+struct BrDecoder;
+// A decoder for the code page, or null when it is unknown (or 1200/1201) or memory ran out.
+[[nodiscard]] BASERT_API BrDecoder* BrDecoderOpen(unsigned short codePage);
+BASERT_API void BrDecoderClose(BrDecoder* decoder);
+// Converts bytes src[0..n) into UTF-16 at dst (room for cap units); last marks the end of the text
+// (a sequence cut there is then invalid). Returns the units written, or kBrConvNoMemory. *read
+// receives the bytes taken: fewer than n, and possibly units held back, only when dst filled up, so
+// call again with the rest (even none) until a call leaves room in dst. *firstBad receives the offset,
+// counted from the first byte ever given to the decoder, of the first invalid or unassigned sequence
+// of this call, or -1.
+BASERT_API int64_t BrDecode(BrDecoder* decoder, const char* src, int64_t n, bool last, char16_t* dst,
+                            int64_t cap, int64_t* read, int64_t* firstBad);
+
 // Unicode normalisation, forms as Windows numbers them: 1 C, 2 D, 5 KC, 6 KD.
 // With cap 0 (dst may be null) returns an estimate of the units needed, never less than needed.
 // Otherwise normalises n units (n < 0: to the NUL) into dst and returns the count written, 0 when
 // the input is not well-formed UTF-16, or -(needed) when cap is too small. An unknown form gives 0.
 BASERT_API int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int64_t cap);
+// Where a text read in pieces may be cut for normalisation: the index of the last character of
+// src[0..n) before which the form has a boundary whatever precedes it, so that src[0..k) and
+// src[k..) normalise independently. 0 when there is none after index 0 (or the form is unknown).
+BASERT_API int64_t BrNormalizeBoundary(int form, const char16_t* src, int64_t n);
 
 // Case-insensitive comparison of NUL-terminated texts by the simple lower-case mapping of each
 // unit: < 0, 0 or > 0 as the first differing lowered unit of a is smaller or larger.

@@ -11,9 +11,12 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <set>
 #include <unordered_map>
 
 #include "basert/codepage.h"
+#include "basert/memory.h"
 
 namespace {
 
@@ -291,6 +294,144 @@ const UNormalizer2* NormalizerFor(int form) {
 
 bool BrCodePageAvailable(unsigned short codePage) { return Find(codePage) != nullptr; }
 
+namespace {
+
+bool StartsWithIgnoringCase(const char* text, const char* prefix) {
+    for (; *prefix != '\0'; ++text, ++prefix) {
+        const auto lower = [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; };
+        if (lower(*text) != lower(*prefix)) return false;
+    }
+    return true;
+}
+
+// The Windows number an ICU converter alias names ("windows-1252", "cp850", "ibm-037"), or 0.
+unsigned NumberInAlias(const char* alias) {
+    for (const char* prefix : {"windows-", "cp", "ibm-"}) {
+        if (!StartsWithIgnoringCase(alias, prefix)) continue;
+        unsigned number = 0;
+        const char* p = alias + std::strlen(prefix);
+        if (*p == '\0') return 0;
+        for (; *p != '\0'; ++p) {
+            if (*p < '0' || *p > '9' || number > 65535) return 0;
+            number = number * 10 + static_cast<unsigned>(*p - '0');
+        }
+        return number <= 65535 ? number : 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int64_t BrCodePageList(unsigned short* out, int64_t cap) {
+    std::set<unsigned> candidates;
+    for (const Alias& a : kAliases) candidates.insert(a.number);
+    const int32_t converters = ucnv_countAvailable();
+    for (int32_t i = 0; i < converters; ++i) {
+        const char* name = ucnv_getAvailableName(i);
+        UErrorCode err = U_ZERO_ERROR;
+        const uint16_t aliases = ucnv_countAliases(name, &err);
+        for (uint16_t k = 0; U_SUCCESS(err) && k < aliases; ++k) {
+            const char* alias = ucnv_getAlias(name, k, &err);
+            if (U_SUCCESS(err) && alias != nullptr) candidates.insert(NumberInAlias(alias));
+        }
+    }
+    // A name is only a hint: the number counts when our own lookup finds a converter for it.
+    int64_t count = 0;
+    for (const unsigned number : candidates) {
+        if (number == 0 || Find(static_cast<unsigned short>(number)) == nullptr) continue;
+        if (count < cap && out != nullptr) out[count] = static_cast<unsigned short>(number);
+        ++count;
+    }
+    return count;
+}
+
+struct BrDecoder {
+    CodePage* table = nullptr;  // single-byte pages convert statelessly through their table
+    UConverter* cnv = nullptr;
+    int64_t offset = 0;         // bytes taken so far
+    // Set up for each call of BrDecode, read by the callback.
+    const char* base = nullptr;
+    int64_t baseOffset = 0;
+    int64_t firstBad = -1;
+};
+
+namespace {
+
+void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes, int32_t length,
+                    UConverterCallbackReason reason, UErrorCode* err) {
+    auto* d = static_cast<BrDecoder*>(const_cast<void*>(ctx));
+    if (reason <= UCNV_IRREGULAR && d->firstBad < 0) {
+        // The source already stands past the bad bytes, which may have begun in an earlier block.
+        d->firstBad = d->baseOffset + (args->source - d->base) - length;
+        if (d->firstBad < 0) d->firstBad = 0;
+    }
+    UCNV_TO_U_CALLBACK_SUBSTITUTE(nullptr, args, bytes, length, reason, err);
+}
+
+}  // namespace
+
+BrDecoder* BrDecoderOpen(unsigned short codePage) {
+    CodePage* cp = Find(codePage);
+    if (cp == nullptr) return nullptr;
+    void* block = UtCcalloc(1, sizeof(BrDecoder));
+    if (block == nullptr) return nullptr;
+    auto* d = new (block) BrDecoder();
+    if (cp->singleByte) {
+        d->table = cp;
+        return d;
+    }
+    d->cnv = OpenIcu(codePage);
+    UErrorCode err = U_ZERO_ERROR;
+    if (d->cnv != nullptr) ucnv_setToUCallBack(d->cnv, DecodeCallback, d, nullptr, nullptr, &err);
+    if (d->cnv == nullptr || U_FAILURE(err)) {
+        BrDecoderClose(d);
+        return nullptr;
+    }
+    return d;
+}
+
+void BrDecoderClose(BrDecoder* decoder) {
+    if (decoder == nullptr) return;
+    if (decoder->cnv != nullptr) ucnv_close(decoder->cnv);
+    decoder->~BrDecoder();
+    UtCfree(decoder);
+}
+
+int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* dst, int64_t cap,
+                 int64_t* read, int64_t* firstBad) {
+    *read = 0;
+    *firstBad = -1;
+    if (n <= 0 && d->table != nullptr) return 0;
+    if (d->table != nullptr) {
+        const int64_t m = n < cap ? n : cap;
+        int64_t replaced = 0;
+        const int64_t got = BrMbToUtf16(d->table->number, src, m, dst, m, &replaced);
+        if (got < 0) return kBrConvNoMemory;
+        for (int64_t k = 0; replaced != 0 && k < got; ++k) {
+            if (dst[k] == u'\uFFFD') {
+                *firstBad = d->offset + k;
+                break;
+            }
+        }
+        d->offset += m;
+        *read = m;
+        return got;
+    }
+    if (n > INT32_MAX || cap > INT32_MAX) return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
+    d->base = src;
+    d->baseOffset = d->offset;
+    d->firstBad = -1;
+    const char* s = src;
+    UChar* t = reinterpret_cast<UChar*>(dst);
+    UErrorCode err = U_ZERO_ERROR;
+    ucnv_toUnicode(d->cnv, &t, reinterpret_cast<UChar*>(dst) + cap, &s, src + n, nullptr, last, &err);
+    *read = s - src;
+    d->offset += *read;
+    *firstBad = d->firstBad;
+    if (U_FAILURE(err) && err != U_BUFFER_OVERFLOW_ERROR) return kBrConvNoMemory;
+    return t - reinterpret_cast<UChar*>(dst);
+}
+
 int BrCodePageMaxBytes(unsigned short codePage) {
     const CodePage* cp = Find(codePage);
     return cp != nullptr ? cp->maxBytes : 0;
@@ -422,6 +563,23 @@ int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int
     if (err == U_BUFFER_OVERFLOW_ERROR) return -static_cast<int64_t>(count);
     if (U_FAILURE(err)) return 0;
     return count;
+}
+
+int64_t BrNormalizeBoundary(int form, const char16_t* src, int64_t n) {
+    const UNormalizer2* norm = NormalizerFor(form);
+    if (norm == nullptr || src == nullptr) return 0;
+    for (int64_t end = n; end > 0;) {
+        int64_t start = end - 1;
+        UChar32 c = src[start];
+        if (U16_IS_TRAIL(c) && start > 0 && U16_IS_LEAD(src[start - 1])) {
+            --start;
+            c = U16_GET_SUPPLEMENTARY(src[start], src[start + 1]);
+        }
+        if (start == 0) return 0;
+        if (unorm2_hasBoundaryBefore(norm, c)) return start;
+        end = start;
+    }
+    return 0;
 }
 
 int BrWcsICmp(const char16_t* a, const char16_t* b) {

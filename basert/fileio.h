@@ -13,3 +13,14 @@ BASERT_API int64_t UtFileSize64(FILE* file);
 
 // Whether the stream writes to or reads from a terminal (so that progress may be drawn on it).
 BASERT_API bool UtFileIsTerminal(FILE* file);
+
+// What an open stream is connected to, as UtFileKind tells it.
+enum UtFileKindValue : int {
+    kUtFileClosed = 0,     // no stream, or its descriptor is closed or invalid
+    kUtFileRegular = 1,
+    kUtFileDirectory = 2,  // opening a directory for reading succeeds on some systems; reads fail
+    kUtFileDevice = 3,     // a character or block device (a terminal, /dev/null)
+    kUtFilePipe = 4,       // a pipe or socket
+    kUtFileOther = 5,
+};
+BASERT_API UtFileKindValue UtFileKind(FILE* file);

@@ -1,282 +1,756 @@
 #include "recode.h"
 
+#include <bit>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <random>
-#include <sstream>
-#include <vector>
+#include <new>
 
+#include "basert/codepage.h"
 #include "basert/memory.h"
+#include "codepages.h"
 #include "kbase/text/UtCString.h"
 
 namespace kbase_tool {
 
 namespace {
 
-constexpr size_t kMaxInputBytes = size_t{1} << 30;  // the string class counts in 32 bits
+const char* const kWho = "kbase recode";
 
+// Units kept back waiting for a normalisation boundary before the text is normalised in pieces
+// anyway (only a made-up text has a million combining marks in a row).
+constexpr int64_t kMaxNormalizationCarry = int64_t{1} << 22;
+
+constexpr int kUtf8 = 65001;
 bool IsUtf16(int cp) { return cp == 1200 || cp == 1201; }
+bool IsUtf32(int cp) { return cp == 12000 || cp == 12001; }
+bool IsHighSurrogate(char32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool IsLowSurrogate(char32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
-bool ReadAll(std::istream& in, std::string& bytes) {
-    std::ostringstream buf;
-    buf << in.rdbuf();
-    if (in.bad()) return false;
-    bytes = std::move(buf).str();
-    return true;
+// A growable array in a block of the runtime, so that a test can make its allocation fail.
+template <typename T>
+class Buffer {
+public:
+    Buffer() = default;
+    ~Buffer() { UtFreeMemory(data_); }
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+
+    // Makes room for n elements, keeping the content; false when memory is refused.
+    [[nodiscard]] bool Reserve(int64_t n) {
+        if (n <= capacity_) return true;
+        T* p = data_;
+        if (UtAllocMemoryBlockT(&p, static_cast<uint64_t>(n)) != kUtMemOk) return false;
+        data_ = p;
+        capacity_ = n;
+        return true;
+    }
+    T* data() { return data_; }
+    int64_t capacity() const { return capacity_; }
+
+private:
+    T* data_ = nullptr;
+    int64_t capacity_ = 0;
+};
+
+void AppendUtf8(std::string& s, char32_t c) {
+    if (c < 0x80) {
+        s += static_cast<char>(c);
+    } else if (c < 0x800) {
+        s += static_cast<char>(0xC0 | (c >> 6));
+        s += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        s += static_cast<char>(0xE0 | (c >> 12));
+        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        s += static_cast<char>(0xF0 | (c >> 18));
+        s += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (c & 0x3F));
+    }
 }
 
-// The code page a byte-order mark announces, or 0.
-int CodePageFromMark(const std::string& b) {
-    if (b.size() >= 3 && b.compare(0, 3, "\xEF\xBB\xBF") == 0) return 65001;
-    if (b.size() >= 2 && b[0] == '\xFF' && b[1] == '\xFE') return 1200;
-    if (b.size() >= 2 && b[0] == '\xFE' && b[1] == '\xFF') return 1201;
+// "U+00E4 'ä'"; controls and noncharacters are shown by number only.
+std::string Describe(char32_t c) {
+    char number[16];
+    std::snprintf(number, sizeof number, "U+%04X", static_cast<unsigned>(c));
+    std::string s = number;
+    const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
+    const bool noncharacter = (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE;
+    if (!control && !noncharacter) {
+        s += " '";
+        AppendUtf8(s, c);
+        s += "'";
+    }
+    return s;
+}
+
+// Line and column (from 1; columns in characters) of the next character of a text seen in pieces.
+class TextPosition {
+public:
+    // Moves past n units: UTF-8 bytes or UTF-16 units of well-formed text.
+    template <typename Unit>
+    void Advance(const Unit* s, int64_t n) {
+        int64_t lines = 0;
+        for (int64_t i = 0; i < n; ++i) lines += s[i] == Unit('\n');
+        int64_t from = 0;
+        if (lines != 0) {
+            line_ += lines;
+            column_ = 1;
+            from = n;
+            while (s[from - 1] != Unit('\n')) --from;
+        }
+        for (int64_t i = from; i < n; ++i) column_ += !IsContinuation(s[i]);
+    }
+    std::string Text() const {
+        return "line " + std::to_string(line_) + ", column " + std::to_string(column_);
+    }
+
+private:
+    static bool IsContinuation(char b) { return (static_cast<unsigned char>(b) & 0xC0) == 0x80; }
+    static bool IsContinuation(char16_t u) { return IsLowSurrogate(u); }
+
+    int64_t line_ = 1, column_ = 1;
+};
+
+// Why a walk over UTF-8 stopped before the end of its bytes.
+enum class Utf8Stop { kEnd, kCut, kMalformed, kSink };
+
+constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+
+// How many of the eight bytes loaded into w come before the first one with its high bit set
+// (high = w & kHighBits, not 0).
+int AsciiBytesBefore(uint64_t high) {
+    if constexpr (std::endian::native == std::endian::little) return std::countr_zero(high) / 8;
+    return std::countl_zero(high) / 8;
+}
+
+// Walks UTF-8 bytes src[0..n). ASCII goes to the sink eight bytes at a time as sink.Ascii8(p, k):
+// eight bytes are readable at p, the first k of them ASCII and taken; the sink may write output for
+// all eight but keeps k. In the last seven bytes, sink.Ascii1(byte) takes ASCII one byte at a time.
+// Every other character goes to sink.Char(codePoint), which returns false to stop before it. Stops
+// before a sequence that the end cuts off (unless last: then it is malformed) and at the first
+// malformed sequence (overlong, surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
+template <typename Sink>
+int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& stop) {
+    const auto* s = reinterpret_cast<const unsigned char*>(src);
+    int64_t i = 0;
+    while (i < n) {
+        if (i + 8 <= n) {
+            uint64_t w;
+            std::memcpy(&w, s + i, 8);
+            const uint64_t high = w & kHighBits;
+            const int ascii = high == 0 ? 8 : AsciiBytesBefore(high);
+            if (ascii != 0) {
+                sink.Ascii8(src + i, ascii);
+                i += ascii;
+                continue;
+            }
+        } else if (s[i] < 0x80) {
+            sink.Ascii1(src[i]);
+            ++i;
+            continue;
+        }
+        const unsigned char lead = s[i];
+        int length = 0;
+        char32_t c = 0;
+        unsigned char low = 0x80, high = 0xBF;  // range of the second byte
+        if (lead >= 0xC2 && lead <= 0xDF) {
+            length = 2;
+            c = lead & 0x1F;
+        } else if (lead >= 0xE0 && lead <= 0xEF) {
+            length = 3;
+            c = lead & 0x0F;
+            if (lead == 0xE0) low = 0xA0;   // overlong
+            if (lead == 0xED) high = 0x9F;  // surrogates
+        } else if (lead >= 0xF0 && lead <= 0xF4) {
+            length = 4;
+            c = lead & 0x07;
+            if (lead == 0xF0) low = 0x90;   // overlong
+            if (lead == 0xF4) high = 0x8F;  // above U+10FFFF
+        } else {
+            stop = Utf8Stop::kMalformed;
+            return i;
+        }
+        for (int k = 1; k < length; ++k) {
+            if (i + k >= n) {
+                stop = last ? Utf8Stop::kMalformed : Utf8Stop::kCut;
+                return i;
+            }
+            const unsigned char b = s[i + k];
+            if (b < (k == 1 ? low : 0x80) || b > (k == 1 ? high : 0xBF)) {
+                stop = Utf8Stop::kMalformed;
+                return i;
+            }
+            c = (c << 6) | (b & 0x3F);
+        }
+        if (!sink.Char(c)) {
+            stop = Utf8Stop::kSink;
+            return i;
+        }
+        i += length;
+    }
+    stop = Utf8Stop::kEnd;
+    return i;
+}
+
+// A sink that only validates.
+struct Utf8Check {
+    void Ascii8(const char*, int) {}
+    void Ascii1(char) {}
+    bool Char(char32_t) { return true; }
+};
+
+// A sink that writes UTF-16: room for as many units as bytes, and eight more.
+struct Utf8ToUtf16 {
+    char16_t* out;
+    void Ascii8(const char* p, int k) {
+        for (int j = 0; j < 8; ++j) out[j] = static_cast<unsigned char>(p[j]);
+        out += k;
+    }
+    void Ascii1(char b) { *out++ = static_cast<unsigned char>(b); }
+    bool Char(char32_t c) {
+        if (c < 0x10000) {
+            *out++ = static_cast<char16_t>(c);
+        } else {
+            *out++ = static_cast<char16_t>(0xD7C0 + (c >> 10));
+            *out++ = static_cast<char16_t>(0xDC00 | (c & 0x3FF));
+        }
+        return true;
+    }
+};
+
+// The tables of an ASCII-compatible single-byte code page, read from the conversion layer so that
+// the direct paths give the same bytes as converting through UTF-16.
+class SingleByteTables {
+public:
+    // Builds them for cp; false when memory is refused.
+    [[nodiscard]] bool Build(int cp, bool withReverse) {
+        for (int b = 0; b < 256; ++b) {
+            const char byte = static_cast<char>(b);
+            char16_t u = 0;
+            int64_t replaced = 0;
+            if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1) return false;
+            toUnicode_[b] = replaced == 0 ? u : u'\uFFFD';
+            std::string utf8;
+            AppendUtf8(utf8, u);
+            utf8_[b].length = replaced == 0 ? static_cast<uint8_t>(utf8.size()) : 0;
+            std::memcpy(utf8_[b].bytes, utf8.data(), utf8.size());
+        }
+        if (!withReverse) return true;
+        if (!fromUnicode_.Reserve(65536)) return false;
+        std::memset(fromUnicode_.data(), 0, 65536);
+        for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two stand for one character
+            if (toUnicode_[b] != u'\uFFFD') fromUnicode_.data()[toUnicode_[b]] = static_cast<uint8_t>(b);
+        }
+        return true;
+    }
+    // Copied four bytes at a time: the length rides in the fourth.
+    struct Utf8 {
+        char bytes[3];
+        uint8_t length;  // 0: the byte is no character of the page
+    };
+    const Utf8& ToUtf8(unsigned char b) const { return utf8_[b]; }
+    // The byte of a character (not U+0000), or 0 when the page lacks it.
+    uint8_t FromUnicode(char32_t c) { return c < 0x10000 ? fromUnicode_.data()[c] : 0; }
+
+private:
+    char16_t toUnicode_[256] = {};
+    Utf8 utf8_[256] = {};
+    Buffer<uint8_t> fromUnicode_;
+};
+
+// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and eight
+// more); a character the page lacks stops it or, with replace, becomes '?'.
+struct Utf8ToSingleByte {
+    SingleByteTables& tables;
+    bool replace;
+    char* out;
+    char32_t missing = 0;
+    void Ascii8(const char* p, int k) {
+        std::memcpy(out, p, 8);
+        out += k;
+    }
+    void Ascii1(char b) { *out++ = b; }
+    bool Char(char32_t c) {
+        uint8_t b = tables.FromUnicode(c);
+        if (b == 0) {
+            if (!replace) {
+                missing = c;
+                return false;
+            }
+            b = '?';
+        }
+        *out++ = static_cast<char>(b);
+        return true;
+    }
+};
+
+// The mark a UTF encoding writes first.
+std::string MarkOf(int cp) {
+    switch (cp) {
+        case kUtf8: return "\xEF\xBB\xBF";
+        case 1200: return "\xFF\xFE";
+        case 1201: return "\xFE\xFF";
+        case 12000: return std::string("\xFF\xFE\0\0", 4);
+        case 12001: return std::string("\0\0\xFE\xFF", 4);
+        default: return "";
+    }
+}
+
+bool StartsWith(const char* bytes, int64_t n, const std::string& prefix) {
+    return !prefix.empty() && n >= static_cast<int64_t>(prefix.size()) &&
+           std::memcmp(bytes, prefix.data(), prefix.size()) == 0;
+}
+
+// Windows' numbers of the normalisation forms, or 0.
+int NormalizationForm(const std::string& name) {
+    if (name == "C") return 1;
+    if (name == "D") return 2;
+    if (name == "KC") return 5;
+    if (name == "KD") return 6;
     return 0;
 }
 
-std::u16string Utf16FromBytes(const std::string& bytes, bool bigEndian) {
-    std::u16string w(bytes.size() / 2, u'\0');
-    for (size_t i = 0; i < w.size(); ++i) {
-        const auto lo = static_cast<unsigned char>(bytes[2 * i + (bigEndian ? 1 : 0)]);
-        const auto hi = static_cast<unsigned char>(bytes[2 * i + (bigEndian ? 0 : 1)]);
-        w[i] = static_cast<char16_t>(lo | (hi << 8));
-    }
-    return w;
+class Recoder {
+public:
+    Recoder(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& err)
+        : o_(o), in_(in), out_(out), err_(err) {}
+    ~Recoder() { BrDecoderClose(decoder_); }
+    Recoder(const Recoder&) = delete;
+    Recoder& operator=(const Recoder&) = delete;
+
+    int Run();
+
+private:
+    int Fill();
+    void Consume(int64_t n);
+    int ResolveSource();
+    int OutOfMemory();
+    int Malformed(int64_t offset, const char* what);
+    int Unrepresentable(char32_t c);
+    bool Write(const char* data, int64_t n) { return out_.Write(data, static_cast<size_t>(n)); }
+
+    int CopyUtf8();
+    int SingleByteToUtf8();
+    int Utf8ToSingleByteDirect();
+    int ThroughUtf16();
+    int Decode(int64_t& units);
+    int DecodeUtf16(char16_t* dst, int64_t& units);
+    int Normalize(const char16_t* text, int64_t n, int64_t& written);
+    int Encode(const char16_t* text, int64_t n);
+    int64_t FirstUnrepresentable(const char16_t* text, int64_t n);
+
+    const RecodeOptions& o_;
+    InputFile& in_;
+    OutputFile& out_;
+    std::ostream& err_;
+    int from_ = 0, to_ = 0, form_ = 0;
+
+    // Bytes read and not yet converted: bytes_[0..have_) stands at offset start_ of the input.
+    Buffer<char> bytes_;
+    int64_t have_ = 0, start_ = 0;
+    bool end_ = false;  // the input has no more bytes than those in bytes_
+
+    BrDecoder* decoder_ = nullptr;
+    int64_t decoderStart_ = 0;  // offset of the first byte given to the decoder
+    Buffer<char16_t> units_, normalized_;
+    int64_t carry_ = 0;  // units_[0..carry_) wait for a normalisation boundary
+    Buffer<char> encoded_;
+    TextPosition position_;  // of the next character given to the encoder
+};
+
+int Recoder::OutOfMemory() {
+    err_ << kWho << ": out of memory\n";
+    return kExitIo;
 }
 
-std::string BytesFromUtf16(const char16_t* w, size_t n, bool bigEndian) {
-    std::string b(n * 2, '\0');
-    for (size_t i = 0; i < n; ++i) {
-        b[2 * i + (bigEndian ? 1 : 0)] = static_cast<char>(w[i] & 0xFF);
-        b[2 * i + (bigEndian ? 0 : 1)] = static_cast<char>(w[i] >> 8);
-    }
-    return b;
+int Recoder::Malformed(int64_t offset, const char* what) {
+    err_ << kWho << ": the input is not valid text in code page " << from_ << ": " << what
+         << " at byte offset " << offset << "\n";
+    return kExitContent;
 }
 
-// Line and column (1-based, in characters) of character index i of a UTF-16 text.
-std::string Where(const std::u16string& text, size_t i) {
-    size_t line = 1, column = 1;
-    for (size_t k = 0; k < i && k < text.size(); ++k) {
-        if (text[k] == u'\n') {
-            ++line;
-            column = 1;
-        } else if (!(text[k] >= 0xDC00 && text[k] <= 0xDFFF)) {
-            ++column;
+int Recoder::Unrepresentable(char32_t c) {
+    err_ << kWho << ": " << position_.Text() << ": " << Describe(c)
+         << " cannot be represented in code page " << to_ << " (use --replace to write '?')\n";
+    return kExitContent;
+}
+
+// Reads the next block after the bytes still waiting.
+int Recoder::Fill() {
+    const int64_t block = o_.blockSize > 0 ? o_.blockSize : 1;
+    if (!bytes_.Reserve(have_ + block)) return OutOfMemory();
+    const int64_t got = in_.Read(bytes_.data() + have_, block);
+    if (got < 0) return kExitIo;
+    have_ += got;
+    end_ = got < block;
+    return kExitOk;
+}
+
+void Recoder::Consume(int64_t n) {
+    std::memmove(bytes_.data(), bytes_.data() + n, static_cast<size_t>(have_ - n));
+    have_ -= n;
+    start_ += n;
+}
+
+// Settles the source code page from the options and the mark, and drops a mark that is no text.
+int Recoder::ResolveSource() {
+    const char* b = bytes_.data();
+    from_ = o_.from;
+    if (from_ == 0) {
+        for (const int cp : {kUtf8, 1200, 1201}) {
+            if (StartsWith(b, have_, MarkOf(cp))) from_ = cp;
+        }
+        if (from_ == 0) from_ = UtCString::systemEncodingType();
+        if (!CodePageAvailable(from_)) {
+            err_ << kWho << ": the system code page " << from_ << " is unknown; give --from\n";
+            return kExitUsage;
         }
     }
-    return "line " + std::to_string(line) + ", column " + std::to_string(column);
-}
-
-std::string CodePointName(const std::u16string& text, size_t i) {
-    char32_t c = text[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size()) {
-        c = 0x10000 + ((c - 0xD800) << 10) + (text[i + 1] - 0xDC00);
+    // A UTF-16 or UTF-32 text marked in the other byte order is in that order.
+    if (IsUtf16(from_) || IsUtf32(from_)) {
+        const int other = from_ ^ 1;
+        if (StartsWith(b, have_, MarkOf(other))) from_ = other;
     }
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "U+%04X", static_cast<unsigned>(c));
-    const UtCString one(text.substr(i, c > 0xFFFF ? 2 : 1), eUtEncodingTypeUtf8);
-    return std::string(buf) + " '" + one.GetUtf8String(0) + "'";
+    if (StartsWith(b, have_, MarkOf(from_))) Consume(static_cast<int64_t>(MarkOf(from_).size()));
+    return kExitOk;
 }
 
-// First character of the text that the code page cannot hold, or npos.
-size_t FirstUnrepresentable(const std::u16string& text, int cp) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool pair = text[i] >= 0xD800 && text[i] <= 0xDBFF && i + 1 < text.size();
-        UtCString one(text.substr(i, pair ? 2 : 1), eUtEncodingTypeUtf16);
-        if (!one.ToAnsiIfRepresentable(static_cast<eUtEncodingType>(cp))) return i;
-        if (pair) ++i;
+int Recoder::Run() {
+    to_ = o_.to;
+    form_ = NormalizationForm(o_.normalize);
+    do {  // a mark has up to four bytes
+        if (int rc = Fill(); rc != kExitOk) return rc;
+    } while (have_ < 4 && !end_);
+    if (int rc = ResolveSource(); rc != kExitOk) return rc;
+    if (o_.mark) {
+        const std::string mark = MarkOf(to_);
+        if (!Write(mark.data(), static_cast<int64_t>(mark.size()))) return kExitIo;
     }
-    return std::u16string::npos;
+    int rc = kExitOk;
+    const bool plain = form_ == 0;
+    const auto singleByte = [](int cp) {
+        return BrCodePageIsSingleByte(static_cast<unsigned short>(cp)) &&
+               BrCodePageIsAsciiCompatible(static_cast<unsigned short>(cp));
+    };
+    if (plain && from_ == kUtf8 && to_ == kUtf8) {
+        rc = CopyUtf8();
+    } else if (plain && to_ == kUtf8 && singleByte(from_)) {
+        rc = SingleByteToUtf8();
+    } else if (plain && from_ == kUtf8 && singleByte(to_)) {
+        rc = Utf8ToSingleByteDirect();
+    } else {
+        rc = ThroughUtf16();
+    }
+    if (rc != kExitOk) return rc;
+    return out_.Commit() ? kExitOk : kExitIo;
 }
 
-// Decodes the input into a UTF-16 string; false (with a message) for malformed input.
-bool Decode(const std::string& bytes, int from, UtCString& text, std::ostream& err) {
-    if (IsUtf16(from)) {
-        if (bytes.size() % 2 != 0) {
-            err << "kbase recode: the input has an odd number of bytes, so it is not UTF-16\n";
-            return false;
+// ---- direct paths: the same bytes as through UTF-16, without it -------------------------------
+
+int Recoder::CopyUtf8() {
+    for (;;) {
+        Utf8Check check;
+        Utf8Stop stop;
+        const int64_t valid = WalkUtf8(bytes_.data(), have_, end_, check, stop);
+        if (stop == Utf8Stop::kMalformed) return Malformed(start_ + valid, "malformed UTF-8");
+        if (!Write(bytes_.data(), valid)) return kExitIo;
+        Consume(valid);
+        if (end_) return kExitOk;
+        if (int rc = Fill(); rc != kExitOk) return rc;
+    }
+}
+
+int Recoder::SingleByteToUtf8() {
+    SingleByteTables tables;
+    if (!tables.Build(from_, false)) return OutOfMemory();
+    for (;;) {
+        // Every byte gives at most three; each copy writes four.
+        if (!encoded_.Reserve(3 * have_ + 8)) return OutOfMemory();
+        const auto* s = reinterpret_cast<const unsigned char*>(bytes_.data());
+        char* o = encoded_.data();
+        int64_t i = 0;
+        // Eight bytes at a time: ASCII as it is, others through the table without a branch.
+        for (; i + 8 <= have_; i += 8) {
+            uint64_t w;
+            std::memcpy(&w, s + i, 8);
+            if ((w & kHighBits) == 0) {
+                std::memcpy(o, &w, 8);
+                o += 8;
+                continue;
+            }
+            char* const start = o;
+            bool hole = false;
+            for (int k = 0; k < 8; ++k) {
+                const SingleByteTables::Utf8& u = tables.ToUtf8(s[i + k]);
+                std::memcpy(o, &u, 4);
+                o += u.length;
+                hole = hole || u.length == 0;
+            }
+            if (hole) {  // the last eight again, one at a time, to stop at the hole
+                o = start;
+                break;
+            }
         }
-        text = UtCString(Utf16FromBytes(bytes, from == 1201), eUtEncodingTypeUtf16);
-        return true;
+        for (; i < have_; ++i) {
+            const SingleByteTables::Utf8& u = tables.ToUtf8(s[i]);
+            if (u.length == 0) {
+                if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
+                return Malformed(start_ + i, "a byte the code page does not assign");
+            }
+            std::memcpy(o, &u, 4);
+            o += u.length;
+        }
+        if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
+        Consume(have_);
+        if (end_) return kExitOk;
+        if (int rc = Fill(); rc != kExitOk) return rc;
     }
-    // The encoding class reports replaced sequences, which the string would hide.
-    const UtCUtf::Result r = UtCUtf::Convert(bytes.data(), static_cast<int64_t>(bytes.size()),
-                                             static_cast<unsigned short>(from), eUtEncodingTypeUtf16);
-    const bool clean = r.ok && r.replaced == 0;
-    UtFreeMemory(r.text);
-    if (!r.ok) {
-        err << "kbase recode: out of memory while reading the input\n";
-        return false;
-    }
-    if (!clean) {
-        err << "kbase recode: the input is not valid text in code page " << from << " ("
-            << r.replaced << " malformed or unassigned sequence" << (r.replaced == 1 ? "" : "s") << ")\n";
-        return false;
-    }
-    text = UtCString(bytes.data(), static_cast<int>(bytes.size()), static_cast<eUtEncodingType>(from),
-                     eUtEncodingTypeUtf16);
-    return true;
 }
 
-bool Normalize(UtCString& text, const std::string& form, std::ostream& err) {
-    if (form.empty()) return true;
-    const bool compat = form.size() == 2 && form[0] == 'K';
-    const char f = form.back();
-    if (!(form == "C" || form == "D" || form == "KC" || form == "KD")) {
-        err << "kbase recode: unknown normalisation form '" << form << "' (use C, D, KC or KD)\n";
-        return false;
+int Recoder::Utf8ToSingleByteDirect() {
+    SingleByteTables tables;
+    if (!tables.Build(to_, true)) return OutOfMemory();
+    for (;;) {
+        if (!encoded_.Reserve(have_ + 8)) return OutOfMemory();
+        Utf8ToSingleByte sink{tables, o_.replace, encoded_.data()};
+        Utf8Stop stop;
+        const int64_t walked = WalkUtf8(bytes_.data(), have_, end_, sink, stop);
+        if (!Write(encoded_.data(), sink.out - encoded_.data())) return kExitIo;
+        if (stop == Utf8Stop::kMalformed) return Malformed(start_ + walked, "malformed UTF-8");
+        position_.Advance(bytes_.data(), walked);
+        if (stop == Utf8Stop::kSink) return Unrepresentable(sink.missing);
+        Consume(walked);
+        if (end_) return kExitOk;
+        if (int rc = Fill(); rc != kExitOk) return rc;
     }
-    if (text.IsEmpty()) return true;
-    if (!text.NormalizeForm(f, compat)) {
-        err << "kbase recode: the text could not be normalised (malformed UTF-16?)\n";
-        return false;
-    }
-    return true;
 }
 
-// Encodes the UTF-16 text into the target's bytes.
-int Encode(const UtCString& text, const RecodeOptions& o, std::string& bytes, std::ostream& err) {
-    if (IsUtf16(o.to)) {
-        const std::u16string w = text.GetUtf16String();
-        bytes = o.mark ? BytesFromUtf16(u"\uFEFF", 1, o.to == 1201) : std::string();
-        bytes += BytesFromUtf16(w.data(), w.size(), o.to == 1201);
+// ---- through UTF-16: every other pair, and normalisation ----------------------------------------
+
+int Recoder::ThroughUtf16() {
+    if (!IsUtf16(from_) && from_ != kUtf8) {
+        decoder_ = BrDecoderOpen(static_cast<unsigned short>(from_));
+        if (decoder_ == nullptr) return OutOfMemory();  // the code page was checked before
+        decoderStart_ = start_;
+    }
+    for (;;) {
+        int64_t units = 0;  // after the carry
+        if (int rc = Decode(units); rc != kExitOk) return rc;
+        units += carry_;
+        int64_t cut = units;
+        if (form_ != 0 && !end_) {
+            cut = BrNormalizeBoundary(form_, units_.data(), units);
+            if (cut == 0 && units >= kMaxNormalizationCarry) cut = units;
+        }
+        const char16_t* text = units_.data();
+        int64_t n = cut;
+        if (form_ != 0 && cut > 0) {
+            if (int rc = Normalize(units_.data(), cut, n); rc != kExitOk) return rc;
+            text = normalized_.data();
+        }
+        if (int rc = Encode(text, n); rc != kExitOk) return rc;
+        carry_ = units - cut;
+        std::memmove(units_.data(), units_.data() + cut, static_cast<size_t>(carry_) * sizeof(char16_t));
+        if (end_) return kExitOk;
+        if (int rc = Fill(); rc != kExitOk) return rc;
+    }
+}
+
+// Decodes the waiting bytes into units_ after the carry: all of them at the end of the input, else
+// all but a sequence the block cuts off.
+int Recoder::Decode(int64_t& units) {
+    units = 0;
+    if (from_ == kUtf8 || IsUtf16(from_)) {
+        if (!units_.Reserve(carry_ + have_ + 8)) return OutOfMemory();
+        char16_t* dst = units_.data() + carry_;
+        if (IsUtf16(from_)) return DecodeUtf16(dst, units);
+        Utf8ToUtf16 sink{dst};
+        Utf8Stop stop;
+        const int64_t walked = WalkUtf8(bytes_.data(), have_, end_, sink, stop);
+        if (stop == Utf8Stop::kMalformed) return Malformed(start_ + walked, "malformed UTF-8");
+        units = sink.out - dst;
+        Consume(walked);
         return kExitOk;
     }
-    UtCString target(text);
-    const bool ok = o.replace ? target.ToAnsi(static_cast<eUtEncodingType>(o.to))
-                              : target.ToAnsiIfRepresentable(static_cast<eUtEncodingType>(o.to));
-    if (!ok) {
-        const std::u16string w = text.GetUtf16String();
-        const size_t at = FirstUnrepresentable(w, o.to);
-        if (at == std::u16string::npos) {
-            err << "kbase recode: out of memory while converting\n";
-            return kExitIo;
-        }
-        err << "kbase recode: " << Where(w, at) << ": " << CodePointName(w, at)
-            << " cannot be represented in code page " << o.to << " (use --replace to write '?')\n";
-        return kExitLossy;
+    // The decoder keeps a cut sequence itself; a unit bound is not known for every page, so the
+    // buffer grows until a call leaves room.
+    int64_t taken = 0, firstBad = -1;
+    for (;;) {
+        if (!units_.Reserve(carry_ + units + 2 * (have_ - taken) + 64)) return OutOfMemory();
+        const int64_t room = units_.capacity() - carry_ - units;
+        int64_t read = 0, bad = -1;
+        const int64_t got = BrDecode(decoder_, bytes_.data() + taken, have_ - taken, end_,
+                                     units_.data() + carry_ + units, room, &read, &bad);
+        if (got < 0) return OutOfMemory();
+        if (firstBad < 0) firstBad = bad;
+        units += got;
+        taken += read;
+        if (taken == have_ && got < room) break;
     }
-    const char* raw = o.to == 65001 && !o.mark ? target.stringSkipBOM() : target.ptr();
-    bytes.assign(raw, std::strlen(raw));
+    // The decoder counts from the first byte it was given, which is past a mark.
+    if (firstBad >= 0) return Malformed(decoderStart_ + firstBad, "a malformed or unassigned sequence");
+    Consume(taken);
     return kExitOk;
 }
 
-// Writes straight into an existing file that is not a regular file (a device, a pipe): renaming
-// over it would replace the device node itself.
-int WriteSpecialFile(const std::string& path, const std::string& bytes, std::ostream& err) {
-    std::ofstream f(path, std::ios::binary | std::ios::app);
-    if (f) {
-        f.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        f.flush();
+// UTF-16 in either byte order, checked: a surrogate must be half of a pair.
+int Recoder::DecodeUtf16(char16_t* dst, int64_t& units) {
+    const auto* s = reinterpret_cast<const unsigned char*>(bytes_.data());
+    const int hi = from_ == 1201 ? 0 : 1;
+    int64_t n = have_ / 2;
+    for (int64_t i = 0; i < n; ++i) {
+        dst[i] = static_cast<char16_t>(s[2 * i + hi] << 8 | s[2 * i + (1 - hi)]);
     }
-    if (!f) {
-        err << "kbase recode: cannot write '" << path << "': " << std::strerror(errno) << "\n";
-        return kExitIo;
+    for (int64_t i = 0; i < n; ++i) {
+        if (!IsHighSurrogate(dst[i]) && !IsLowSurrogate(dst[i])) continue;
+        if (IsHighSurrogate(dst[i]) && i + 1 < n && IsLowSurrogate(dst[i + 1])) {
+            ++i;
+        } else if (IsHighSurrogate(dst[i]) && i + 1 == n && !end_) {
+            n = i;  // the pair's other half is in the next block
+        } else {
+            return Malformed(start_ + 2 * i, "an unpaired surrogate");
+        }
     }
+    if (end_ && have_ % 2 != 0) return Malformed(start_ + have_ - 1, "an odd number of bytes (UTF-16 has pairs)");
+    units = n;
+    Consume(2 * n);
     return kExitOk;
 }
 
-// Writes to a temporary file beside the target and renames it into place.
-int WriteFileAtomically(const std::string& path, const std::string& bytes, std::ostream& err) {
-    namespace fs = std::filesystem;
-    const fs::path target(path);
-    std::error_code statError;
-    const fs::file_status status = fs::status(target, statError);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        if (fs::is_directory(status)) {
-            err << "kbase recode: '" << path << "' is a folder\n";
-            return kExitIo;
+int Recoder::Normalize(const char16_t* text, int64_t n, int64_t& written) {
+    if (!normalized_.Reserve(BrNormalize(form_, text, n, nullptr, 0))) return OutOfMemory();
+    for (;;) {
+        const int64_t got = BrNormalize(form_, text, n, normalized_.data(), normalized_.capacity());
+        if (got > 0) {
+            written = got;
+            return kExitOk;
         }
-        return WriteSpecialFile(path, bytes, err);
+        // The text is well-formed (every decoder checks), so only memory can fail.
+        if (got == 0 || !normalized_.Reserve(-got)) return OutOfMemory();
     }
-    std::random_device rd;
-    std::string tmpName(1, '.');
-    tmpName += target.filename().string();
-    tmpName += ".kbase-";
-    tmpName += std::to_string(rd());
-    tmpName += ".tmp";
-    const fs::path tmp = target.parent_path() / tmpName;
-    {
-        std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
-        if (!f) {
-            err << "kbase recode: cannot create '" << path << "': " << std::strerror(errno) << "\n";
-            return kExitIo;
-        }
-        f.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        f.flush();
-        if (!f) {
-            const int e = errno;
-            f.close();
-            std::error_code ec;
-            fs::remove(tmp, ec);
-            err << "kbase recode: cannot write '" << path << "': " << std::strerror(e) << "\n";
-            return kExitIo;
-        }
+}
+
+void BytesFromUtf16(const char16_t* text, int64_t n, bool bigEndian, char* out) {
+    const int hi = bigEndian ? 0 : 1;
+    for (int64_t i = 0; i < n; ++i) {
+        out[2 * i + hi] = static_cast<char>(text[i] >> 8);
+        out[2 * i + (1 - hi)] = static_cast<char>(text[i] & 0xFF);
     }
-    std::error_code ec;
-    fs::rename(tmp, target, ec);
-    if (ec) {
-        fs::remove(tmp, ec);
-        err << "kbase recode: cannot replace '" << path << "': " << ec.message() << "\n";
+}
+
+int Recoder::Encode(const char16_t* text, int64_t n) {
+    if (n == 0) return kExitOk;
+    if (IsUtf16(to_)) {
+        if (!encoded_.Reserve(2 * n)) return OutOfMemory();
+        BytesFromUtf16(text, n, to_ == 1201, encoded_.data());
+        position_.Advance(text, n);
+        return Write(encoded_.data(), 2 * n) ? kExitOk : kExitIo;
+    }
+    const auto cp = static_cast<unsigned short>(to_);
+    if (!encoded_.Reserve(n * BrCodePageMaxBytes(cp) + 1)) return OutOfMemory();
+    int64_t replaced = 0;
+    const int64_t got = BrUtf16ToMb(cp, text, n, encoded_.data(), encoded_.capacity(), &replaced);
+    if (got < 0) return OutOfMemory();
+    if (replaced != 0 && !o_.replace) {
+        const int64_t at = FirstUnrepresentable(text, n);
+        if (at < 0) return OutOfMemory();
+        position_.Advance(text, at);
+        char32_t c = text[at];
+        if (IsHighSurrogate(c) && at + 1 < n) c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
+        return Unrepresentable(c);
+    }
+    position_.Advance(text, n);
+    return Write(encoded_.data(), got) ? kExitOk : kExitIo;
+}
+
+// Index of the first character of text[0..n) the target lacks, or -1 when none is found (the
+// conversion failed for memory then). Slices narrow the search before single characters are tried.
+int64_t Recoder::FirstUnrepresentable(const char16_t* text, int64_t n) {
+    const auto cp = static_cast<unsigned short>(to_);
+    const auto replacedIn = [&](int64_t from, int64_t count) {
+        int64_t replaced = 0;
+        if (!encoded_.Reserve(count * BrCodePageMaxBytes(cp) + 1)) return int64_t{-1};
+        if (BrUtf16ToMb(cp, text + from, count, encoded_.data(), encoded_.capacity(), &replaced) < 0) return int64_t{-1};
+        return replaced;
+    };
+    // A slice never splits a surrogate pair.
+    const auto end = [&](int64_t from, int64_t count) {
+        int64_t e = from + count < n ? from + count : n;
+        if (e < n && IsLowSurrogate(text[e])) ++e;
+        return e;
+    };
+    for (int64_t slice = 0; slice < n;) {
+        const int64_t sliceEnd = end(slice, 4096);
+        const int64_t inSlice = replacedIn(slice, sliceEnd - slice);
+        if (inSlice < 0) return -1;
+        if (inSlice == 0) {
+            slice = sliceEnd;
+            continue;
+        }
+        for (int64_t i = slice; i < sliceEnd;) {
+            const int64_t next = end(i, 1);
+            const int64_t one = replacedIn(i, next - i);
+            if (one < 0) return -1;
+            if (one != 0) return i;
+            i = next;
+        }
+        return -1;
+    }
+    return -1;
+}
+
+int Run(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& err) {
+    try {
+        Recoder recoder(o, in, out, err);
+        return recoder.Run();
+    } catch (const std::bad_alloc&) {
+        err << kWho << ": out of memory\n";
         return kExitIo;
+    }
+}
+
+// The checks that need no file: code pages and form.
+int CheckOptions(const RecodeOptions& o, std::ostream& err) {
+    // Only the source may be left to the mark (0).
+    const int unknown = o.from != 0 && !CodePageAvailable(o.from) ? o.from : !CodePageAvailable(o.to) ? o.to : 0;
+    if (unknown != 0 || o.to == 0) {
+        err << kWho << ": unknown code page " << unknown << " (kbase recode --list shows the known ones)\n";
+        return kExitUsage;
+    }
+    if (!o.normalize.empty() && NormalizationForm(o.normalize) == 0) {
+        err << kWho << ": unknown normalisation form '" << o.normalize << "' (use C, D, KC or KD)\n";
+        return kExitUsage;
     }
     return kExitOk;
 }
 
 }  // namespace
 
-int Recode(const RecodeOptions& o, std::istream& in, std::ostream& out, std::ostream& err) {
-    for (const int cp : {o.from, o.to}) {
-        if (cp != 0 && !UtCUtf::IsAvailable(static_cast<unsigned short>(cp))) {
-            err << "kbase recode: unknown code page " << cp << "\n";
-            return kExitUsage;
-        }
-    }
-    std::string bytes;
-    if (o.input == "-") {
-        if (!ReadAll(in, bytes)) {
-            err << "kbase recode: cannot read standard input\n";
-            return kExitIo;
-        }
-    } else {
-        std::ifstream f(o.input, std::ios::binary);
-        if (!f) {
-            err << "kbase recode: cannot open '" << o.input << "': " << std::strerror(errno) << "\n";
-            return kExitIo;
-        }
-        if (!ReadAll(f, bytes)) {
-            err << "kbase recode: cannot read '" << o.input << "'\n";
-            return kExitIo;
-        }
-    }
-    if (bytes.size() > kMaxInputBytes) {
-        err << "kbase recode: the input is larger than 1 GiB\n";
-        return kExitIo;
-    }
-    int from = o.from;
-    const int marked = CodePageFromMark(bytes);
-    if (from == 0) from = marked != 0 ? marked : UtCString::systemEncodingType();
-    // A mark that agrees with the source encoding is not text.
-    if (marked == from && IsUtf16(from)) bytes.erase(0, 2);
+int Recode(const RecodeOptions& o, std::ostream& err) {
+    if (int rc = CheckOptions(o, err); rc != kExitOk) return rc;
+    InputFile in;
+    OutputFile out;
+    // A standard stream is checked before any file is opened: a closed one's descriptor would be
+    // taken by that file. Opening "-" opens nothing, so it goes first.
+    const auto openIn = [&] { return in.Open(o.input, kWho, err); };
+    const auto openOut = [&] { return out.Open(o.output, kWho, err); };
+    const bool outFirst = o.output == "-";
+    if (int rc = outFirst ? openOut() : openIn(); rc != kExitOk) return rc;
+    if (int rc = outFirst ? openIn() : openOut(); rc != kExitOk) return rc;
+    return Run(o, in, out, err);
+}
 
-    UtCString text(eUtEncodingTypeUtf16);
-    if (!Decode(bytes, from, text, err)) return kExitLossy;
-    if (!Normalize(text, o.normalize, err)) return o.normalize.empty() ? kExitLossy : kExitUsage;
-    std::string encoded;
-    if (const int rc = Encode(text, o, encoded, err); rc != kExitOk) return rc;
-
-    if (o.output == "-") {
-        out.write(encoded.data(), static_cast<std::streamsize>(encoded.size()));
-        out.flush();
-        if (!out) {
-            err << "kbase recode: cannot write standard output\n";
-            return kExitIo;
-        }
-        return kExitOk;
-    }
-    return WriteFileAtomically(o.output, encoded, err);
+int Recode(const RecodeOptions& o, std::istream& input, std::ostream& output, std::ostream& err) {
+    if (int rc = CheckOptions(o, err); rc != kExitOk) return rc;
+    InputFile in;
+    OutputFile out;
+    if (int rc = in.Open(o.input, kWho, err, input); rc != kExitOk) return rc;
+    if (int rc = out.Open(o.output, kWho, err, output); rc != kExitOk) return rc;
+    return Run(o, in, out, err);
 }
 
 }  // namespace kbase_tool
