@@ -73,16 +73,24 @@ int main(int argc, char** argv) {
             "csv",
             "Describe a delimiter-separated file: the guessed delimiter, the title lines, each column's\n"
             "kinds (whole number, real, text), decimal commas, the row count. With --sum, --group or\n"
-            "--sort, print the grouped totals or the sorted rows as CSV instead. Columns are named by\n"
-            "the header (the last title line) or numbered from 1; COL:desc sorts descending.");
+            "--sort, print the grouped totals or the sorted rows as CSV instead (RFC 4180, UTF-8, the\n"
+            "file's delimiter). Columns are named by the header (the last title line) or numbered\n"
+            "from 1; COL:desc sorts descending. Quoted fields are read as RFC 4180 says. The file is\n"
+            "read once (- is standard input); memory grows with the groups, and sorting spills to\n"
+            "temporary files beyond --memory. Rows are never dropped unless --footer says so.");
         cs->footer(kbase_tool::kExitCodeHelp);
-        cs->add_option("file", csv.input, "The CSV file")->required();
+        cs->add_option("file", csv.input, "The CSV file, or - for standard input")->required();
         cs->add_option("--sum", csv.sum, "Columns to total (per group)");
         cs->add_option("--group", csv.group, "Columns to group by");
         cs->add_option("--sort", csv.sort, "Columns to sort by (COL or COL:desc)");
-        cs->add_option("-d,--delimiter", csv.delimiter, "The delimiter (default: guessed)");
+        cs->add_option("-d,--delimiter", csv.delimiter, "The delimiter, one character or 'tab' (default: guessed)");
         cs->add_option("-t,--titles", csv.titles, "Number of title lines (default: detected)");
-        cs->add_option("-e,--encoding", csv.encoding, "Code page of the file (default: mark, UTF-8, else 1252)");
+        cs->add_option("--footer", csv.footer, "Number of lines at the end to drop (notes under the data)");
+        cs->add_option("-e,--encoding", csv.encoding,
+                       "Code page of the file, number or name (default: mark, UTF-8 if valid, else 1252)");
+        cs->add_flag("--no-quotes", [&csv](int64_t) { csv.quotes = false; },
+                     "Read a quote as an ordinary character (no RFC 4180 quoting)");
+        cs->add_option("--memory", csv.memory, "Memory for sorting before spilling to temporary files (default 1G)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
         try {

@@ -5,7 +5,7 @@
 #   kbase_cli_test.sh KBASE SAMPLE WORKDIR GROUP
 #
 # GROUP: "exit-codes" (every row of the table), "files" (links, permissions, a full disk),
-# "memory" (address-space limits; not under AddressSanitizer, which needs terabytes of it).
+# "csv" (the csv job's streams, exit codes and output), "memory" (address-space limits; not under AddressSanitizer, which needs terabytes of it).
 set -u
 K=$1
 SAMPLE=$2
@@ -164,6 +164,33 @@ memory)
             fi
         done
     done
+    ;;
+csv)
+    CSV=$(dirname "$SAMPLE")/bestellungen.csv
+    export CSV
+    # Standard input, read once; the same answers as from the file.
+    expect 0 '^rows: +7$' '"$K" csv - < "$CSV"'
+    expect 0 '^rows: +7$' 'cat "$CSV" | "$K" csv /dev/stdin'
+    expect 0 '^Nord;1222,35$' 'cat "$CSV" | "$K" csv - --group Bezirk --sum Betrag'
+    # CR-only line ends, and output that reads back to the same rows.
+    expect 0 '^rows: +2$' 'printf "a,b\r1,2\r3,4\r" | "$K" csv -'
+    expect 0 '' '"$K" csv "$CSV" --sort Kunde > s1.csv && "$K" csv s1.csv --sort Kunde > s2.csv && cmp s1.csv s2.csv'
+    # 1: input and output.
+    expect 1 'kbase csv: standard input is a directory' '"$K" csv - < .'
+    expect 1 'kbase csv: standard input is closed' '"$K" csv - <&-'
+    expect 1 "kbase csv: cannot open 'missing.csv'" '"$K" csv missing.csv'
+    expect 1 'kbase csv: cannot write the output' '"$K" csv "$CSV" > /dev/full'
+    expect 1 'kbase csv: cannot write the output' '"$K" csv "$CSV" --sort 1 > /dev/full'
+    expect 1 'kbase csv: cannot write the output' '"$K" csv "$CSV" --group 1 --sum 5 > /dev/full'
+    # 2: usage, whatever the parser or the file says.
+    expect 2 "kbase csv: no column '99' to sum" '"$K" csv "$CSV" --sum 99'
+    expect 2 "kbase csv: no column 'Preis' to sort by" '"$K" csv "$CSV" --sort Preis'
+    expect 2 "kbase csv: no column '0' to group by" '"$K" csv "$CSV" --group 0'
+    expect 2 'kbase csv: .*--bogus' '"$K" csv "$CSV" --bogus'
+    expect 2 'kbase csv: --memory' '"$K" csv "$CSV" --sort 1 --memory 1K'
+    expect 2 "kbase csv: unknown code page 'klingon'" '"$K" csv "$CSV" -e klingon'
+    # 3: content.
+    expect 3 'kbase csv: line 2 is not valid' 'printf "a;b\nK\366ln;1\n" | "$K" csv -e utf-8 - --sort 1'
     ;;
 *)
     echo "unknown group $group"
