@@ -9,13 +9,22 @@ namespace {
 constexpr size_t kBlock = size_t{1} << 20;
 }
 
-CsvOut::CsvOut(std::ostream& out, char delimiter) : out_(out), delimiter_(delimiter) { buf_.reserve(kBlock + 4096); }
+CsvOut::CsvOut(std::ostream& out, char delimiter) : out_(out), delimiter_(delimiter) {
+    buf_.reserve(kBlock + 4096);
+    for (const char c : {delimiter, '"', '\n', '\r'}) special_[static_cast<unsigned char>(c)] = true;
+}
 
 void CsvOut::Field(std::string_view text) {
     if (rowFields_++ != 0) buf_ += delimiter_;
     if (!text.empty()) rowEmpty_ = false;
-    const char special[] = {delimiter_, '"', '\n', '\r'};
-    if (text.find_first_of(std::string_view(special, sizeof special)) == std::string_view::npos) {
+    bool plain = true;
+    for (const char c : text) {
+        if (special_[static_cast<unsigned char>(c)]) {
+            plain = false;
+            break;
+        }
+    }
+    if (plain) {
         buf_ += text;
     } else {
         buf_ += '"';

@@ -38,6 +38,7 @@ private:
     size_t rowFields_ = 0;
     bool rowEmpty_ = true;  // every field of the current row so far is empty
     std::string buf_;
+    bool special_[256] = {};  // the bytes that make a field quoted
 };
 
 }  // namespace kbase_tool

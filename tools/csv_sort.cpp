@@ -130,7 +130,7 @@ bool ExternalSort::Add(const std::vector<std::string_view>& fields) {
     if (!rows_.empty() && heldBytes_ + rowCost > budget_ && !Spill()) return false;
     if (blocks_.empty() || blockUsed_ + size > blockSize_) {
         blockSize_ = std::max(kBlockSize, size);
-        blocks_.push_back(std::make_unique<char[]>(blockSize_));
+        blocks_.push_back(std::unique_ptr<char[]>(new char[blockSize_]));  // no zeroing: every byte is written
         blockUsed_ = 0;
     }
     char* row = blocks_.back().get() + blockUsed_;
@@ -143,13 +143,25 @@ bool ExternalSort::Add(const std::vector<std::string_view>& fields) {
 
 void ExternalSort::SortRows(std::vector<uint32_t>& order) {
     const size_t n = sortKeys_.size();
-    keys_.assign(rows_.size() * n, Key{});
+    keys_.resize(rows_.size() * n);
     for (size_t i = 0; i < rows_.size(); ++i) KeysOf(rows_[i], keys_.data() + i * n);
-    order.resize(rows_.size());
-    for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-        return Before(keys_.data() + size_t{a} * n, keys_.data() + size_t{b} * n, sortKeys_);
+    // The first key sits beside the index, so most comparisons touch one entry and no key array.
+    struct Entry {
+        Key first;
+        uint32_t index;
+    };
+    std::vector<Entry> entries(rows_.size());
+    for (uint32_t i = 0; i < entries.size(); ++i) entries[i] = Entry{n != 0 ? keys_[size_t{i} * n] : Key{}, i};
+    const bool desc0 = n != 0 && sortKeys_[0].descending;
+    std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
+        if (n == 0) return false;
+        if (a.first.isNumber && b.first.isNumber) return desc0 ? a.first.number > b.first.number : a.first.number < b.first.number;
+        const int c = std::string_view(a.first.text, a.first.length).compare(std::string_view(b.first.text, b.first.length));
+        if (c != 0) return desc0 ? c > 0 : c < 0;
+        return Before(keys_.data() + size_t{a.index} * n, keys_.data() + size_t{b.index} * n, sortKeys_);
     });
+    order.resize(entries.size());
+    for (size_t i = 0; i < entries.size(); ++i) order[i] = entries[i].index;
 }
 
 bool ExternalSort::Spill() {
