@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the kbase program and runs it on the bundled sample: a German Windows-1252 text is
-# recoded to UTF-8 (with normalisation) and back, and the round trip is checked byte for byte.
+# recoded to UTF-8 (with normalisation) and back, and the round trip is checked byte for byte;
+# the bundled order list is described and totalled per district.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/bootstrap.sh
@@ -15,3 +16,6 @@ cat "$out/german_utf8.txt"
 "$kbase" recode --from 65001 --to 1252 "$out/german_utf8.txt" "$out/back_1252.txt"
 cmp examples/german_1252.txt "$out/back_1252.txt"
 echo "--- round trip 1252 -> UTF-8 -> 1252 is byte-identical"
+echo "--- examples/bestellungen.csv described, then totalled per district:"
+"$kbase" csv examples/bestellungen.csv
+"$kbase" csv examples/bestellungen.csv --group Bezirk --sum Menge Betrag
