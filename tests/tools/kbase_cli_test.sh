@@ -163,6 +163,23 @@ memory)
                 failures=$((failures + 1))
             fi
         done
+    done    # The csv job under limits: the whole answer, or "out of memory" (1), never a crash or a part.
+    awk 'BEGIN { print "k;v"; for (i = 0; i < 300000; i++) printf "g%d;%d.%02d\n", i % 1000, i % 977, i % 100 }' >t.csv
+    for job in "--sort v" "--group k --sum v"; do
+        "$K" csv t.csv $job >"want $job.csv" || failures=$((failures + 1))
+        for limit in 30000 40000 56000 80000 160000; do
+            sh -c "ulimit -v $limit; exec \"\$K\" csv t.csv $job" >out.csv 2>run.log
+            rc=$?
+            if [ $rc -eq 0 ] && cmp -s "want $job.csv" out.csv; then
+                echo "ok (0 under $limit KiB): csv $job"
+            elif { [ $rc -eq 1 ] && grep -q 'out of memory' run.log; } || [ $rc -eq 127 ]; then
+                echo "ok ($rc under $limit KiB): csv $job"
+            else
+                echo "FAIL under $limit KiB: csv $job -> exit $rc, $(wc -c <out.csv) bytes:"
+                sed 's/^/    | /' run.log
+                failures=$((failures + 1))
+            fi
+        done
     done
     ;;
 csv)
