@@ -133,6 +133,13 @@ void BuildSingleByteTables(CodePage& cp, UConverter* c) {
     ucnv_resetToUnicode(c);
 }
 
+// Windows writes '?' for a character the page lacks; ICU's default would be 0x1A. (This also makes
+// ICU read an invalid single byte as U+FFFD rather than U+001A.)
+void UseWindowsSubstitution(UConverter* c, const CodePage& cp) {
+    UErrorCode err = U_ZERO_ERROR;
+    if (cp.number != kBrCodePageUtf8 && cp.maxBytes <= 2) ucnv_setSubstChars(c, "?", 1, &err);
+}
+
 std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     if (number == 1200 || number == 1201 || number == 256 || number == 65535) return nullptr;
     UConverter* c = OpenIcu(number);
@@ -148,9 +155,7 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
         ucnv_close(c);
     } else {
         cp->cnv = c;
-        // Windows writes '?' for a character the page lacks; ICU's default would be 0x1A.
-        UErrorCode err = U_ZERO_ERROR;
-        if (number != kBrCodePageUtf8 && cp->maxBytes <= 2) ucnv_setSubstChars(c, "?", 1, &err);
+        UseWindowsSubstitution(c, *cp);
     }
     return cp;
 }
@@ -382,7 +387,10 @@ BrDecoder* BrDecoderOpen(unsigned short codePage) {
     }
     d->cnv = OpenIcu(codePage);
     UErrorCode err = U_ZERO_ERROR;
-    if (d->cnv != nullptr) ucnv_setToUCallBack(d->cnv, DecodeCallback, d, nullptr, nullptr, &err);
+    if (d->cnv != nullptr) {
+        UseWindowsSubstitution(d->cnv, *cp);  // so that pieces give what the whole text gives
+        ucnv_setToUCallBack(d->cnv, DecodeCallback, d, nullptr, nullptr, &err);
+    }
     if (d->cnv == nullptr || U_FAILURE(err)) {
         BrDecoderClose(d);
         return nullptr;
