@@ -25,7 +25,7 @@ CLI::Validator CodePage() {
             text = std::to_string(cp);
             return std::string();
         },
-        "CODEPAGE");
+        "");
 }
 
 }  // namespace
@@ -51,8 +51,11 @@ int main(int argc, char** argv) {
         rc->add_option("input", recode.input, "Input file, or - for standard input")->required();
         rc->add_option("output", recode.output, "Output file, or - for standard output (default)");
         rc->add_option("-f,--from", recode.from, "Source code page (default: by mark, else the system's)")
-            ->transform(CodePage());
-        rc->add_option("-t,--to", recode.to, "Target code page (default: 65001, UTF-8)")->transform(CodePage());
+            ->transform(CodePage())
+            ->type_name("CODEPAGE");
+        rc->add_option("-t,--to", recode.to, "Target code page (default: 65001, UTF-8)")
+            ->transform(CodePage())
+            ->type_name("CODEPAGE");
         rc->add_flag("-m,--bom", recode.mark, "Write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)");
         rc->add_option("-n,--normalize", recode.normalize, "Unicode normalisation form: C, D, KC or KD")
             ->check(CLI::IsMember({"C", "D", "KC", "KD"}));
