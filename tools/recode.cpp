@@ -54,24 +54,6 @@ private:
     int64_t capacity_ = 0;
 };
 
-void AppendUtf8(std::string& s, char32_t c) {
-    if (c < 0x80) {
-        s += static_cast<char>(c);
-    } else if (c < 0x800) {
-        s += static_cast<char>(0xC0 | (c >> 6));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        s += static_cast<char>(0xE0 | (c >> 12));
-        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        s += static_cast<char>(0xF0 | (c >> 18));
-        s += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 // "U+00E4 'ä'"; controls and noncharacters are shown by number only.
 std::string Describe(char32_t c) {
     char number[16];
@@ -80,9 +62,11 @@ std::string Describe(char32_t c) {
     const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
     const bool noncharacter = (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE;
     if (!control && !noncharacter) {
-        s += " '";
-        AppendUtf8(s, c);
-        s += "'";
+        const char16_t units[2] = {static_cast<char16_t>(c < 0x10000 ? c : 0xD7C0 + (c >> 10)),
+                                   static_cast<char16_t>(0xDC00 | (c & 0x3FF))};
+        char utf8[4];
+        const int64_t n = BrUtf16ToMb(kUtf8, units, c < 0x10000 ? 1 : 2, utf8, sizeof utf8);
+        if (n > 0) s += " '" + std::string(utf8, static_cast<size_t>(n)) + "'";
     }
     return s;
 }
@@ -234,10 +218,9 @@ public:
             int64_t replaced = 0;
             if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1) return false;
             toUnicode_[b] = replaced == 0 ? u : u'\uFFFD';
-            std::string utf8;
-            AppendUtf8(utf8, u);
-            utf8_[b].length = replaced == 0 ? static_cast<uint8_t>(utf8.size()) : 0;
-            std::memcpy(utf8_[b].bytes, utf8.data(), utf8.size());
+            const int64_t n = BrUtf16ToMb(kUtf8, &u, 1, utf8_[b].bytes, 3);
+            if (n <= 0) return false;
+            utf8_[b].length = replaced == 0 ? static_cast<uint8_t>(n) : 0;
         }
         if (!withReverse) return true;
         if (!fromUnicode_.Reserve(65536)) return false;
@@ -327,6 +310,7 @@ public:
 private:
     int Fill();
     void Consume(int64_t n);
+    bool Next(int64_t converted, int& rc);
     int ResolveSource();
     int OutOfMemory();
     int Malformed(int64_t offset, const char* what);
@@ -396,6 +380,18 @@ void Recoder::Consume(int64_t n) {
     start_ += n;
 }
 
+// Drops the bytes converted and reads the next block. False when there is none: at the end of the
+// input (rc kExitOk) or after an error (rc says which).
+bool Recoder::Next(int64_t converted, int& rc) {
+    Consume(converted);
+    if (end_) {
+        rc = kExitOk;
+        return false;
+    }
+    rc = Fill();
+    return rc == kExitOk;
+}
+
 // Settles the source code page from the options and the mark, and drops a mark that is no text.
 int Recoder::ResolveSource() {
     const char* b = bytes_.data();
@@ -458,9 +454,7 @@ int Recoder::CopyUtf8() {
         const int64_t valid = WalkUtf8(bytes_.data(), have_, end_, check, stop);
         if (stop == Utf8Stop::kMalformed) return Malformed(start_ + valid, "malformed UTF-8");
         if (!Write(bytes_.data(), valid)) return kExitIo;
-        Consume(valid);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(valid, rc)) return rc;
     }
 }
 
@@ -505,9 +499,7 @@ int Recoder::SingleByteToUtf8() {
             o += u.length;
         }
         if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
-        Consume(have_);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(have_, rc)) return rc;
     }
 }
 
@@ -523,9 +515,7 @@ int Recoder::Utf8ToSingleByteDirect() {
         if (stop == Utf8Stop::kMalformed) return Malformed(start_ + walked, "malformed UTF-8");
         position_.Advance(bytes_.data(), walked);
         if (stop == Utf8Stop::kSink) return Unrepresentable(sink.missing);
-        Consume(walked);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(walked, rc)) return rc;
     }
 }
 
@@ -555,8 +545,7 @@ int Recoder::ThroughUtf16() {
         if (int rc = Encode(text, n); rc != kExitOk) return rc;
         carry_ = units - cut;
         std::memmove(units_.data(), units_.data() + cut, static_cast<size_t>(carry_) * sizeof(char16_t));
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(0, rc)) return rc;
     }
 }
 
