@@ -1,5 +1,6 @@
 #include "recode.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -104,31 +105,45 @@ enum class Utf8Stop { kEnd, kCut, kMalformed, kSink };
 
 constexpr uint64_t kHighBits = 0x8080808080808080ULL;
 
-// How many of the eight bytes loaded into w come before the first one with its high bit set
-// (high = w & kHighBits, not 0).
-int AsciiBytesBefore(uint64_t high) {
-    if constexpr (std::endian::native == std::endian::little) return std::countr_zero(high) / 8;
-    return std::countl_zero(high) / 8;
+// The high bits of the 64 bytes at p: bit j set when byte j is not ASCII.
+uint64_t HighBits64(const unsigned char* p) {
+    uint64_t mask = 0;
+    for (int k = 0; k < 8; ++k) {
+        uint64_t w;
+        std::memcpy(&w, p + 8 * k, 8);
+        if constexpr (std::endian::native == std::endian::little) {
+            // The multiplication moves the high bit of byte j to bit 56 + j.
+            mask |= ((w & kHighBits) * 0x0002040810204081ULL >> 56) << (8 * k);
+        } else {
+            for (int j = 0; j < 8; ++j) mask |= static_cast<uint64_t>(p[8 * k + j] >> 7) << (8 * k + j);
+        }
+    }
+    return mask;
 }
 
-// Walks UTF-8 bytes src[0..n). ASCII goes to the sink eight bytes at a time as sink.Ascii8(p, k):
-// eight bytes are readable at p, the first k of them ASCII and taken; the sink may write output for
-// all eight but keeps k. In the last seven bytes, sink.Ascii1(byte) takes ASCII one byte at a time.
-// Every other character goes to sink.Char(codePoint), which returns false to stop before it. Stops
-// before a sequence that the end cuts off (unless last: then it is malformed) and at the first
-// malformed sequence (overlong, surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
+// Walks UTF-8 bytes src[0..n). ASCII goes to the sink as sink.Ascii(p, k): 64 bytes are readable
+// at p, the first k of them ASCII and taken; the sink may write output for all 64 but keeps k. In
+// the last 63 bytes, sink.Ascii1(byte) takes ASCII one byte at a time. Every other character goes
+// to sink.Char(codePoint), which returns false to stop before it. Stops before a sequence that the
+// end cuts off (unless last: then it is malformed) and at the first malformed sequence (overlong,
+// surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
 template <typename Sink>
 int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& stop) {
     const auto* s = reinterpret_cast<const unsigned char*>(src);
+    // The high bits of the 64 bytes from `block` on, found once for all the characters in them, so
+    // a step takes a whole run of ASCII and the character after it.
+    int64_t block = -64;
+    uint64_t nonAscii = 0;
     int64_t i = 0;
     while (i < n) {
-        if (i + 8 <= n) {
-            uint64_t w;
-            std::memcpy(&w, s + i, 8);
-            const uint64_t high = w & kHighBits;
-            const int ascii = high == 0 ? 8 : AsciiBytesBefore(high);
+        if (i + 64 <= n) {
+            if (i >= block + 64) {
+                block = i;
+                nonAscii = HighBits64(s + i);
+            }
+            const int64_t ascii = std::min<int64_t>(std::countr_zero(nonAscii >> (i - block)), block + 64 - i);
             if (ascii != 0) {
-                sink.Ascii8(src + i, ascii);
+                sink.Ascii(src + i, static_cast<int>(ascii));
                 i += ascii;
                 continue;
             }
@@ -138,6 +153,17 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
             continue;
         }
         const unsigned char lead = s[i];
+        // The common two- and three-byte characters first, without the general loop's branches.
+        if (lead >= 0xC2 && lead <= 0xDF && i + 1 < n && (s[i + 1] & 0xC0) == 0x80) {
+            if (!sink.Char(static_cast<char32_t>((lead & 0x1F) << 6 | (s[i + 1] & 0x3F)))) break;
+            i += 2;
+            continue;
+        }
+        if (lead >= 0xE1 && lead <= 0xEC && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 && (s[i + 2] & 0xC0) == 0x80) {
+            if (!sink.Char(static_cast<char32_t>((lead & 0x0F) << 12 | (s[i + 1] & 0x3F) << 6 | (s[i + 2] & 0x3F)))) break;
+            i += 3;
+            continue;
+        }
         int length = 0;
         char32_t c = 0;
         unsigned char low = 0x80, high = 0xBF;  // range of the second byte
@@ -170,28 +196,25 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
             }
             c = (c << 6) | (b & 0x3F);
         }
-        if (!sink.Char(c)) {
-            stop = Utf8Stop::kSink;
-            return i;
-        }
+        if (!sink.Char(c)) break;
         i += length;
     }
-    stop = Utf8Stop::kEnd;
+    stop = i < n ? Utf8Stop::kSink : Utf8Stop::kEnd;
     return i;
 }
 
 // A sink that only validates.
 struct Utf8Check {
-    void Ascii8(const char*, int) {}
+    void Ascii(const char*, int) {}
     void Ascii1(char) {}
     bool Char(char32_t) { return true; }
 };
 
-// A sink that writes UTF-16: room for as many units as bytes, and eight more.
+// A sink that writes UTF-16: room for as many units as bytes, and 64 more.
 struct Utf8ToUtf16 {
     char16_t* out;
-    void Ascii8(const char* p, int k) {
-        for (int j = 0; j < 8; ++j) out[j] = static_cast<unsigned char>(p[j]);
+    void Ascii(const char* p, int k) {
+        for (int j = 0; j < 64; ++j) out[j] = static_cast<unsigned char>(p[j]);
         out += k;
     }
     void Ascii1(char b) { *out++ = static_cast<unsigned char>(b); }
@@ -245,15 +268,15 @@ private:
     Buffer<uint8_t> fromUnicode_;
 };
 
-// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and eight
+// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and 64
 // more); a character the page lacks stops it or, with replace, becomes '?'.
 struct Utf8ToSingleByte {
     SingleByteTables& tables;
     bool replace;
     char* out;
     char32_t missing = 0;
-    void Ascii8(const char* p, int k) {
-        std::memcpy(out, p, 8);
+    void Ascii(const char* p, int k) {
+        std::memcpy(out, p, 64);
         out += k;
     }
     void Ascii1(char b) { *out++ = b; }
@@ -507,7 +530,7 @@ int Recoder::Utf8ToSingleByteDirect() {
     SingleByteTables tables;
     if (!tables.Build(to_, true)) return OutOfMemory();
     for (;;) {
-        if (!encoded_.Reserve(have_ + 8)) return OutOfMemory();
+        if (!encoded_.Reserve(have_ + 64)) return OutOfMemory();
         Utf8ToSingleByte sink{tables, o_.replace, encoded_.data()};
         Utf8Stop stop;
         const int64_t walked = WalkUtf8(bytes_.data(), have_, end_, sink, stop);
@@ -554,7 +577,7 @@ int Recoder::ThroughUtf16() {
 int Recoder::Decode(int64_t& units) {
     units = 0;
     if (from_ == kUtf8 || IsUtf16(from_)) {
-        if (!units_.Reserve(carry_ + have_ + 8)) return OutOfMemory();
+        if (!units_.Reserve(carry_ + have_ + 64)) return OutOfMemory();
         char16_t* dst = units_.data() + carry_;
         if (IsUtf16(from_)) return DecodeUtf16(dst, units);
         Utf8ToUtf16 sink{dst};
