@@ -192,6 +192,8 @@ TEST(RecodeStream, MalformedInputIsNamedWithItsByteOffset) {
         {65001, "\xC0\xAF", 0, "malformed UTF-8"},               // overlong
         {65001, "\xF4\x90\x80\x80", 0, "malformed UTF-8"},       // above U+10FFFF
         {65001, std::string(63, 'a') + "\xC3\xA4" + std::string(70, 'b') + "\xC3", 135, "malformed UTF-8"},
+        {65001, std::string(63, 'a') + "\xC3\xA4" + std::string(10, 'b') + "\xFF" + std::string(99, 'c'), 75,
+         "malformed UTF-8"},
         {1200, std::string("a\0\x00\xD8" "b\0", 6), 2, "unpaired surrogate"},
         {1200, std::string("a\0b\0\x00\xDC", 6), 4, "unpaired surrogate"},
         {1201, std::string("\xD8\x00", 2), 0, "unpaired surrogate"},  // cut off at the end
