@@ -303,7 +303,9 @@ namespace {
 
 bool StartsWithIgnoringCase(const char* text, const char* prefix) {
     for (; *prefix != '\0'; ++text, ++prefix) {
-        const auto lower = [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; };
+        const auto lower = [](char c) {
+            return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+        };
         if (lower(*text) != lower(*prefix)) return false;
     }
     return true;
@@ -353,7 +355,7 @@ int64_t BrCodePageList(unsigned short* out, int64_t cap) {
 struct BrDecoder {
     CodePage* table = nullptr;  // single-byte pages convert statelessly through their table
     UConverter* cnv = nullptr;
-    int64_t offset = 0;         // bytes taken so far
+    int64_t offset = 0;  // bytes taken so far
     // Set up for each call of BrDecode, read by the callback.
     const char* base = nullptr;
     int64_t baseOffset = 0;
@@ -362,8 +364,8 @@ struct BrDecoder {
 
 namespace {
 
-void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes, int32_t length,
-                    UConverterCallbackReason reason, UErrorCode* err) {
+void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes,
+                    int32_t length, UConverterCallbackReason reason, UErrorCode* err) {
     auto* d = static_cast<BrDecoder*>(const_cast<void*>(ctx));
     if (reason <= UCNV_IRREGULAR && d->firstBad < 0) {
         // The source already stands past the bad bytes, which may have begun in an earlier block.
@@ -425,14 +427,16 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
         *read = m;
         return got;
     }
-    if (n > INT32_MAX || cap > INT32_MAX) return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
+    if (n > INT32_MAX || cap > INT32_MAX)
+        return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
     d->base = src;
     d->baseOffset = d->offset;
     d->firstBad = -1;
     const char* s = src;
     UChar* t = reinterpret_cast<UChar*>(dst);
     UErrorCode err = U_ZERO_ERROR;
-    ucnv_toUnicode(d->cnv, &t, reinterpret_cast<UChar*>(dst) + cap, &s, src + n, nullptr, last, &err);
+    ucnv_toUnicode(d->cnv, &t, reinterpret_cast<UChar*>(dst) + cap, &s, src + n, nullptr, last,
+                   &err);
     *read = s - src;
     d->offset += *read;
     *firstBad = d->firstBad;

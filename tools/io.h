@@ -20,9 +20,9 @@
 namespace kbase_tool {
 
 // Exit codes, one table for every job.
-constexpr int kExitOk = 0;       // done
-constexpr int kExitIo = 1;       // a file could not be read or written, or memory ran out
-constexpr int kExitUsage = 2;    // bad arguments (every argument-parser error), an unknown code page
+constexpr int kExitOk = 0;     // done
+constexpr int kExitIo = 1;     // a file could not be read or written, or memory ran out
+constexpr int kExitUsage = 2;  // bad arguments (every argument-parser error), an unknown code page
 constexpr int kExitContent = 3;  // text that cannot be converted, a malformed file
 
 // The table above as --help shows it, ending in a newline.
@@ -30,7 +30,7 @@ extern const char* const kExitCodeHelp;
 
 // A file, or standard input, read from the start in blocks.
 class InputFile {
-public:
+  public:
     InputFile() = default;
     ~InputFile();
     InputFile(const InputFile&) = delete;
@@ -52,11 +52,11 @@ public:
     // "'path'" or "standard input", for messages.
     const std::string& Name() const { return name_; }
 
-private:
+  private:
     int OpenPath(const std::string& path);
 
     FILE* file_ = nullptr;
-    bool owned_ = false;            // file_ was opened here and is closed here
+    bool owned_ = false;  // file_ was opened here and is closed here
     std::istream* stream_ = nullptr;
     std::string name_, who_;
     std::ostream* err_ = nullptr;
@@ -64,7 +64,7 @@ private:
 
 // The output of a job: a file replaced only on success, a device or pipe, or standard output.
 class OutputFile {
-public:
+  public:
     OutputFile() = default;
     // Removes the temporary file when Commit was not reached or failed.
     ~OutputFile();
@@ -87,7 +87,7 @@ public:
     // target is then as it was. On standard output, what was written stays written.
     [[nodiscard]] bool Commit();
 
-private:
+  private:
     enum class Kind { kNone, kTemporary, kDirect, kStandard, kStream };
     int OpenPath(const std::string& path);
     int Fail(const std::string& what, int error);

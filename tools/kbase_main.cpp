@@ -1,6 +1,5 @@
 // kbase: the library's file-facing jobs for a person at a terminal.
 #include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <new>
 
@@ -20,7 +19,8 @@ CLI::Validator CodePage() {
         [](std::string& text) {
             int cp = 0;
             if (!kbase_tool::ParseCodePage(text, cp)) {
-                return "unknown code page '" + text + "' (kbase recode --list shows the known ones)";
+                return "unknown code page '" + text +
+                       "' (kbase recode --list shows the known ones)";
             }
             text = std::to_string(cp);
             return std::string();
@@ -41,23 +41,29 @@ int main(int argc, char** argv) {
         CLI::App* rc = app.add_subcommand(
             "recode",
             "Convert a text file between encodings.\n"
-            "Code pages by Windows number or name: 1252 or windows-1252 (Western), 28591 or latin1,\n"
-            "65001 or utf-8, 1200 or utf-16 (little endian), 1201 or utf-16be, 12000/12001 (UTF-32),\n"
+            "Code pages by Windows number or name: 1252 or windows-1252 (Western), 28591 or "
+            "latin1,\n"
+            "65001 or utf-8, 1200 or utf-16 (little endian), 1201 or utf-16be, 12000/12001 "
+            "(UTF-32),\n"
             "932 or shift_jis, and every other page --list shows.\n"
             "Without --from, a byte-order mark decides, else the system code page.\n"
-            "The text streams through in blocks, so any size takes a few MiB of memory. The output\n"
+            "The text streams through in blocks, so any size takes a few MiB of memory. The "
+            "output\n"
             "file is only replaced when the whole conversion succeeded.");
         rc->footer(kbase_tool::kExitCodeHelp);
         rc->add_option("input", recode.input, "Input file, or - for standard input")->required();
         rc->add_option("output", recode.output, "Output file, or - for standard output (default)");
-        rc->add_option("-f,--from", recode.from, "Source code page (default: by mark, else the system's)")
+        rc->add_option("-f,--from", recode.from,
+                       "Source code page (default: by mark, else the system's)")
             ->transform(CodePage())
             ->type_name("CODEPAGE");
         rc->add_option("-t,--to", recode.to, "Target code page (default: 65001, UTF-8)")
             ->transform(CodePage())
             ->type_name("CODEPAGE");
-        rc->add_flag("-m,--bom", recode.mark, "Write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)");
-        rc->add_option("-n,--normalize", recode.normalize, "Unicode normalisation form: C, D, KC or KD")
+        rc->add_flag("-m,--bom", recode.mark,
+                     "Write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)");
+        rc->add_option("-n,--normalize", recode.normalize,
+                       "Unicode normalisation form: C, D, KC or KD")
             ->check(CLI::IsMember({"C", "D", "KC", "KD"}));
         rc->add_flag("-r,--replace", recode.replace,
                      "Write '?' for characters the target lacks instead of failing");
@@ -74,9 +80,12 @@ int main(int argc, char** argv) {
         bool noProgress = false;
         CLI::App* cs = app.add_subcommand(
             "csv",
-            "Describe a delimiter-separated file: the guessed delimiter, the title lines, each column's\n"
-            "kinds (whole number, real, text), decimal commas, the row count. With --sum, --group or\n"
-            "--sort, print the grouped totals or the sorted rows as CSV instead. Columns are named by\n"
+            "Describe a delimiter-separated file: the guessed delimiter, the title lines, each "
+            "column's\n"
+            "kinds (whole number, real, text), decimal commas, the row count. With --sum, --group "
+            "or\n"
+            "--sort, print the grouped totals or the sorted rows as CSV instead. Columns are named "
+            "by\n"
             "the header (the last title line) or numbered from 1; COL:desc sorts descending.");
         cs->footer(kbase_tool::kExitCodeHelp);
         cs->add_option("file", csv.input, "The CSV file")->required();
@@ -85,7 +94,8 @@ int main(int argc, char** argv) {
         cs->add_option("--sort", csv.sort, "Columns to sort by (COL or COL:desc)");
         cs->add_option("-d,--delimiter", csv.delimiter, "The delimiter (default: guessed)");
         cs->add_option("-t,--titles", csv.titles, "Number of title lines (default: detected)");
-        cs->add_option("-e,--encoding", csv.encoding, "Code page of the file (default: mark, UTF-8, else 1252)");
+        cs->add_option("-e,--encoding", csv.encoding,
+                       "Code page of the file (default: mark, UTF-8, else 1252)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
         try {
@@ -94,7 +104,8 @@ int main(int argc, char** argv) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
             // Every other parser error is a usage error, whatever number CLI11 gives it.
             const char* who = rc->parsed() ? "kbase recode" : cs->parsed() ? "kbase csv" : "kbase";
-            std::cerr << who << ": " << e.what() << "\nRun '" << who << " --help' for more information.\n";
+            std::cerr << who << ": " << e.what() << "\nRun '" << who
+                      << " --help' for more information.\n";
             return kbase_tool::kExitUsage;
         }
         if (rc->parsed()) return kbase_tool::Recode(recode, std::cerr);

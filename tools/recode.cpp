@@ -24,15 +24,23 @@ const char* const kWho = "kbase recode";
 constexpr int64_t kMaxNormalizationCarry = int64_t{1} << 22;
 
 constexpr int kUtf8 = 65001;
-bool IsUtf16(int cp) { return cp == 1200 || cp == 1201; }
-bool IsUtf32(int cp) { return cp == 12000 || cp == 12001; }
-bool IsHighSurrogate(char32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool IsLowSurrogate(char32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+bool IsUtf16(int cp) {
+    return cp == 1200 || cp == 1201;
+}
+bool IsUtf32(int cp) {
+    return cp == 12000 || cp == 12001;
+}
+bool IsHighSurrogate(char32_t u) {
+    return u >= 0xD800 && u <= 0xDBFF;
+}
+bool IsLowSurrogate(char32_t u) {
+    return u >= 0xDC00 && u <= 0xDFFF;
+}
 
 // A growable array in a block of the runtime, so that a test can make its allocation fail.
 template <typename T>
 class Buffer {
-public:
+  public:
     Buffer() = default;
     ~Buffer() { UtFreeMemory(data_); }
     Buffer(const Buffer&) = delete;
@@ -50,7 +58,7 @@ public:
     T* data() { return data_; }
     int64_t capacity() const { return capacity_; }
 
-private:
+  private:
     T* data_ = nullptr;
     int64_t capacity_ = 0;
 };
@@ -74,7 +82,7 @@ std::string Describe(char32_t c) {
 
 // Line and column (from 1; columns in characters) of the next character of a text seen in pieces.
 class TextPosition {
-public:
+  public:
     // Moves past n units: UTF-8 bytes or UTF-16 units of well-formed text.
     template <typename Unit>
     void Advance(const Unit* s, int64_t n) {
@@ -93,7 +101,7 @@ public:
         return "line " + std::to_string(line_) + ", column " + std::to_string(column_);
     }
 
-private:
+  private:
     static bool IsContinuation(char b) { return (static_cast<unsigned char>(b) & 0xC0) == 0x80; }
     static bool IsContinuation(char16_t u) { return IsLowSurrogate(u); }
 
@@ -115,7 +123,8 @@ uint64_t HighBits64(const unsigned char* p) {
             // The multiplication moves the high bit of byte j to bit 56 + j.
             mask |= ((w & kHighBits) * 0x0002040810204081ULL >> 56) << (8 * k);
         } else {
-            for (int j = 0; j < 8; ++j) mask |= static_cast<uint64_t>(p[8 * k + j] >> 7) << (8 * k + j);
+            for (int j = 0; j < 8; ++j)
+                mask |= static_cast<uint64_t>(p[8 * k + j] >> 7) << (8 * k + j);
         }
     }
     return mask;
@@ -141,7 +150,8 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
                 block = i;
                 nonAscii = HighBits64(s + i);
             }
-            const int64_t ascii = std::min<int64_t>(std::countr_zero(nonAscii >> (i - block)), block + 64 - i);
+            const int64_t ascii =
+                std::min<int64_t>(std::countr_zero(nonAscii >> (i - block)), block + 64 - i);
             if (ascii != 0) {
                 sink.Ascii(src + i, static_cast<int>(ascii));
                 i += ascii;
@@ -159,8 +169,11 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
             i += 2;
             continue;
         }
-        if (lead >= 0xE1 && lead <= 0xEC && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 && (s[i + 2] & 0xC0) == 0x80) {
-            if (!sink.Char(static_cast<char32_t>((lead & 0x0F) << 12 | (s[i + 1] & 0x3F) << 6 | (s[i + 2] & 0x3F)))) break;
+        if (lead >= 0xE1 && lead <= 0xEC && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 &&
+            (s[i + 2] & 0xC0) == 0x80) {
+            if (!sink.Char(static_cast<char32_t>((lead & 0x0F) << 12 | (s[i + 1] & 0x3F) << 6 |
+                                                 (s[i + 2] & 0x3F))))
+                break;
             i += 3;
             continue;
         }
@@ -232,14 +245,15 @@ struct Utf8ToUtf16 {
 // The tables of an ASCII-compatible single-byte code page, read from the conversion layer so that
 // the direct paths give the same bytes as converting through UTF-16.
 class SingleByteTables {
-public:
+  public:
     // Builds them for cp; false when memory is refused.
     [[nodiscard]] bool Build(int cp, bool withReverse) {
         for (int b = 0; b < 256; ++b) {
             const char byte = static_cast<char>(b);
             char16_t u = 0;
             int64_t replaced = 0;
-            if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1) return false;
+            if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1)
+                return false;
             toUnicode_[b] = replaced == 0 ? u : u'\uFFFD';
             const int64_t n = BrUtf16ToMb(kUtf8, &u, 1, utf8_[b].bytes, 3);
             if (n <= 0) return false;
@@ -249,7 +263,8 @@ public:
         if (!fromUnicode_.Reserve(65536)) return false;
         std::memset(fromUnicode_.data(), 0, 65536);
         for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two stand for one character
-            if (toUnicode_[b] != u'\uFFFD') fromUnicode_.data()[toUnicode_[b]] = static_cast<uint8_t>(b);
+            if (toUnicode_[b] != u'\uFFFD')
+                fromUnicode_.data()[toUnicode_[b]] = static_cast<uint8_t>(b);
         }
         return true;
     }
@@ -262,7 +277,7 @@ public:
     // The byte of a character (not U+0000), or 0 when the page lacks it.
     uint8_t FromUnicode(char32_t c) { return c < 0x10000 ? fromUnicode_.data()[c] : 0; }
 
-private:
+  private:
     char16_t toUnicode_[256] = {};
     Utf8 utf8_[256] = {};
     Buffer<uint8_t> fromUnicode_;
@@ -297,12 +312,18 @@ struct Utf8ToSingleByte {
 // The mark a UTF encoding writes first.
 std::string MarkOf(int cp) {
     switch (cp) {
-        case kUtf8: return "\xEF\xBB\xBF";
-        case 1200: return "\xFF\xFE";
-        case 1201: return "\xFE\xFF";
-        case 12000: return std::string("\xFF\xFE\0\0", 4);
-        case 12001: return std::string("\0\0\xFE\xFF", 4);
-        default: return "";
+        case kUtf8:
+            return "\xEF\xBB\xBF";
+        case 1200:
+            return "\xFF\xFE";
+        case 1201:
+            return "\xFE\xFF";
+        case 12000:
+            return std::string("\xFF\xFE\0\0", 4);
+        case 12001:
+            return std::string("\0\0\xFE\xFF", 4);
+        default:
+            return "";
     }
 }
 
@@ -321,7 +342,7 @@ int NormalizationForm(const std::string& name) {
 }
 
 class Recoder {
-public:
+  public:
     Recoder(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& err)
         : o_(o), in_(in), out_(out), err_(err) {}
     ~Recoder() { BrDecoderClose(decoder_); }
@@ -330,7 +351,7 @@ public:
 
     int Run();
 
-private:
+  private:
     int Fill();
     void Consume(int64_t n);
     bool Next(int64_t converted, int& rc);
@@ -567,7 +588,8 @@ int Recoder::ThroughUtf16() {
         }
         if (int rc = Encode(text, n); rc != kExitOk) return rc;
         carry_ = units - cut;
-        std::memmove(units_.data(), units_.data() + cut, static_cast<size_t>(carry_) * sizeof(char16_t));
+        std::memmove(units_.data(), units_.data() + cut,
+                     static_cast<size_t>(carry_) * sizeof(char16_t));
         if (int rc = kExitOk; !Next(0, rc)) return rc;
     }
 }
@@ -604,7 +626,8 @@ int Recoder::Decode(int64_t& units) {
         if (taken == have_ && got < room) break;
     }
     // The decoder counts from the first byte it was given, which is past a mark.
-    if (firstBad >= 0) return Malformed(decoderStart_ + firstBad, "a malformed or unassigned sequence");
+    if (firstBad >= 0)
+        return Malformed(decoderStart_ + firstBad, "a malformed or unassigned sequence");
     Consume(taken);
     return kExitOk;
 }
@@ -627,7 +650,8 @@ int Recoder::DecodeUtf16(char16_t* dst, int64_t& units) {
             return Malformed(start_ + 2 * i, "an unpaired surrogate");
         }
     }
-    if (end_ && have_ % 2 != 0) return Malformed(start_ + have_ - 1, "an odd number of bytes (UTF-16 has pairs)");
+    if (end_ && have_ % 2 != 0)
+        return Malformed(start_ + have_ - 1, "an odd number of bytes (UTF-16 has pairs)");
     units = n;
     Consume(2 * n);
     return kExitOk;
@@ -654,6 +678,12 @@ void BytesFromUtf16(const char16_t* text, int64_t n, bool bigEndian, char* out) 
     }
 }
 
+// Bytes that n units can need in a code page; the ten spare characters cover the shifts a stateful
+// page (ISO-2022, UTF-7) writes at the start and the end.
+int64_t EncodedBound(unsigned short cp, int64_t n) {
+    return (n + 10) * BrCodePageMaxBytes(cp);
+}
+
 int Recoder::Encode(const char16_t* text, int64_t n) {
     if (n == 0) return kExitOk;
     if (IsUtf16(to_)) {
@@ -663,7 +693,7 @@ int Recoder::Encode(const char16_t* text, int64_t n) {
         return Write(encoded_.data(), 2 * n) ? kExitOk : kExitIo;
     }
     const auto cp = static_cast<unsigned short>(to_);
-    if (!encoded_.Reserve(n * BrCodePageMaxBytes(cp) + 1)) return OutOfMemory();
+    if (!encoded_.Reserve(EncodedBound(cp, n))) return OutOfMemory();
     int64_t replaced = 0;
     const int64_t got = BrUtf16ToMb(cp, text, n, encoded_.data(), encoded_.capacity(), &replaced);
     if (got < 0) return OutOfMemory();
@@ -672,7 +702,8 @@ int Recoder::Encode(const char16_t* text, int64_t n) {
         if (at < 0) return OutOfMemory();
         position_.Advance(text, at);
         char32_t c = text[at];
-        if (IsHighSurrogate(c) && at + 1 < n) c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
+        if (IsHighSurrogate(c) && at + 1 < n)
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
         return Unrepresentable(c);
     }
     position_.Advance(text, n);
@@ -685,8 +716,10 @@ int64_t Recoder::FirstUnrepresentable(const char16_t* text, int64_t n) {
     const auto cp = static_cast<unsigned short>(to_);
     const auto replacedIn = [&](int64_t from, int64_t count) {
         int64_t replaced = 0;
-        if (!encoded_.Reserve(count * BrCodePageMaxBytes(cp) + 1)) return int64_t{-1};
-        if (BrUtf16ToMb(cp, text + from, count, encoded_.data(), encoded_.capacity(), &replaced) < 0) return int64_t{-1};
+        if (!encoded_.Reserve(EncodedBound(cp, count))) return int64_t{-1};
+        if (BrUtf16ToMb(cp, text + from, count, encoded_.data(), encoded_.capacity(), &replaced) <
+            0)
+            return int64_t{-1};
         return replaced;
     };
     // A slice never splits a surrogate pair.
@@ -728,13 +761,17 @@ int Run(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& er
 // The checks that need no file: code pages and form.
 int CheckOptions(const RecodeOptions& o, std::ostream& err) {
     // Only the source may be left to the mark (0).
-    const int unknown = o.from != 0 && !CodePageAvailable(o.from) ? o.from : !CodePageAvailable(o.to) ? o.to : 0;
+    const int unknown = o.from != 0 && !CodePageAvailable(o.from) ? o.from
+                        : !CodePageAvailable(o.to)                ? o.to
+                                                                  : 0;
     if (unknown != 0 || o.to == 0) {
-        err << kWho << ": unknown code page " << unknown << " (kbase recode --list shows the known ones)\n";
+        err << kWho << ": unknown code page " << unknown
+            << " (kbase recode --list shows the known ones)\n";
         return kExitUsage;
     }
     if (!o.normalize.empty() && NormalizationForm(o.normalize) == 0) {
-        err << kWho << ": unknown normalisation form '" << o.normalize << "' (use C, D, KC or KD)\n";
+        err << kWho << ": unknown normalisation form '" << o.normalize
+            << "' (use C, D, KC or KD)\n";
         return kExitUsage;
     }
     return kExitOk;

@@ -28,8 +28,9 @@ Decoded DecodeInPieces(unsigned short cp, const std::string& bytes, size_t piece
         const bool last = at + n == bytes.size();
         for (size_t done = 0;;) {  // until a call leaves room: then nothing is held back
             int64_t read = 0, bad = -1;
-            const int64_t got = BrDecode(decoder, bytes.data() + at + done, static_cast<int64_t>(n - done), last,
-                                         room.data(), cap, &read, &bad);
+            const int64_t got =
+                BrDecode(decoder, bytes.data() + at + done, static_cast<int64_t>(n - done), last,
+                         room.data(), cap, &read, &bad);
             EXPECT_GE(got, 0);
             if (got < 0) break;
             d.text.append(room.data(), static_cast<size_t>(got));
@@ -57,13 +58,21 @@ TEST(Decoder, PiecesGiveWhatTheWholeTextGives) {
         unsigned short cp;
         std::string bytes;
     } cases[] = {
-        {932, "a\x93\xFA\x96\x7B\x8C\xEA" "b\x82\xA0"},                    // Shift-JIS pairs
-        {54936, "\x81\x30\x81\x30" "x\xB0\xA1\x95\x32\x82\x36"},            // GB 18030: 4-byte forms
-        {50220, "a\x1B$B$\"$$\x1B(Bb\x1B$B%\"\x1B(B"},                      // stateful ISO-2022-JP
-        {65000, "a+AOQA9g-b+2D3eAA-"},                                       // stateful UTF-7
-        {65001, "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80" "z"},
+        {932,
+         "a\x93\xFA\x96\x7B\x8C\xEA"
+         "b\x82\xA0"},  // Shift-JIS pairs
+        {54936,
+         "\x81\x30\x81\x30"
+         "x\xB0\xA1\x95\x32\x82\x36"},                  // GB 18030: 4-byte forms
+        {50220, "a\x1B$B$\"$$\x1B(Bb\x1B$B%\"\x1B(B"},  // stateful ISO-2022-JP
+        {65000, "a+AOQA9g-b+2D3eAA-"},                  // stateful UTF-7
+        {65001,
+         "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"
+         "z"},
         {12000, std::string("a\0\0\0\0\xF6\x01\0\xE4\0\0\0", 12)},
-        {1252, std::string("\x80\x81\0\xFF" "a", 5)},                       // holes become C1 controls
+        {1252, std::string("\x80\x81\0\xFF"
+                           "a",
+                           5)},  // holes become C1 controls
     };
     for (const auto& c : cases) {
         const std::u16string whole = Whole(c.cp, c.bytes);
@@ -84,7 +93,10 @@ TEST(Decoder, TheFirstBadSequenceIsNamedByItsOffsetFromTheFirstByte) {
         std::string bytes;
         int64_t offset;
     } cases[] = {
-        {65001, "ab\xFF" "c\xFF", 2},
+        {65001,
+         "ab\xFF"
+         "c\xFF",
+         2},
         {65001, "ab\xE2\x82", 2},  // cut off by the end of the text
         {932, "ab\x81", 2},
         {932, "abc\x85\x40", 3},  // a pair no character has
@@ -113,7 +125,9 @@ TEST(Decoder, NoDecoderForUnknownPagesOrWithoutMemory) {
 }
 
 std::u16string Normalized(int form, const std::u16string& s) {
-    std::u16string out(static_cast<size_t>(BrNormalize(form, s.data(), static_cast<int64_t>(s.size()), nullptr, 0)), u'\0');
+    std::u16string out(static_cast<size_t>(
+                           BrNormalize(form, s.data(), static_cast<int64_t>(s.size()), nullptr, 0)),
+                       u'\0');
     const int64_t n = BrNormalize(form, s.data(), static_cast<int64_t>(s.size()), out.data(),
                                   static_cast<int64_t>(out.size()));
     out.resize(n > 0 ? static_cast<size_t>(n) : 0);
@@ -126,14 +140,14 @@ TEST(Normalisation, ABoundarySplitsTextThatNormalisesApart) {
         std::u16string text;
         int64_t boundary;
     } cases[] = {
-        {1, u"ab\u0301", 1},              // the mark belongs to b
-        {1, u"e\u0301", 0},               // none after the start
+        {1, u"ab\u0301", 1},  // the mark belongs to b
+        {1, u"e\u0301", 0},   // none after the start
         {2, u"e\u0301\u0323", 0},
-        {1, u"a\U0001F600", 1},           // before the pair, never inside it
-        {1, u"x\u1100\u1161", 1},         // C joins the jamo into a syllable
-        {2, u"x\u1100\u1161", 2},         // D leaves them apart
+        {1, u"a\U0001F600", 1},    // before the pair, never inside it
+        {1, u"x\u1100\u1161", 1},  // C joins the jamo into a syllable
+        {2, u"x\u1100\u1161", 2},  // D leaves them apart
         {5, u"a\uFB01\u0301", 1},
-        {3, u"abc", 0},                   // no such form
+        {3, u"abc", 0},  // no such form
         {1, u"", 0},
     };
     for (const auto& c : cases) {
@@ -142,8 +156,9 @@ TEST(Normalisation, ABoundarySplitsTextThatNormalisesApart) {
         EXPECT_EQ(k, c.boundary) << "form " << c.form << " case " << (&c - cases);
         if (k > 0) {
             const auto k2 = static_cast<size_t>(k);
-            EXPECT_EQ(Normalized(c.form, c.text.substr(0, k2)) + Normalized(c.form, c.text.substr(k2)),
-                      Normalized(c.form, c.text));
+            EXPECT_EQ(
+                Normalized(c.form, c.text.substr(0, k2)) + Normalized(c.form, c.text.substr(k2)),
+                Normalized(c.form, c.text));
         }
     }
 }
@@ -159,8 +174,11 @@ TEST(CodePageList, HoldsEveryConvertiblePageOnceInOrder) {
             EXPECT_LT(pages[i - 1], pages[i]);
         }
     }
-    const auto has = [&](unsigned short cp) { return std::find(pages.begin(), pages.end(), cp) != pages.end(); };
-    for (const unsigned short cp : {37, 437, 850, 932, 1250, 1252, 12000, 12001, 20127, 28591, 50220, 54936, 65001}) {
+    const auto has = [&](unsigned short cp) {
+        return std::find(pages.begin(), pages.end(), cp) != pages.end();
+    };
+    for (const unsigned short cp :
+         {37, 437, 850, 932, 1250, 1252, 12000, 12001, 20127, 28591, 50220, 54936, 65001}) {
         EXPECT_TRUE(has(cp)) << cp;
     }
     EXPECT_FALSE(has(1200));

@@ -1,12 +1,12 @@
-#include <gtest/gtest.h>
+#include "basert/files.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
 #include "basert/fileio.h"
-#include "basert/files.h"
 
 namespace {
 

@@ -1,11 +1,12 @@
 // Files as the program reads and writes them: refusals with their exit codes, the output that
 // replaces its target only on Commit, links written through, permissions kept.
+#include "io.h"
+
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <streambuf>
 
-#include "io.h"
 #include "tool_test_support.h"
 
 namespace {
@@ -39,15 +40,19 @@ TEST(InputFile, RefusesWhatIsNoReadableFileWithItsExitCode) {
     ScratchDir dir;
     const Refusal cases[] = {
         {"", kExitUsage, "job: the input path is empty"},
-        {(dir / "missing").string(), kExitIo, "job: cannot open '" + (dir / "missing").string() + "': No such file"},
-        {dir.path().string(), kExitIo, "job: cannot read '" + dir.path().string() + "': it is a directory"},
+        {(dir / "missing").string(), kExitIo,
+         "job: cannot open '" + (dir / "missing").string() + "': No such file"},
+        {dir.path().string(), kExitIo,
+         "job: cannot read '" + dir.path().string() + "': it is a directory"},
     };
     for (const Refusal& c : cases) ExpectRefused<InputFile>(c);
 }
 
 TEST(InputFile, ReadsBlocksUntilTheEnd) {
     ScratchDir dir;
-    WriteFile(dir / "ten", std::string("0123456\0" "89", 10));
+    WriteFile(dir / "ten", std::string("0123456\0"
+                                       "89",
+                                       10));
     std::ostringstream err;
     InputFile in;
     ASSERT_EQ(in.Open((dir / "ten").string(), "job", err), kExitOk);
@@ -59,7 +64,9 @@ TEST(InputFile, ReadsBlocksUntilTheEnd) {
         EXPECT_EQ(n, want);
         got.append(buf, static_cast<size_t>(n < 0 ? 0 : n));
     }
-    EXPECT_EQ(got, std::string("0123456\0" "89", 10));
+    EXPECT_EQ(got, std::string("0123456\0"
+                               "89",
+                               10));
     std::istringstream text("abc");
     InputFile piped;
     ASSERT_EQ(piped.Open("-", "job", err, text), kExitOk);
@@ -111,7 +118,8 @@ TEST(OutputFile, WritesThroughLinksAndKeepsPermissions) {
         fs::perms mode;
     } cases[] = {
         {dir / "link.txt", fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read},
-        {dir / "sub" / "chain.txt", fs::perms::owner_all | fs::perms::group_read | fs::perms::others_exec},
+        {dir / "sub" / "chain.txt",
+         fs::perms::owner_all | fs::perms::group_read | fs::perms::others_exec},
         {dir / "absolute.txt", fs::perms::owner_read | fs::perms::owner_write},
         {real, fs::perms::owner_read},  // read-only: replaced all the same, still read-only
     };
@@ -141,8 +149,10 @@ TEST(OutputFile, RefusesEmptyPathsFoldersAndMissingFolders) {
     ScratchDir dir;
     const Refusal cases[] = {
         {"", kExitUsage, "job: the output path is empty"},
-        {dir.path().string(), kExitIo, "job: cannot write '" + dir.path().string() + "': it is a directory"},
-        {(dir / "no" / "x").string(), kExitIo, "job: cannot write '" + (dir / "no" / "x").string() + "': No such file"},
+        {dir.path().string(), kExitIo,
+         "job: cannot write '" + dir.path().string() + "': it is a directory"},
+        {(dir / "no" / "x").string(), kExitIo,
+         "job: cannot write '" + (dir / "no" / "x").string() + "': No such file"},
     };
     for (const Refusal& c : cases) ExpectRefused<OutputFile>(c);
     std::ostringstream err;
@@ -154,7 +164,8 @@ TEST(OutputFile, RefusesEmptyPathsFoldersAndMissingFolders) {
 }
 
 TEST(OutputFile, WritesDevicesDirectlyAndReportsTheirErrors) {
-    if (!fs::exists("/dev/null") || !fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/null, /dev/full";
+    if (!fs::exists("/dev/null") || !fs::exists("/dev/full"))
+        GTEST_SKIP() << "no /dev/null, /dev/full";
     std::ostringstream err;
     OutputFile null;
     ASSERT_EQ(null.Open("/dev/null", "job", err), kExitOk);
@@ -178,7 +189,7 @@ TEST(OutputFile, WritesDevicesDirectlyAndReportsTheirErrors) {
 
 // A stream buffer that refuses every byte.
 class Refusing : public std::streambuf {
-protected:
+  protected:
     int_type overflow(int_type) override { return traits_type::eof(); }
 };
 

@@ -56,7 +56,8 @@ TEST(RecodeMemory, EveryRefusedAllocationEndsTheRunAndKeepsTheTarget) {
             }
             if (r.rc == kExitOk) break;
             ++refused;
-            EXPECT_EQ(r.rc, kExitIo) << c.from << " -> " << c.to << ", allocation " << n << ": " << r.err;
+            EXPECT_EQ(r.rc, kExitIo)
+                << c.from << " -> " << c.to << ", allocation " << n << ": " << r.err;
             EXPECT_EQ(r.err, "kbase recode: out of memory\n");
             EXPECT_EQ(ReadFile(out), "previous");
             EXPECT_EQ(dir.Entries(), 2) << "no temporary file is left";
@@ -68,7 +69,7 @@ TEST(RecodeMemory, EveryRefusedAllocationEndsTheRunAndKeepsTheTarget) {
 
 // A stream buffer that throws as an allocation does.
 class Throwing : public std::streambuf {
-protected:
+  protected:
     int_type overflow(int_type) override { throw std::bad_alloc(); }
     int_type underflow() override { throw std::bad_alloc(); }
 };

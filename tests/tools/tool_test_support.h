@@ -47,7 +47,7 @@ inline void WriteFile(const fs::path& p, const std::string& bytes) {
 
 // An empty folder of its own for one test, removed afterwards.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         path_ = fs::temp_directory_path() /
@@ -65,9 +65,11 @@ public:
     fs::path operator/(const std::string& name) const { return path_ / name; }
     const fs::path& path() const { return path_; }
     // The number of entries in the folder (a temporary file left behind shows up here).
-    long Entries() const { return std::distance(fs::directory_iterator(path_), fs::directory_iterator()); }
+    long Entries() const {
+        return std::distance(fs::directory_iterator(path_), fs::directory_iterator());
+    }
 
-private:
+  private:
     fs::path path_;
 };
 
