@@ -30,7 +30,7 @@ extern const char* const kExitCodeHelp;
 
 // A file, or standard input, read from the start in blocks.
 class InputFile {
-  public:
+public:
     InputFile() = default;
     ~InputFile();
     InputFile(const InputFile&) = delete;
@@ -52,7 +52,7 @@ class InputFile {
     // "'path'" or "standard input", for messages.
     const std::string& Name() const { return name_; }
 
-  private:
+private:
     int OpenPath(const std::string& path);
 
     FILE* file_ = nullptr;
@@ -64,7 +64,7 @@ class InputFile {
 
 // The output of a job: a file replaced only on success, a device or pipe, or standard output.
 class OutputFile {
-  public:
+public:
     OutputFile() = default;
     // Removes the temporary file when Commit was not reached or failed.
     ~OutputFile();
@@ -87,7 +87,7 @@ class OutputFile {
     // target is then as it was. On standard output, what was written stays written.
     [[nodiscard]] bool Commit();
 
-  private:
+private:
     enum class Kind { kNone, kTemporary, kDirect, kStandard, kStream };
     int OpenPath(const std::string& path);
     int Fail(const std::string& what, int error);

@@ -40,7 +40,7 @@ bool IsLowSurrogate(char32_t u) {
 // A growable array in a block of the runtime, so that a test can make its allocation fail.
 template <typename T>
 class Buffer {
-  public:
+public:
     Buffer() = default;
     ~Buffer() { UtFreeMemory(data_); }
     Buffer(const Buffer&) = delete;
@@ -58,7 +58,7 @@ class Buffer {
     T* data() { return data_; }
     int64_t capacity() const { return capacity_; }
 
-  private:
+private:
     T* data_ = nullptr;
     int64_t capacity_ = 0;
 };
@@ -82,7 +82,7 @@ std::string Describe(char32_t c) {
 
 // Line and column (from 1; columns in characters) of the next character of a text seen in pieces.
 class TextPosition {
-  public:
+public:
     // Moves past n units: UTF-8 bytes or UTF-16 units of well-formed text.
     template <typename Unit>
     void Advance(const Unit* s, int64_t n) {
@@ -101,7 +101,7 @@ class TextPosition {
         return "line " + std::to_string(line_) + ", column " + std::to_string(column_);
     }
 
-  private:
+private:
     static bool IsContinuation(char b) { return (static_cast<unsigned char>(b) & 0xC0) == 0x80; }
     static bool IsContinuation(char16_t u) { return IsLowSurrogate(u); }
 
@@ -245,7 +245,7 @@ struct Utf8ToUtf16 {
 // The tables of an ASCII-compatible single-byte code page, read from the conversion layer so that
 // the direct paths give the same bytes as converting through UTF-16.
 class SingleByteTables {
-  public:
+public:
     // Builds them for cp; false when memory is refused.
     [[nodiscard]] bool Build(int cp, bool withReverse) {
         for (int b = 0; b < 256; ++b) {
@@ -277,7 +277,7 @@ class SingleByteTables {
     // The byte of a character (not U+0000), or 0 when the page lacks it.
     uint8_t FromUnicode(char32_t c) { return c < 0x10000 ? fromUnicode_.data()[c] : 0; }
 
-  private:
+private:
     char16_t toUnicode_[256] = {};
     Utf8 utf8_[256] = {};
     Buffer<uint8_t> fromUnicode_;
@@ -342,7 +342,7 @@ int NormalizationForm(const std::string& name) {
 }
 
 class Recoder {
-  public:
+public:
     Recoder(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& err)
         : o_(o), in_(in), out_(out), err_(err) {}
     ~Recoder() { BrDecoderClose(decoder_); }
@@ -351,7 +351,7 @@ class Recoder {
 
     int Run();
 
-  private:
+private:
     int Fill();
     void Consume(int64_t n);
     bool Next(int64_t converted, int& rc);

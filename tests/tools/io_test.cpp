@@ -189,7 +189,7 @@ TEST(OutputFile, WritesDevicesDirectlyAndReportsTheirErrors) {
 
 // A stream buffer that refuses every byte.
 class Refusing : public std::streambuf {
-  protected:
+protected:
     int_type overflow(int_type) override { return traits_type::eof(); }
 };
 

@@ -69,7 +69,7 @@ TEST(RecodeMemory, EveryRefusedAllocationEndsTheRunAndKeepsTheTarget) {
 
 // A stream buffer that throws as an allocation does.
 class Throwing : public std::streambuf {
-  protected:
+protected:
     int_type overflow(int_type) override { throw std::bad_alloc(); }
     int_type underflow() override { throw std::bad_alloc(); }
 };

@@ -47,7 +47,7 @@ inline void WriteFile(const fs::path& p, const std::string& bytes) {
 
 // An empty folder of its own for one test, removed afterwards.
 class ScratchDir {
-  public:
+public:
     ScratchDir() {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         path_ = fs::temp_directory_path() /
@@ -69,7 +69,7 @@ class ScratchDir {
         return std::distance(fs::directory_iterator(path_), fs::directory_iterator());
     }
 
-  private:
+private:
     fs::path path_;
 };
 
