@@ -62,11 +62,11 @@ BASERT_API void BrDecoderClose(BrDecoder* decoder);
 // Converts bytes src[0..n) into UTF-16 at dst (room for cap units); last marks the end of the text
 // (a sequence cut there is then invalid). Returns the units written, or kBrConvNoMemory. *read
 // receives the bytes taken: fewer than n, and possibly units held back, only when dst filled up, so
-// call again with the rest (even none) until a call leaves room in dst. *firstBad receives the offset,
-// counted from the first byte ever given to the decoder, of the first invalid or unassigned sequence
-// of this call, or -1.
-BASERT_API int64_t BrDecode(BrDecoder* decoder, const char* src, int64_t n, bool last, char16_t* dst,
-                            int64_t cap, int64_t* read, int64_t* firstBad);
+// call again with the rest (even none) until a call leaves room in dst. *firstBad receives the
+// offset, counted from the first byte ever given to the decoder, of the first invalid or unassigned
+// sequence of this call, or -1.
+BASERT_API int64_t BrDecode(BrDecoder* decoder, const char* src, int64_t n, bool last,
+                            char16_t* dst, int64_t cap, int64_t* read, int64_t* firstBad);
 
 // Unicode normalisation, forms as Windows numbers them: 1 C, 2 D, 5 KC, 6 KD.
 // With cap 0 (dst may be null) returns an estimate of the units needed, never less than needed.

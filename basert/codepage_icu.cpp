@@ -133,6 +133,13 @@ void BuildSingleByteTables(CodePage& cp, UConverter* c) {
     ucnv_resetToUnicode(c);
 }
 
+// Windows writes '?' for a character the page lacks; ICU's default would be 0x1A. (This also makes
+// ICU read an invalid single byte as U+FFFD rather than U+001A.)
+void UseWindowsSubstitution(UConverter* c, const CodePage& cp) {
+    UErrorCode err = U_ZERO_ERROR;
+    if (cp.number != kBrCodePageUtf8 && cp.maxBytes <= 2) ucnv_setSubstChars(c, "?", 1, &err);
+}
+
 std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     if (number == 1200 || number == 1201 || number == 256 || number == 65535) return nullptr;
     UConverter* c = OpenIcu(number);
@@ -148,9 +155,7 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
         ucnv_close(c);
     } else {
         cp->cnv = c;
-        // Windows writes '?' for a character the page lacks; ICU's default would be 0x1A.
-        UErrorCode err = U_ZERO_ERROR;
-        if (number != kBrCodePageUtf8 && cp->maxBytes <= 2) ucnv_setSubstChars(c, "?", 1, &err);
+        UseWindowsSubstitution(c, *cp);
     }
     return cp;
 }
@@ -298,7 +303,9 @@ namespace {
 
 bool StartsWithIgnoringCase(const char* text, const char* prefix) {
     for (; *prefix != '\0'; ++text, ++prefix) {
-        const auto lower = [](char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; };
+        const auto lower = [](char c) {
+            return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+        };
         if (lower(*text) != lower(*prefix)) return false;
     }
     return true;
@@ -348,7 +355,7 @@ int64_t BrCodePageList(unsigned short* out, int64_t cap) {
 struct BrDecoder {
     CodePage* table = nullptr;  // single-byte pages convert statelessly through their table
     UConverter* cnv = nullptr;
-    int64_t offset = 0;         // bytes taken so far
+    int64_t offset = 0;  // bytes taken so far
     // Set up for each call of BrDecode, read by the callback.
     const char* base = nullptr;
     int64_t baseOffset = 0;
@@ -357,8 +364,8 @@ struct BrDecoder {
 
 namespace {
 
-void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes, int32_t length,
-                    UConverterCallbackReason reason, UErrorCode* err) {
+void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* bytes,
+                    int32_t length, UConverterCallbackReason reason, UErrorCode* err) {
     auto* d = static_cast<BrDecoder*>(const_cast<void*>(ctx));
     if (reason <= UCNV_IRREGULAR && d->firstBad < 0) {
         // The source already stands past the bad bytes, which may have begun in an earlier block.
@@ -382,7 +389,10 @@ BrDecoder* BrDecoderOpen(unsigned short codePage) {
     }
     d->cnv = OpenIcu(codePage);
     UErrorCode err = U_ZERO_ERROR;
-    if (d->cnv != nullptr) ucnv_setToUCallBack(d->cnv, DecodeCallback, d, nullptr, nullptr, &err);
+    if (d->cnv != nullptr) {
+        UseWindowsSubstitution(d->cnv, *cp);  // so that pieces give what the whole text gives
+        ucnv_setToUCallBack(d->cnv, DecodeCallback, d, nullptr, nullptr, &err);
+    }
     if (d->cnv == nullptr || U_FAILURE(err)) {
         BrDecoderClose(d);
         return nullptr;
@@ -417,14 +427,16 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
         *read = m;
         return got;
     }
-    if (n > INT32_MAX || cap > INT32_MAX) return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
+    if (n > INT32_MAX || cap > INT32_MAX)
+        return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
     d->base = src;
     d->baseOffset = d->offset;
     d->firstBad = -1;
     const char* s = src;
     UChar* t = reinterpret_cast<UChar*>(dst);
     UErrorCode err = U_ZERO_ERROR;
-    ucnv_toUnicode(d->cnv, &t, reinterpret_cast<UChar*>(dst) + cap, &s, src + n, nullptr, last, &err);
+    ucnv_toUnicode(d->cnv, &t, reinterpret_cast<UChar*>(dst) + cap, &s, src + n, nullptr, last,
+                   &err);
     *read = s - src;
     d->offset += *read;
     *firstBad = d->firstBad;

@@ -16,7 +16,7 @@ BASERT_API bool UtFileIsTerminal(FILE* file);
 
 // What an open stream is connected to, as UtFileKind tells it.
 enum UtFileKindValue : int {
-    kUtFileClosed = 0,     // no stream, or its descriptor is closed or invalid
+    kUtFileClosed = 0,  // no stream, or its descriptor is closed or invalid
     kUtFileRegular = 1,
     kUtFileDirectory = 2,  // opening a directory for reading succeeds on some systems; reads fail
     kUtFileDevice = 3,     // a character or block device (a terminal, /dev/null)

@@ -152,7 +152,8 @@ void ListCodePages(std::ostream& out) {
     int64_t count = BrCodePageList(numbers.data(), static_cast<int64_t>(numbers.size()));
     numbers.resize(static_cast<size_t>(count));
     if (count > 1024) count = BrCodePageList(numbers.data(), count);
-    numbers.insert(numbers.begin(), {1200, 1201});  // converted by the jobs, not the conversion layer
+    numbers.insert(numbers.begin(),
+                   {1200, 1201});  // converted by the jobs, not the conversion layer
     std::sort(numbers.begin(), numbers.end());
     for (const unsigned short n : numbers) {
         const NamedCodePage* page = Named(n);

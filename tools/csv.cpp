@@ -36,20 +36,23 @@ using Clock = std::chrono::steady_clock;
 // A bar on err, drawn only once a pass has taken more than a moment, and at most ten times a
 // second.
 class Progress {
-public:
+  public:
     Progress(std::ostream& err, bool enabled) : err_(err), enabled_(enabled) {}
     ~Progress() { Finish(); }
     void Show(uint64_t position, uint64_t size) {
         if (!enabled_ || size == 0) return;
         const auto now = Clock::now();
-        if (now - start_ < std::chrono::milliseconds(500) || now - last_ < std::chrono::milliseconds(100)) return;
+        if (now - start_ < std::chrono::milliseconds(500) ||
+            now - last_ < std::chrono::milliseconds(100))
+            return;
         last_ = now;
         const int percent = static_cast<int>(std::min<uint64_t>(100, position * 100 / size));
         std::string bar(static_cast<size_t>(percent / 4), '#');
         bar.resize(25, '.');
         char text[160];
-        std::snprintf(text, sizeof text, "\rreading [%s] %3d%%  %.1f of %.1f MB", bar.c_str(), percent,
-                      static_cast<double>(position) / 1e6, static_cast<double>(size) / 1e6);
+        std::snprintf(text, sizeof text, "\rreading [%s] %3d%%  %.1f of %.1f MB", bar.c_str(),
+                      percent, static_cast<double>(position) / 1e6,
+                      static_cast<double>(size) / 1e6);
         err_ << text << std::flush;
         drawn_ = true;
     }
@@ -58,7 +61,7 @@ public:
         drawn_ = false;
     }
 
-private:
+  private:
     std::ostream& err_;
     bool enabled_;
     Clock::time_point start_ = Clock::now();
@@ -101,7 +104,8 @@ bool IsUtf8(std::string_view s) {
             cp = (cp << 6) | (p[i + k] & 0x3F);
         }
         // Overlong forms, surrogates and code points past U+10FFFF are no UTF-8.
-        if ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF))) {
+        if ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) ||
+            (len == 4 && (cp < 0x10000 || cp > 0x10FFFF))) {
             return false;
         }
         i += len;
@@ -112,7 +116,7 @@ bool IsUtf8(std::string_view s) {
 // Turns the fields of the file into UTF-8. Without a given encoding the first field that is not
 // ASCII decides: valid UTF-8 makes the file UTF-8, anything else Windows-1252.
 class Utf8Fields {
-public:
+  public:
     Utf8Fields(int encoding, std::string how) : encoding_(encoding), how_(std::move(how)) {}
 
     int Encoding() const { return encoding_ == 0 ? 65001 : encoding_; }
@@ -140,7 +144,7 @@ public:
         return true;
     }
 
-private:
+  private:
     void Decide(std::string_view first) {
         if (IsUtf8(first)) {
             encoding_ = 65001;
@@ -156,7 +160,9 @@ private:
             std::vector<std::string> t(256);
             for (int b = 1; b < 256; ++b) {
                 const char c = static_cast<char>(b);
-                t[static_cast<size_t>(b)] = UtCString(&c, 1, static_cast<eUtEncodingType>(1252), eUtEncodingTypeUtf8).GetUtf8String(0);
+                t[static_cast<size_t>(b)] =
+                    UtCString(&c, 1, static_cast<eUtEncodingType>(1252), eUtEncodingTypeUtf8)
+                        .GetUtf8String(0);
             }
             t[0] = std::string(1, '\0');
             return t;
@@ -168,10 +174,12 @@ private:
         size_t start = 0;
         for (;;) {
             const size_t nul = in.find('\0', start);
-            const std::string_view piece = in.substr(start, nul == std::string_view::npos ? std::string_view::npos : nul - start);
+            const std::string_view piece = in.substr(
+                start, nul == std::string_view::npos ? std::string_view::npos : nul - start);
             if (!piece.empty()) {
-                const UtCUtf::Result r = UtCUtf::Convert(piece.data(), static_cast<int64_t>(piece.size()),
-                                                         static_cast<unsigned short>(encoding_), eUtEncodingTypeUtf8);
+                const UtCUtf::Result r =
+                    UtCUtf::Convert(piece.data(), static_cast<int64_t>(piece.size()),
+                                    static_cast<unsigned short>(encoding_), eUtEncodingTypeUtf8);
                 if (!r.ok) throw std::bad_alloc();
                 out.append(static_cast<const char*>(r.text), static_cast<size_t>(r.units));
                 UtFreeMemory(r.text);
@@ -187,22 +195,25 @@ private:
 };
 
 class WatchedReader : public UtCCsvReader {
-public:
-    WatchedReader(const UtCString& name, Progress& progress) : UtCCsvReader(name), progress_(progress) {}
+  public:
+    WatchedReader(const UtCString& name, Progress& progress)
+        : UtCCsvReader(name), progress_(progress) {}
     WatchedReader(std::FILE* stream, Progress& progress)
-        : UtCCsvReader(stream, UtCString("-", eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)), progress_(progress) {}
+        : UtCCsvReader(stream, UtCString("-", eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)),
+          progress_(progress) {}
 
-protected:
+  protected:
     void ScanProgress(uint64_t position, uint64_t size) override { progress_.Show(position, size); }
 
-private:
+  private:
     Progress& progress_;
 };
 
 std::string Kinds(uint32_t implicitMask) {
     std::string k;
     auto add = [&](const char* s) { k += k.empty() ? s : std::string(", ") + s; };
-    if ((implicitMask & (UtCCsvReader::eTypeSmallInteger | UtCCsvReader::eTypeLargeInteger)) != 0) add("whole number");
+    if ((implicitMask & (UtCCsvReader::eTypeSmallInteger | UtCCsvReader::eTypeLargeInteger)) != 0)
+        add("whole number");
     if ((implicitMask & UtCCsvReader::eTypeReal) != 0) add("real");
     if ((implicitMask & UtCCsvReader::eTypeText) != 0) add("text");
     return k.empty() ? "(no values)" : k;
@@ -219,7 +230,8 @@ long ResolveColumn(const std::string& col, const std::vector<std::string>& names
     for (size_t i = 0; i < names.size(); ++i) {
         if (names[i] == col) return static_cast<long>(i);
     }
-    if (!col.empty() && col.size() < 10 && col.find_first_not_of("0123456789") == std::string::npos) {
+    if (!col.empty() && col.size() < 10 &&
+        col.find_first_not_of("0123456789") == std::string::npos) {
         const long n = std::stol(col);
         if (n >= 1 && static_cast<size_t>(n) <= columns) return n - 1;
     }
@@ -235,10 +247,14 @@ bool ParseSize(const std::string& text, uint64_t& bytes) {
     uint64_t n = std::stoull(text.substr(0, digits));
     const std::string unit = text.substr(digits);
     int shift = 0;
-    if (unit == "K" || unit == "k" || unit == "KiB") shift = 10;
-    else if (unit == "M" || unit == "m" || unit == "MiB") shift = 20;
-    else if (unit == "G" || unit == "g" || unit == "GiB") shift = 30;
-    else if (!unit.empty() && unit != "B") return false;
+    if (unit == "K" || unit == "k" || unit == "KiB")
+        shift = 10;
+    else if (unit == "M" || unit == "m" || unit == "MiB")
+        shift = 20;
+    else if (unit == "G" || unit == "g" || unit == "GiB")
+        shift = 30;
+    else if (!unit.empty() && unit != "B")
+        return false;
     if (n > (uint64_t{1} << (63 - shift))) return false;
     bytes = n << shift;
     return true;
@@ -246,26 +262,31 @@ bool ParseSize(const std::string& text, uint64_t& bytes) {
 
 // What a job does with each data row; the rows arrive converted to UTF-8.
 class RowSink {
-public:
+  public:
     virtual ~RowSink() = default;
     // raw: the fields as read, in the file's encoding; utf8: the same fields in UTF-8.
-    virtual bool Row(const std::vector<std::string_view>& raw, const std::vector<std::string_view>& utf8) = 0;
+    virtual bool Row(const std::vector<std::string_view>& raw,
+                     const std::vector<std::string_view>& utf8) = 0;
 };
 
 // Kinds of each column, ragged rows and trailing rows without numbers, for the description.
 class Describer : public RowSink {
-public:
-    explicit Describer(eUtEncodingType e, size_t headerWidth) : encoding_(e), headerWidth_(headerWidth) {}
-    bool Row(const std::vector<std::string_view>& raw, const std::vector<std::string_view>&) override {
+  public:
+    explicit Describer(eUtEncodingType e, size_t headerWidth)
+        : encoding_(e), headerWidth_(headerWidth) {}
+    bool Row(const std::vector<std::string_view>& raw,
+             const std::vector<std::string_view>&) override {
         if (masks_.size() < raw.size()) masks_.resize(raw.size());
         bool any = false, number = false;
         for (size_t i = 0; i < raw.size(); ++i) {
             if (raw[i].empty()) continue;  // a missing value has no kind
-            const UtCCsvReader::TColumnMasks m = UtCCsvReader::ClassifyField(raw[i].data(), raw[i].size(), encoding_, &comma_);
+            const UtCCsvReader::TColumnMasks m =
+                UtCCsvReader::ClassifyField(raw[i].data(), raw[i].size(), encoding_, &comma_);
             masks_[i].implicitMask |= m.implicitMask;
             masks_[i].explicitMask |= m.explicitMask;
             any = true;
-            number = number || (m.implicitMask & ~static_cast<uint32_t>(UtCCsvReader::eTypeText)) != 0;
+            number =
+                number || (m.implicitMask & ~static_cast<uint32_t>(UtCCsvReader::eTypeText)) != 0;
         }
         ++rows_;
         if (headerWidth_ != 0 && raw.size() != headerWidth_) ++ragged_;
@@ -276,7 +297,7 @@ public:
     uint64_t rows_ = 0, ragged_ = 0, trailingText_ = 0;
     bool comma_ = false;
 
-private:
+  private:
     eUtEncodingType encoding_;
     size_t headerWidth_;
 };
@@ -284,7 +305,7 @@ private:
 // Trailing rows that hold text but no number, when rows with numbers came before them: they look
 // like notes under the data. Counted by the row sinks that do not classify every field.
 class FooterWatch {
-public:
+  public:
     void Row(const std::vector<std::string_view>& raw) {
         bool any = false, number = false;
         for (const std::string_view f : raw) {
@@ -301,16 +322,20 @@ public:
     }
     uint64_t Trailing() const { return trailing_ < rows_ ? trailing_ : 0; }
 
-private:
+  private:
     uint64_t rows_ = 0, trailing_ = 0;
 };
 
 class Grouper : public RowSink {
-public:
+  public:
     Grouper(std::vector<long> group, std::vector<long> sum, CommaRule commas)
-        : group_(std::move(group)), sum_(std::move(sum)), totals_(group_.size(), sum_.size(), commas),
-          keys_(group_.size()), sums_(sum_.size()) {}
-    bool Row(const std::vector<std::string_view>& raw, const std::vector<std::string_view>& utf8) override {
+        : group_(std::move(group)),
+          sum_(std::move(sum)),
+          totals_(group_.size(), sum_.size(), commas),
+          keys_(group_.size()),
+          sums_(sum_.size()) {}
+    bool Row(const std::vector<std::string_view>& raw,
+             const std::vector<std::string_view>& utf8) override {
         footer_.Row(raw);
         for (size_t k = 0; k < group_.size(); ++k) keys_[k] = Cell(utf8, group_[k]);
         for (size_t k = 0; k < sum_.size(); ++k) sums_[k] = Cell(utf8, sum_[k]);
@@ -318,20 +343,23 @@ public:
         return true;
     }
     static std::string_view Cell(const std::vector<std::string_view>& row, long col) {
-        return static_cast<size_t>(col) < row.size() ? row[static_cast<size_t>(col)] : std::string_view();
+        return static_cast<size_t>(col) < row.size() ? row[static_cast<size_t>(col)]
+                                                     : std::string_view();
     }
     std::vector<long> group_, sum_;
     GroupTotals totals_;
     FooterWatch footer_;
 
-private:
+  private:
     std::vector<std::string_view> keys_, sums_;
 };
 
 class Sorter : public RowSink {
-public:
-    Sorter(std::vector<SortKey> keys, uint64_t budget, CommaRule commas) : sort_(std::move(keys), budget, commas) {}
-    bool Row(const std::vector<std::string_view>& raw, const std::vector<std::string_view>& utf8) override {
+  public:
+    Sorter(std::vector<SortKey> keys, uint64_t budget, CommaRule commas)
+        : sort_(std::move(keys), budget, commas) {}
+    bool Row(const std::vector<std::string_view>& raw,
+             const std::vector<std::string_view>& utf8) override {
         footer_.Row(raw);
         width_ = std::max(width_, utf8.size());
         return sort_.Add(utf8);
@@ -377,7 +405,8 @@ int CheckOptions(const CsvOptions& o, uint64_t& budget, std::ostream& err) {
     }
     if (o.footer < 0) return usage("--footer needs a number of lines from 0");
     if (!ParseSize(o.memory, budget) || budget < (uint64_t{16} << 20)) {
-        return usage("--memory needs a size of at least 16M, such as 512M or 2G, not '" + o.memory + "'");
+        return usage("--memory needs a size of at least 16M, such as 512M or 2G, not '" + o.memory +
+                     "'");
     }
     return kExitOk;
 }
@@ -389,24 +418,32 @@ int OpenInput(Job& job) {
     const bool standard = o.input == "-" || o.input == "/dev/stdin";
     {
         InputFile check;
-        if (const int rc = check.Open(standard ? "-" : o.input, "kbase csv", job.err); rc != kExitOk) return rc;
+        if (const int rc = check.Open(standard ? "-" : o.input, "kbase csv", job.err);
+            rc != kExitOk)
+            return rc;
     }
     if (standard) {
         job.stream = stdin;
         job.reader = std::make_unique<WatchedReader>(stdin, *job.progress);
         return kExitOk;
     }
-    job.reader = std::make_unique<WatchedReader>(UtCString(o.input.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8), *job.progress);
-    if (!job.reader->IsOpen()) return job.Fail(kExitIo, "cannot open '" + o.input + "': " + std::strerror(errno));
+    job.reader = std::make_unique<WatchedReader>(
+        UtCString(o.input.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8), *job.progress);
+    if (!job.reader->IsOpen())
+        return job.Fail(kExitIo, "cannot open '" + o.input + "': " + std::strerror(errno));
     return kExitOk;
 }
 
 const char* ReadStateText(UtCCsvReader::TReadState s) {
     switch (s) {
-        case UtCCsvReader::eReadLineTooLong: return "a line is longer than 1 GiB";
-        case UtCCsvReader::eReadNoMemory: return "out of memory";
-        case UtCCsvReader::eReadNotOpen: return "it could not be opened";
-        default: return "read error";
+        case UtCCsvReader::eReadLineTooLong:
+            return "a line is longer than 1 GiB";
+        case UtCCsvReader::eReadNoMemory:
+            return "out of memory";
+        case UtCCsvReader::eReadNotOpen:
+            return "it could not be opened";
+        default:
+            return "read error";
     }
 }
 
@@ -419,14 +456,18 @@ int DetectFormat(Job& job) {
     int encoding = 0;
     std::string how;
     if (!o.encoding.empty()) {
-        if (!ParseCodePage(o.encoding, encoding)) return job.Fail(kExitUsage, "unknown code page '" + o.encoding + "' (see kbase recode --list)");
+        if (!ParseCodePage(o.encoding, encoding))
+            return job.Fail(kExitUsage,
+                            "unknown code page '" + o.encoding + "' (see kbase recode --list)");
         how = "code page " + std::to_string(encoding) + " (as given)";
         r.SetFileEncoding(static_cast<eUtEncodingType>(encoding));
     }
     const bool guessDelimiter = o.delimiter.empty();
     const bool read = r.DetectFromHead(o.titles < 0);
-    if (!read && r.GetReadState() != UtCCsvReader::eReadEnd && r.GetReadState() != UtCCsvReader::eReadOk) {
-        return job.Fail(kExitIo, "cannot read '" + o.input + "': " + ReadStateText(r.GetReadState()));
+    if (!read && r.GetReadState() != UtCCsvReader::eReadEnd &&
+        r.GetReadState() != UtCCsvReader::eReadOk) {
+        return job.Fail(kExitIo,
+                        "cannot read '" + o.input + "': " + ReadStateText(r.GetReadState()));
     }
     if (o.encoding.empty() && r.GetFileEncoding() == eUtEncodingTypeUtf8) {
         encoding = 65001;
@@ -490,14 +531,17 @@ int ReadRows(Job& job, RowSink& sink) {
     job.progress->Finish();
     const UtCCsvReader::TReadState state = job.reader->GetReadState();
     if (state != UtCCsvReader::eReadEnd && state != UtCCsvReader::eReadUnclosedQuote) {
-        return job.Fail(kExitIo, "cannot read '" + job.o.input + "' to its end: " + ReadStateText(state));
+        return job.Fail(kExitIo,
+                        "cannot read '" + job.o.input + "' to its end: " + ReadStateText(state));
     }
     if (state == UtCCsvReader::eReadUnclosedQuote) {
-        job.err << "kbase csv: warning: a quoted field opened on line " << job.reader->GetRecordNumber()
+        job.err << "kbase csv: warning: a quoted field opened on line "
+                << job.reader->GetRecordNumber()
                 << " never closes; it runs to the end of the file (try --no-quotes)\n";
     }
     if (job.badText != 0) {
-        return job.Fail(kExitContent, "line " + std::to_string(job.badText) + " is not valid " + job.text->How() +
+        return job.Fail(kExitContent, "line " + std::to_string(job.badText) + " is not valid " +
+                                          job.text->How() +
                                           " text; give the file's code page with --encoding");
     }
     return kExitOk;
@@ -510,7 +554,8 @@ int Describe(Job& job) {
     const size_t columns = std::max(d.masks_.size(), job.names.size());
     std::ostream& out = job.out;
     out << "file:           " << job.o.input << "\n"
-        << "size:           " << (job.stream != nullptr ? r.GetFilePosition() : r.GetFileSize()) << " bytes\n"
+        << "size:           " << (job.stream != nullptr ? r.GetFilePosition() : r.GetFileSize())
+        << " bytes\n"
         << "encoding:       " << (job.text->How().empty() ? "ASCII" : job.text->How()) << "\n"
         << "delimiter:      " << Printable(r.GetColDelimiter()) << "\n"
         << "quoting:        " << (job.o.quotes ? "RFC 4180" : "none") << "\n"
@@ -520,34 +565,39 @@ int Describe(Job& job) {
         << "ragged rows:    " << d.ragged_ << "\n"
         << "decimal commas: " << (d.comma_ ? "yes" : "no") << "\n";
     if (d.trailingText_ != 0 && d.trailingText_ < d.rows_) {
-        out << "footer?:        the last " << d.trailingText_ << " rows hold no number (counted as rows; --footer "
-            << d.trailingText_ << " drops them)\n";
+        out << "footer?:        the last " << d.trailingText_
+            << " rows hold no number (counted as rows; --footer " << d.trailingText_
+            << " drops them)\n";
     }
     out << "column  kinds                       name\n";
     for (size_t i = 0; i < columns; ++i) {
         char line[64];
-        std::snprintf(line, sizeof line, "%6zu  %-28s", i + 1, Kinds(i < d.masks_.size() ? d.masks_[i].implicitMask : 0).c_str());
+        std::snprintf(line, sizeof line, "%6zu  %-28s", i + 1,
+                      Kinds(i < d.masks_.size() ? d.masks_[i].implicitMask : 0).c_str());
         out << line << (i < job.names.size() ? job.names[i] : std::string()) << "\n";
     }
     out.flush();
-    if (!out) return job.Fail(kExitIo, "cannot write the output: " + std::string(std::strerror(errno)));
+    if (!out)
+        return job.Fail(kExitIo, "cannot write the output: " + std::string(std::strerror(errno)));
     return kExitOk;
 }
 
 void NoteFooter(const Job& job, uint64_t trailing) {
     if (trailing == 0) return;
-    job.err << "kbase csv: note: the last " << trailing << " rows hold no number; they were kept as data"
+    job.err << "kbase csv: note: the last " << trailing
+            << " rows hold no number; they were kept as data"
             << " (if they are notes under the table, drop them with --footer " << trailing << ")\n";
 }
 
 // Resolves columns named on the command line; false (with a message) for one that is missing.
-bool ResolveAll(const Job& job, const std::vector<std::string>& cols, std::vector<long>& out, const char* what) {
+bool ResolveAll(const Job& job, const std::vector<std::string>& cols, std::vector<long>& out,
+                const char* what) {
     const size_t columns = std::max(job.names.size(), job.firstWidth);
     for (const std::string& c : cols) {
         const long i = ResolveColumn(c, job.names, columns);
         if (i < 0) {
-            job.err << "kbase csv: no column '" << c << "' to " << what << " (the file has " << columns
-                    << " columns; give a header name or a number from 1)\n";
+            job.err << "kbase csv: no column '" << c << "' to " << what << " (the file has "
+                    << columns << " columns; give a header name or a number from 1)\n";
             return false;
         }
         out.push_back(i);
@@ -562,7 +612,8 @@ std::string ColumnName(const Job& job, long col) {
 
 // Sort keys from "COL" or "COL:desc" against the output's column names; false (with a message)
 // for a column that is missing.
-bool ParseSortKeys(const Job& job, const std::vector<std::string>& names, size_t width, std::vector<SortKey>& keys) {
+bool ParseSortKeys(const Job& job, const std::vector<std::string>& names, size_t width,
+                   std::vector<SortKey>& keys) {
     for (std::string c : job.o.sort) {
         bool down = false;
         for (const char* suffix : {":desc", ":asc"}) {
@@ -584,8 +635,8 @@ bool ParseSortKeys(const Job& job, const std::vector<std::string>& names, size_t
 }
 
 // Writes the header and the rows that produce hands over, sorted when keys are given.
-int WriteRows(Job& job, const std::vector<std::string>& header, const std::vector<SortKey>& keys, uint64_t budget,
-              const std::function<bool(const ExternalSort::RowSink&)>& produce) {
+int WriteRows(Job& job, const std::vector<std::string>& header, const std::vector<SortKey>& keys,
+              uint64_t budget, const std::function<bool(const ExternalSort::RowSink&)>& produce) {
     CsvOut out(job.out, job.reader->GetColDelimiter());
     for (const std::string& name : header) out.Field(name);
     out.EndRow();
@@ -599,16 +650,20 @@ int WriteRows(Job& job, const std::vector<std::string>& header, const std::vecto
         ok = produce(write);
     } else {
         ExternalSort sorted(keys, budget, CommaRuleFor(job.reader->GetColDelimiter()));
-        ok = produce([&](const std::vector<std::string_view>& fields) { return sorted.Add(fields); }) && sorted.Finish(write);
+        ok = produce(
+                 [&](const std::vector<std::string_view>& fields) { return sorted.Add(fields); }) &&
+             sorted.Finish(write);
         if (!ok && !sorted.Error().empty()) return job.Fail(kExitIo, sorted.Error());
     }
-    if (!out.Flush() || !ok) return job.Fail(kExitIo, "cannot write the output: " + std::string(std::strerror(errno)));
+    if (!out.Flush() || !ok)
+        return job.Fail(kExitIo, "cannot write the output: " + std::string(std::strerror(errno)));
     return kExitOk;
 }
 
 int Totals(Job& job, uint64_t budget) {
     std::vector<long> group, sum;
-    if (!ResolveAll(job, job.o.group, group, "group by") || !ResolveAll(job, job.o.sum, sum, "sum")) return kExitUsage;
+    if (!ResolveAll(job, job.o.group, group, "group by") || !ResolveAll(job, job.o.sum, sum, "sum"))
+        return kExitUsage;
     std::vector<std::string> header;
     for (const long c : group) header.push_back(ColumnName(job, c));
     for (const long c : sum) header.push_back(ColumnName(job, c));
@@ -619,12 +674,15 @@ int Totals(Job& job, uint64_t budget) {
     if (const int rc = ReadRows(job, g); rc != kExitOk) return rc;
     NoteFooter(job, g.footer_.Trailing());
     for (size_t k = 0; k < sum.size(); ++k) {
-        if (!g.totals_.SawNumber(k)) job.err << "kbase csv: note: column '" << ColumnName(job, sum[k]) << "' holds no number\n";
+        if (!g.totals_.SawNumber(k))
+            job.err << "kbase csv: note: column '" << ColumnName(job, sum[k])
+                    << "' holds no number\n";
     }
     // A decimal comma only where the file wrote one and the delimiter cannot clash with it.
     const bool commaOut = g.totals_.UsedComma() && d != ',';
-    return WriteRows(job, header, keys, budget,
-                     [&](const ExternalSort::RowSink& sink) { return g.totals_.ForEach("%.2f", commaOut, sink); });
+    return WriteRows(job, header, keys, budget, [&](const ExternalSort::RowSink& sink) {
+        return g.totals_.ForEach("%.2f", commaOut, sink);
+    });
 }
 
 int SortRows(Job& job, uint64_t budget) {
@@ -638,7 +696,8 @@ int SortRows(Job& job, uint64_t budget) {
     if (rc != kExitOk) return s.sort_.Error().empty() ? rc : job.Fail(kExitIo, s.sort_.Error());
     NoteFooter(job, s.footer_.Trailing());
     // Rows wider than the header and the first row get names of their own.
-    for (size_t k = width; k < s.width_; ++k) header.push_back(ColumnName(job, static_cast<long>(k)));
+    for (size_t k = width; k < s.width_; ++k)
+        header.push_back(ColumnName(job, static_cast<long>(k)));
     return WriteRows(job, header, {}, budget, [&](const ExternalSort::RowSink& sink) {
         const bool ok = s.sort_.Finish(sink);
         if (!ok && !s.sort_.Error().empty()) job.err << "kbase csv: " << s.sort_.Error() << "\n";

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-
 namespace kbase_tool {
 
 namespace {
@@ -63,7 +62,8 @@ bool GroupTotals::ForEach(const char* format, bool commaOut, const Sink& sink) c
     std::vector<uint32_t> order(groups_.size());
     for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
     // Keys of distinct groups differ, so the order is total and needs no stability.
-    std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) { return groups_[a].keys < groups_[b].keys; });
+    std::sort(order.begin(), order.end(),
+              [&](uint32_t a, uint32_t b) { return groups_[a].keys < groups_[b].keys; });
     std::vector<std::string> totals(sumCount_);
     std::vector<std::string_view> row;
     for (const uint32_t i : order) {

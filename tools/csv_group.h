@@ -19,7 +19,7 @@
 namespace kbase_tool {
 
 class GroupTotals {
-public:
+  public:
     // keys: the number of grouping cells per row; sums: the number of summed cells per row.
     // commas: how a number with a comma reads (see csv_numbers.h).
     GroupTotals(size_t keys, size_t sums, CommaRule commas);
@@ -37,7 +37,7 @@ public:
     using Sink = std::function<bool(const std::vector<std::string_view>&)>;
     bool ForEach(const char* format, bool commaOut, const Sink& sink) const;
 
-private:
+  private:
     struct Group {
         std::vector<std::string> keys;
         std::vector<UtCDecimalSum> totals;

@@ -10,7 +10,9 @@ namespace kbase_tool {
 
 enum class CommaRule { kDecimal, kThousands };
 
-inline CommaRule CommaRuleFor(char delimiter) { return delimiter == ',' ? CommaRule::kThousands : CommaRule::kDecimal; }
+inline CommaRule CommaRuleFor(char delimiter) {
+    return delimiter == ',' ? CommaRule::kThousands : CommaRule::kDecimal;
+}
 
 // The text of a number written with the rule's separators in the point form the library reads
 // ("1,5" -> "1.5", "2.940,00" -> "2940.00" for decimal commas; "6,718" -> "6718" for thousands
@@ -30,7 +32,9 @@ inline bool PointForm(std::string_view text, CommaRule rule, std::string& scratc
     if (i < text.size() && text[i] == group) {
         if (i - start > 3) return false;
         while (i < text.size() && text[i] == group) {
-            if (i + 4 > text.size() || !digit(text[i + 1]) || !digit(text[i + 2]) || !digit(text[i + 3])) return false;
+            if (i + 4 > text.size() || !digit(text[i + 1]) || !digit(text[i + 2]) ||
+                !digit(text[i + 3]))
+                return false;
             scratch.append(text.substr(i + 1, 3));
             i += 4;
         }

@@ -11,7 +11,8 @@ constexpr size_t kBlock = size_t{1} << 20;
 
 CsvOut::CsvOut(std::ostream& out, char delimiter) : out_(out), delimiter_(delimiter) {
     buf_.reserve(kBlock + 4096);
-    for (const char c : {delimiter, '"', '\n', '\r'}) special_[static_cast<unsigned char>(c)] = true;
+    for (const char c : {delimiter, '"', '\n', '\r'})
+        special_[static_cast<unsigned char>(c)] = true;
 }
 
 void CsvOut::Field(std::string_view text) {

@@ -10,7 +10,7 @@
 namespace kbase_tool {
 
 class CsvOut {
-public:
+  public:
     // Writes to out in blocks of about 1 MiB. The delimiter is the one the fields are joined by.
     CsvOut(std::ostream& out, char delimiter);
     CsvOut(const CsvOut&) = delete;
@@ -29,7 +29,7 @@ public:
 
     char Delimiter() const { return delimiter_; }
 
-private:
+  private:
     void Spill();
 
     std::ostream& out_;

@@ -79,7 +79,9 @@ struct ExternalSort::Run {
 };
 
 ExternalSort::ExternalSort(std::vector<SortKey> keys, uint64_t budget, CommaRule commas)
-    : sortKeys_(std::move(keys)), budget_(std::max<uint64_t>(budget, uint64_t{1} << 20)), commas_(commas) {}
+    : sortKeys_(std::move(keys)),
+      budget_(std::max<uint64_t>(budget, uint64_t{1} << 20)),
+      commas_(commas) {}
 
 ExternalSort::~ExternalSort() = default;
 
@@ -105,9 +107,11 @@ void ExternalSort::KeysOf(const char* row, Key* keys) {
             key.length = Load32(p);
             key.text = p + 4;
         }
-        key.isNumber = UtCCsvReader::FieldToDouble(key.text, key.length, eUtEncodingTypeUtf8, key.number);
+        key.isNumber =
+            UtCCsvReader::FieldToDouble(key.text, key.length, eUtEncodingTypeUtf8, key.number);
         if (!key.isNumber && PointForm(std::string_view(key.text, key.length), commas_, scratch_)) {
-            key.isNumber = UtCCsvReader::FieldToDouble(scratch_.c_str(), scratch_.size(), eUtEncodingTypeUtf8, key.number);
+            key.isNumber = UtCCsvReader::FieldToDouble(scratch_.c_str(), scratch_.size(),
+                                                       eUtEncodingTypeUtf8, key.number);
         }
     }
 }
@@ -115,8 +119,10 @@ void ExternalSort::KeysOf(const char* row, Key* keys) {
 bool ExternalSort::Before(const Key* a, const Key* b, const std::vector<SortKey>& keys) {
     for (size_t k = 0; k < keys.size(); ++k) {
         const bool desc = keys[k].descending;
-        if (a[k].isNumber && b[k].isNumber) return desc ? a[k].number > b[k].number : a[k].number < b[k].number;
-        const int c = std::string_view(a[k].text, a[k].length).compare(std::string_view(b[k].text, b[k].length));
+        if (a[k].isNumber && b[k].isNumber)
+            return desc ? a[k].number > b[k].number : a[k].number < b[k].number;
+        const int c = std::string_view(a[k].text, a[k].length)
+                          .compare(std::string_view(b[k].text, b[k].length));
         if (c != 0) return desc ? c > 0 : c < 0;
     }
     return false;
@@ -126,11 +132,13 @@ bool ExternalSort::Add(const std::vector<std::string_view>& fields) {
     const size_t size = RowSize(fields);
     // The row, its keys and its order index at sorting time, and its pointer (twice, for the
     // vector's growth).
-    const uint64_t rowCost = size + sortKeys_.size() * sizeof(Key) + 2 * sizeof(const char*) + 2 * sizeof(uint32_t);
+    const uint64_t rowCost =
+        size + sortKeys_.size() * sizeof(Key) + 2 * sizeof(const char*) + 2 * sizeof(uint32_t);
     if (!rows_.empty() && heldBytes_ + rowCost > budget_ && !Spill()) return false;
     if (blocks_.empty() || blockUsed_ + size > blockSize_) {
         blockSize_ = std::max(kBlockSize, size);
-        blocks_.push_back(std::unique_ptr<char[]>(new char[blockSize_]));  // no zeroing: every byte is written
+        blocks_.push_back(
+            std::unique_ptr<char[]>(new char[blockSize_]));  // no zeroing: every byte is written
         blockUsed_ = 0;
     }
     char* row = blocks_.back().get() + blockUsed_;
@@ -151,14 +159,18 @@ void ExternalSort::SortRows(std::vector<uint32_t>& order) {
         uint32_t index;
     };
     std::vector<Entry> entries(rows_.size());
-    for (uint32_t i = 0; i < entries.size(); ++i) entries[i] = Entry{n != 0 ? keys_[size_t{i} * n] : Key{}, i};
+    for (uint32_t i = 0; i < entries.size(); ++i)
+        entries[i] = Entry{n != 0 ? keys_[size_t{i} * n] : Key{}, i};
     const bool desc0 = n != 0 && sortKeys_[0].descending;
     std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
         if (n == 0) return false;
-        if (a.first.isNumber && b.first.isNumber) return desc0 ? a.first.number > b.first.number : a.first.number < b.first.number;
-        const int c = std::string_view(a.first.text, a.first.length).compare(std::string_view(b.first.text, b.first.length));
+        if (a.first.isNumber && b.first.isNumber)
+            return desc0 ? a.first.number > b.first.number : a.first.number < b.first.number;
+        const int c = std::string_view(a.first.text, a.first.length)
+                          .compare(std::string_view(b.first.text, b.first.length));
         if (c != 0) return desc0 ? c > 0 : c < 0;
-        return Before(keys_.data() + size_t{a.index} * n, keys_.data() + size_t{b.index} * n, sortKeys_);
+        return Before(keys_.data() + size_t{a.index} * n, keys_.data() + size_t{b.index} * n,
+                      sortKeys_);
     });
     order.resize(entries.size());
     for (size_t i = 0; i < entries.size(); ++i) order[i] = entries[i].index;

@@ -19,12 +19,12 @@
 namespace kbase_tool {
 
 struct SortKey {
-    size_t column;    // 0-based; a row without the column sorts by the empty text
+    size_t column;  // 0-based; a row without the column sorts by the empty text
     bool descending;
 };
 
 class ExternalSort {
-public:
+  public:
     using RowSink = std::function<bool(const std::vector<std::string_view>& fields)>;
 
     // budget: bytes of memory for the rows held at once (at least 1 MiB is used). commas: how a
@@ -53,7 +53,7 @@ public:
     // Whether row a goes before row b by their keys.
     static bool Before(const Key* a, const Key* b, const std::vector<SortKey>& keys);
 
-private:
+  private:
     struct Run;
     bool Spill();
     void SortRows(std::vector<uint32_t>& order);

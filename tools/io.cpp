@@ -23,7 +23,9 @@ const char* const kExitCodeHelp =
 
 namespace {
 
-std::string Quoted(const std::string& path) { return "'" + path + "'"; }
+std::string Quoted(const std::string& path) {
+    return "'" + path + "'";
+}
 
 // The file a chain of symbolic links ends in (which need not exist yet), so that the output
 // replaces that file and the links stay links.

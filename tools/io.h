@@ -20,9 +20,9 @@
 namespace kbase_tool {
 
 // Exit codes, one table for every job.
-constexpr int kExitOk = 0;       // done
-constexpr int kExitIo = 1;       // a file could not be read or written, or memory ran out
-constexpr int kExitUsage = 2;    // bad arguments (every argument-parser error), an unknown code page
+constexpr int kExitOk = 0;     // done
+constexpr int kExitIo = 1;     // a file could not be read or written, or memory ran out
+constexpr int kExitUsage = 2;  // bad arguments (every argument-parser error), an unknown code page
 constexpr int kExitContent = 3;  // text that cannot be converted, a malformed file
 
 // The table above as --help shows it, ending in a newline.
@@ -56,7 +56,7 @@ private:
     int OpenPath(const std::string& path);
 
     FILE* file_ = nullptr;
-    bool owned_ = false;            // file_ was opened here and is closed here
+    bool owned_ = false;  // file_ was opened here and is closed here
     std::istream* stream_ = nullptr;
     std::string name_, who_;
     std::ostream* err_ = nullptr;

@@ -1,6 +1,5 @@
 // kbase: the library's file-facing jobs for a person at a terminal.
 #include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <new>
 
@@ -20,12 +19,13 @@ CLI::Validator CodePage() {
         [](std::string& text) {
             int cp = 0;
             if (!kbase_tool::ParseCodePage(text, cp)) {
-                return "unknown code page '" + text + "' (kbase recode --list shows the known ones)";
+                return "unknown code page '" + text +
+                       "' (kbase recode --list shows the known ones)";
             }
             text = std::to_string(cp);
             return std::string();
         },
-        "CODEPAGE");
+        "");
 }
 
 }  // namespace
@@ -41,20 +41,29 @@ int main(int argc, char** argv) {
         CLI::App* rc = app.add_subcommand(
             "recode",
             "Convert a text file between encodings.\n"
-            "Code pages by Windows number or name: 1252 or windows-1252 (Western), 28591 or latin1,\n"
-            "65001 or utf-8, 1200 or utf-16 (little endian), 1201 or utf-16be, 12000/12001 (UTF-32),\n"
+            "Code pages by Windows number or name: 1252 or windows-1252 (Western), 28591 or "
+            "latin1,\n"
+            "65001 or utf-8, 1200 or utf-16 (little endian), 1201 or utf-16be, 12000/12001 "
+            "(UTF-32),\n"
             "932 or shift_jis, and every other page --list shows.\n"
             "Without --from, a byte-order mark decides, else the system code page.\n"
-            "The text streams through in blocks, so any size takes a few MiB of memory. The output\n"
+            "The text streams through in blocks, so any size takes a few MiB of memory. The "
+            "output\n"
             "file is only replaced when the whole conversion succeeded.");
         rc->footer(kbase_tool::kExitCodeHelp);
         rc->add_option("input", recode.input, "Input file, or - for standard input")->required();
         rc->add_option("output", recode.output, "Output file, or - for standard output (default)");
-        rc->add_option("-f,--from", recode.from, "Source code page (default: by mark, else the system's)")
-            ->transform(CodePage());
-        rc->add_option("-t,--to", recode.to, "Target code page (default: 65001, UTF-8)")->transform(CodePage());
-        rc->add_flag("-m,--bom", recode.mark, "Write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)");
-        rc->add_option("-n,--normalize", recode.normalize, "Unicode normalisation form: C, D, KC or KD")
+        rc->add_option("-f,--from", recode.from,
+                       "Source code page (default: by mark, else the system's)")
+            ->transform(CodePage())
+            ->type_name("CODEPAGE");
+        rc->add_option("-t,--to", recode.to, "Target code page (default: 65001, UTF-8)")
+            ->transform(CodePage())
+            ->type_name("CODEPAGE");
+        rc->add_flag("-m,--bom", recode.mark,
+                     "Write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)");
+        rc->add_option("-n,--normalize", recode.normalize,
+                       "Unicode normalisation form: C, D, KC or KD")
             ->check(CLI::IsMember({"C", "D", "KC", "KD"}));
         rc->add_flag("-r,--replace", recode.replace,
                      "Write '?' for characters the target lacks instead of failing");
@@ -71,11 +80,15 @@ int main(int argc, char** argv) {
         bool noProgress = false;
         CLI::App* cs = app.add_subcommand(
             "csv",
-            "Describe a delimiter-separated file: the guessed delimiter, the title lines, each column's\n"
-            "kinds (whole number, real, text), decimal commas, the row count. With --sum, --group or\n"
-            "--sort, print the grouped totals or the sorted rows as CSV instead (RFC 4180, UTF-8, the\n"
+            "Describe a delimiter-separated file: the guessed delimiter, the title lines, each "
+            "column's\n"
+            "kinds (whole number, real, text), decimal commas, the row count. With --sum, --group "
+            "or\n"
+            "--sort, print the grouped totals or the sorted rows as CSV instead (RFC 4180, UTF-8, "
+            "the\n"
             "file's delimiter). Columns are named by the header (the last title line) or numbered\n"
-            "from 1; COL:desc sorts descending. Quoted fields are read as RFC 4180 says. The file is\n"
+            "from 1; COL:desc sorts descending. Quoted fields are read as RFC 4180 says. The file "
+            "is\n"
             "read once (- is standard input); memory grows with the groups, and sorting spills to\n"
             "temporary files beyond --memory. Rows are never dropped unless --footer says so.");
         cs->footer(kbase_tool::kExitCodeHelp);
@@ -83,14 +96,19 @@ int main(int argc, char** argv) {
         cs->add_option("--sum", csv.sum, "Columns to total (per group)");
         cs->add_option("--group", csv.group, "Columns to group by");
         cs->add_option("--sort", csv.sort, "Columns to sort by (COL or COL:desc)");
-        cs->add_option("-d,--delimiter", csv.delimiter, "The delimiter, one character or 'tab' (default: guessed)");
+        cs->add_option("-d,--delimiter", csv.delimiter,
+                       "The delimiter, one character or 'tab' (default: guessed)");
         cs->add_option("-t,--titles", csv.titles, "Number of title lines (default: detected)");
-        cs->add_option("--footer", csv.footer, "Number of lines at the end to drop (notes under the data)");
-        cs->add_option("-e,--encoding", csv.encoding,
-                       "Code page of the file, number or name (default: mark, UTF-8 if valid, else 1252)");
-        cs->add_flag("--no-quotes", [&csv](int64_t) { csv.quotes = false; },
-                     "Read a quote as an ordinary character (no RFC 4180 quoting)");
-        cs->add_option("--memory", csv.memory, "Memory for sorting before spilling to temporary files (default 1G)");
+        cs->add_option("--footer", csv.footer,
+                       "Number of lines at the end to drop (notes under the data)");
+        cs->add_option(
+            "-e,--encoding", csv.encoding,
+            "Code page of the file, number or name (default: mark, UTF-8 if valid, else 1252)");
+        cs->add_flag(
+            "--no-quotes", [&csv](int64_t) { csv.quotes = false; },
+            "Read a quote as an ordinary character (no RFC 4180 quoting)");
+        cs->add_option("--memory", csv.memory,
+                       "Memory for sorting before spilling to temporary files (default 1G)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
         try {
@@ -99,7 +117,8 @@ int main(int argc, char** argv) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
             // Every other parser error is a usage error, whatever number CLI11 gives it.
             const char* who = rc->parsed() ? "kbase recode" : cs->parsed() ? "kbase csv" : "kbase";
-            std::cerr << who << ": " << e.what() << "\nRun '" << who << " --help' for more information.\n";
+            std::cerr << who << ": " << e.what() << "\nRun '" << who
+                      << " --help' for more information.\n";
             return kbase_tool::kExitUsage;
         }
         if (rc->parsed()) return kbase_tool::Recode(recode, std::cerr);

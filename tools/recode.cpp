@@ -1,5 +1,6 @@
 #include "recode.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -23,10 +24,18 @@ const char* const kWho = "kbase recode";
 constexpr int64_t kMaxNormalizationCarry = int64_t{1} << 22;
 
 constexpr int kUtf8 = 65001;
-bool IsUtf16(int cp) { return cp == 1200 || cp == 1201; }
-bool IsUtf32(int cp) { return cp == 12000 || cp == 12001; }
-bool IsHighSurrogate(char32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool IsLowSurrogate(char32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+bool IsUtf16(int cp) {
+    return cp == 1200 || cp == 1201;
+}
+bool IsUtf32(int cp) {
+    return cp == 12000 || cp == 12001;
+}
+bool IsHighSurrogate(char32_t u) {
+    return u >= 0xD800 && u <= 0xDBFF;
+}
+bool IsLowSurrogate(char32_t u) {
+    return u >= 0xDC00 && u <= 0xDFFF;
+}
 
 // A growable array in a block of the runtime, so that a test can make its allocation fail.
 template <typename T>
@@ -54,24 +63,6 @@ private:
     int64_t capacity_ = 0;
 };
 
-void AppendUtf8(std::string& s, char32_t c) {
-    if (c < 0x80) {
-        s += static_cast<char>(c);
-    } else if (c < 0x800) {
-        s += static_cast<char>(0xC0 | (c >> 6));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        s += static_cast<char>(0xE0 | (c >> 12));
-        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        s += static_cast<char>(0xF0 | (c >> 18));
-        s += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        s += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 // "U+00E4 'ä'"; controls and noncharacters are shown by number only.
 std::string Describe(char32_t c) {
     char number[16];
@@ -80,9 +71,11 @@ std::string Describe(char32_t c) {
     const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
     const bool noncharacter = (c >= 0xFDD0 && c <= 0xFDEF) || (c & 0xFFFE) == 0xFFFE;
     if (!control && !noncharacter) {
-        s += " '";
-        AppendUtf8(s, c);
-        s += "'";
+        const char16_t units[2] = {static_cast<char16_t>(c < 0x10000 ? c : 0xD7C0 + (c >> 10)),
+                                   static_cast<char16_t>(0xDC00 | (c & 0x3FF))};
+        char utf8[4];
+        const int64_t n = BrUtf16ToMb(kUtf8, units, c < 0x10000 ? 1 : 2, utf8, sizeof utf8);
+        if (n > 0) s += " '" + std::string(utf8, static_cast<size_t>(n)) + "'";
     }
     return s;
 }
@@ -120,31 +113,47 @@ enum class Utf8Stop { kEnd, kCut, kMalformed, kSink };
 
 constexpr uint64_t kHighBits = 0x8080808080808080ULL;
 
-// How many of the eight bytes loaded into w come before the first one with its high bit set
-// (high = w & kHighBits, not 0).
-int AsciiBytesBefore(uint64_t high) {
-    if constexpr (std::endian::native == std::endian::little) return std::countr_zero(high) / 8;
-    return std::countl_zero(high) / 8;
+// The high bits of the 64 bytes at p: bit j set when byte j is not ASCII.
+uint64_t HighBits64(const unsigned char* p) {
+    uint64_t mask = 0;
+    for (int k = 0; k < 8; ++k) {
+        uint64_t w;
+        std::memcpy(&w, p + 8 * k, 8);
+        if constexpr (std::endian::native == std::endian::little) {
+            // The multiplication moves the high bit of byte j to bit 56 + j.
+            mask |= ((w & kHighBits) * 0x0002040810204081ULL >> 56) << (8 * k);
+        } else {
+            for (int j = 0; j < 8; ++j)
+                mask |= static_cast<uint64_t>(p[8 * k + j] >> 7) << (8 * k + j);
+        }
+    }
+    return mask;
 }
 
-// Walks UTF-8 bytes src[0..n). ASCII goes to the sink eight bytes at a time as sink.Ascii8(p, k):
-// eight bytes are readable at p, the first k of them ASCII and taken; the sink may write output for
-// all eight but keeps k. In the last seven bytes, sink.Ascii1(byte) takes ASCII one byte at a time.
-// Every other character goes to sink.Char(codePoint), which returns false to stop before it. Stops
-// before a sequence that the end cuts off (unless last: then it is malformed) and at the first
-// malformed sequence (overlong, surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
+// Walks UTF-8 bytes src[0..n). ASCII goes to the sink as sink.Ascii(p, k): 64 bytes are readable
+// at p, the first k of them ASCII and taken; the sink may write output for all 64 but keeps k. In
+// the last 63 bytes, sink.Ascii1(byte) takes ASCII one byte at a time. Every other character goes
+// to sink.Char(codePoint), which returns false to stop before it. Stops before a sequence that the
+// end cuts off (unless last: then it is malformed) and at the first malformed sequence (overlong,
+// surrogate, above U+10FFFF, stray byte). Returns the bytes walked.
 template <typename Sink>
 int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& stop) {
     const auto* s = reinterpret_cast<const unsigned char*>(src);
+    // The high bits of the 64 bytes from `block` on, found once for all the characters in them, so
+    // a step takes a whole run of ASCII and the character after it.
+    int64_t block = -64;
+    uint64_t nonAscii = 0;
     int64_t i = 0;
     while (i < n) {
-        if (i + 8 <= n) {
-            uint64_t w;
-            std::memcpy(&w, s + i, 8);
-            const uint64_t high = w & kHighBits;
-            const int ascii = high == 0 ? 8 : AsciiBytesBefore(high);
+        if (i + 64 <= n) {
+            if (i >= block + 64) {
+                block = i;
+                nonAscii = HighBits64(s + i);
+            }
+            const int64_t ascii =
+                std::min<int64_t>(std::countr_zero(nonAscii >> (i - block)), block + 64 - i);
             if (ascii != 0) {
-                sink.Ascii8(src + i, ascii);
+                sink.Ascii(src + i, static_cast<int>(ascii));
                 i += ascii;
                 continue;
             }
@@ -154,6 +163,20 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
             continue;
         }
         const unsigned char lead = s[i];
+        // The common two- and three-byte characters first, without the general loop's branches.
+        if (lead >= 0xC2 && lead <= 0xDF && i + 1 < n && (s[i + 1] & 0xC0) == 0x80) {
+            if (!sink.Char(static_cast<char32_t>((lead & 0x1F) << 6 | (s[i + 1] & 0x3F)))) break;
+            i += 2;
+            continue;
+        }
+        if (lead >= 0xE1 && lead <= 0xEC && i + 2 < n && (s[i + 1] & 0xC0) == 0x80 &&
+            (s[i + 2] & 0xC0) == 0x80) {
+            if (!sink.Char(static_cast<char32_t>((lead & 0x0F) << 12 | (s[i + 1] & 0x3F) << 6 |
+                                                 (s[i + 2] & 0x3F))))
+                break;
+            i += 3;
+            continue;
+        }
         int length = 0;
         char32_t c = 0;
         unsigned char low = 0x80, high = 0xBF;  // range of the second byte
@@ -186,28 +209,25 @@ int64_t WalkUtf8(const char* src, int64_t n, bool last, Sink& sink, Utf8Stop& st
             }
             c = (c << 6) | (b & 0x3F);
         }
-        if (!sink.Char(c)) {
-            stop = Utf8Stop::kSink;
-            return i;
-        }
+        if (!sink.Char(c)) break;
         i += length;
     }
-    stop = Utf8Stop::kEnd;
+    stop = i < n ? Utf8Stop::kSink : Utf8Stop::kEnd;
     return i;
 }
 
 // A sink that only validates.
 struct Utf8Check {
-    void Ascii8(const char*, int) {}
+    void Ascii(const char*, int) {}
     void Ascii1(char) {}
     bool Char(char32_t) { return true; }
 };
 
-// A sink that writes UTF-16: room for as many units as bytes, and eight more.
+// A sink that writes UTF-16: room for as many units as bytes, and 64 more.
 struct Utf8ToUtf16 {
     char16_t* out;
-    void Ascii8(const char* p, int k) {
-        for (int j = 0; j < 8; ++j) out[j] = static_cast<unsigned char>(p[j]);
+    void Ascii(const char* p, int k) {
+        for (int j = 0; j < 64; ++j) out[j] = static_cast<unsigned char>(p[j]);
         out += k;
     }
     void Ascii1(char b) { *out++ = static_cast<unsigned char>(b); }
@@ -232,18 +252,19 @@ public:
             const char byte = static_cast<char>(b);
             char16_t u = 0;
             int64_t replaced = 0;
-            if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1) return false;
+            if (BrMbToUtf16(static_cast<unsigned short>(cp), &byte, 1, &u, 1, &replaced) != 1)
+                return false;
             toUnicode_[b] = replaced == 0 ? u : u'\uFFFD';
-            std::string utf8;
-            AppendUtf8(utf8, u);
-            utf8_[b].length = replaced == 0 ? static_cast<uint8_t>(utf8.size()) : 0;
-            std::memcpy(utf8_[b].bytes, utf8.data(), utf8.size());
+            const int64_t n = BrUtf16ToMb(kUtf8, &u, 1, utf8_[b].bytes, 3);
+            if (n <= 0) return false;
+            utf8_[b].length = replaced == 0 ? static_cast<uint8_t>(n) : 0;
         }
         if (!withReverse) return true;
         if (!fromUnicode_.Reserve(65536)) return false;
         std::memset(fromUnicode_.data(), 0, 65536);
         for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two stand for one character
-            if (toUnicode_[b] != u'\uFFFD') fromUnicode_.data()[toUnicode_[b]] = static_cast<uint8_t>(b);
+            if (toUnicode_[b] != u'\uFFFD')
+                fromUnicode_.data()[toUnicode_[b]] = static_cast<uint8_t>(b);
         }
         return true;
     }
@@ -262,15 +283,15 @@ private:
     Buffer<uint8_t> fromUnicode_;
 };
 
-// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and eight
+// A sink that maps UTF-8 onto a single-byte page (room for as many bytes as it gets, and 64
 // more); a character the page lacks stops it or, with replace, becomes '?'.
 struct Utf8ToSingleByte {
     SingleByteTables& tables;
     bool replace;
     char* out;
     char32_t missing = 0;
-    void Ascii8(const char* p, int k) {
-        std::memcpy(out, p, 8);
+    void Ascii(const char* p, int k) {
+        std::memcpy(out, p, 64);
         out += k;
     }
     void Ascii1(char b) { *out++ = b; }
@@ -291,12 +312,18 @@ struct Utf8ToSingleByte {
 // The mark a UTF encoding writes first.
 std::string MarkOf(int cp) {
     switch (cp) {
-        case kUtf8: return "\xEF\xBB\xBF";
-        case 1200: return "\xFF\xFE";
-        case 1201: return "\xFE\xFF";
-        case 12000: return std::string("\xFF\xFE\0\0", 4);
-        case 12001: return std::string("\0\0\xFE\xFF", 4);
-        default: return "";
+        case kUtf8:
+            return "\xEF\xBB\xBF";
+        case 1200:
+            return "\xFF\xFE";
+        case 1201:
+            return "\xFE\xFF";
+        case 12000:
+            return std::string("\xFF\xFE\0\0", 4);
+        case 12001:
+            return std::string("\0\0\xFE\xFF", 4);
+        default:
+            return "";
     }
 }
 
@@ -327,6 +354,7 @@ public:
 private:
     int Fill();
     void Consume(int64_t n);
+    bool Next(int64_t converted, int& rc);
     int ResolveSource();
     int OutOfMemory();
     int Malformed(int64_t offset, const char* what);
@@ -396,6 +424,18 @@ void Recoder::Consume(int64_t n) {
     start_ += n;
 }
 
+// Drops the bytes converted and reads the next block. False when there is none: at the end of the
+// input (rc kExitOk) or after an error (rc says which).
+bool Recoder::Next(int64_t converted, int& rc) {
+    Consume(converted);
+    if (end_) {
+        rc = kExitOk;
+        return false;
+    }
+    rc = Fill();
+    return rc == kExitOk;
+}
+
 // Settles the source code page from the options and the mark, and drops a mark that is no text.
 int Recoder::ResolveSource() {
     const char* b = bytes_.data();
@@ -458,9 +498,7 @@ int Recoder::CopyUtf8() {
         const int64_t valid = WalkUtf8(bytes_.data(), have_, end_, check, stop);
         if (stop == Utf8Stop::kMalformed) return Malformed(start_ + valid, "malformed UTF-8");
         if (!Write(bytes_.data(), valid)) return kExitIo;
-        Consume(valid);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(valid, rc)) return rc;
     }
 }
 
@@ -505,9 +543,7 @@ int Recoder::SingleByteToUtf8() {
             o += u.length;
         }
         if (!Write(encoded_.data(), o - encoded_.data())) return kExitIo;
-        Consume(have_);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(have_, rc)) return rc;
     }
 }
 
@@ -515,7 +551,7 @@ int Recoder::Utf8ToSingleByteDirect() {
     SingleByteTables tables;
     if (!tables.Build(to_, true)) return OutOfMemory();
     for (;;) {
-        if (!encoded_.Reserve(have_ + 8)) return OutOfMemory();
+        if (!encoded_.Reserve(have_ + 64)) return OutOfMemory();
         Utf8ToSingleByte sink{tables, o_.replace, encoded_.data()};
         Utf8Stop stop;
         const int64_t walked = WalkUtf8(bytes_.data(), have_, end_, sink, stop);
@@ -523,9 +559,7 @@ int Recoder::Utf8ToSingleByteDirect() {
         if (stop == Utf8Stop::kMalformed) return Malformed(start_ + walked, "malformed UTF-8");
         position_.Advance(bytes_.data(), walked);
         if (stop == Utf8Stop::kSink) return Unrepresentable(sink.missing);
-        Consume(walked);
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        if (int rc = kExitOk; !Next(walked, rc)) return rc;
     }
 }
 
@@ -554,9 +588,9 @@ int Recoder::ThroughUtf16() {
         }
         if (int rc = Encode(text, n); rc != kExitOk) return rc;
         carry_ = units - cut;
-        std::memmove(units_.data(), units_.data() + cut, static_cast<size_t>(carry_) * sizeof(char16_t));
-        if (end_) return kExitOk;
-        if (int rc = Fill(); rc != kExitOk) return rc;
+        std::memmove(units_.data(), units_.data() + cut,
+                     static_cast<size_t>(carry_) * sizeof(char16_t));
+        if (int rc = kExitOk; !Next(0, rc)) return rc;
     }
 }
 
@@ -565,7 +599,7 @@ int Recoder::ThroughUtf16() {
 int Recoder::Decode(int64_t& units) {
     units = 0;
     if (from_ == kUtf8 || IsUtf16(from_)) {
-        if (!units_.Reserve(carry_ + have_ + 8)) return OutOfMemory();
+        if (!units_.Reserve(carry_ + have_ + 64)) return OutOfMemory();
         char16_t* dst = units_.data() + carry_;
         if (IsUtf16(from_)) return DecodeUtf16(dst, units);
         Utf8ToUtf16 sink{dst};
@@ -592,7 +626,8 @@ int Recoder::Decode(int64_t& units) {
         if (taken == have_ && got < room) break;
     }
     // The decoder counts from the first byte it was given, which is past a mark.
-    if (firstBad >= 0) return Malformed(decoderStart_ + firstBad, "a malformed or unassigned sequence");
+    if (firstBad >= 0)
+        return Malformed(decoderStart_ + firstBad, "a malformed or unassigned sequence");
     Consume(taken);
     return kExitOk;
 }
@@ -615,7 +650,8 @@ int Recoder::DecodeUtf16(char16_t* dst, int64_t& units) {
             return Malformed(start_ + 2 * i, "an unpaired surrogate");
         }
     }
-    if (end_ && have_ % 2 != 0) return Malformed(start_ + have_ - 1, "an odd number of bytes (UTF-16 has pairs)");
+    if (end_ && have_ % 2 != 0)
+        return Malformed(start_ + have_ - 1, "an odd number of bytes (UTF-16 has pairs)");
     units = n;
     Consume(2 * n);
     return kExitOk;
@@ -642,6 +678,12 @@ void BytesFromUtf16(const char16_t* text, int64_t n, bool bigEndian, char* out) 
     }
 }
 
+// Bytes that n units can need in a code page; the ten spare characters cover the shifts a stateful
+// page (ISO-2022, UTF-7) writes at the start and the end.
+int64_t EncodedBound(unsigned short cp, int64_t n) {
+    return (n + 10) * BrCodePageMaxBytes(cp);
+}
+
 int Recoder::Encode(const char16_t* text, int64_t n) {
     if (n == 0) return kExitOk;
     if (IsUtf16(to_)) {
@@ -651,7 +693,7 @@ int Recoder::Encode(const char16_t* text, int64_t n) {
         return Write(encoded_.data(), 2 * n) ? kExitOk : kExitIo;
     }
     const auto cp = static_cast<unsigned short>(to_);
-    if (!encoded_.Reserve(n * BrCodePageMaxBytes(cp) + 1)) return OutOfMemory();
+    if (!encoded_.Reserve(EncodedBound(cp, n))) return OutOfMemory();
     int64_t replaced = 0;
     const int64_t got = BrUtf16ToMb(cp, text, n, encoded_.data(), encoded_.capacity(), &replaced);
     if (got < 0) return OutOfMemory();
@@ -660,7 +702,8 @@ int Recoder::Encode(const char16_t* text, int64_t n) {
         if (at < 0) return OutOfMemory();
         position_.Advance(text, at);
         char32_t c = text[at];
-        if (IsHighSurrogate(c) && at + 1 < n) c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
+        if (IsHighSurrogate(c) && at + 1 < n)
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[at + 1] - 0xDC00);
         return Unrepresentable(c);
     }
     position_.Advance(text, n);
@@ -673,8 +716,10 @@ int64_t Recoder::FirstUnrepresentable(const char16_t* text, int64_t n) {
     const auto cp = static_cast<unsigned short>(to_);
     const auto replacedIn = [&](int64_t from, int64_t count) {
         int64_t replaced = 0;
-        if (!encoded_.Reserve(count * BrCodePageMaxBytes(cp) + 1)) return int64_t{-1};
-        if (BrUtf16ToMb(cp, text + from, count, encoded_.data(), encoded_.capacity(), &replaced) < 0) return int64_t{-1};
+        if (!encoded_.Reserve(EncodedBound(cp, count))) return int64_t{-1};
+        if (BrUtf16ToMb(cp, text + from, count, encoded_.data(), encoded_.capacity(), &replaced) <
+            0)
+            return int64_t{-1};
         return replaced;
     };
     // A slice never splits a surrogate pair.
@@ -716,13 +761,17 @@ int Run(const RecodeOptions& o, InputFile& in, OutputFile& out, std::ostream& er
 // The checks that need no file: code pages and form.
 int CheckOptions(const RecodeOptions& o, std::ostream& err) {
     // Only the source may be left to the mark (0).
-    const int unknown = o.from != 0 && !CodePageAvailable(o.from) ? o.from : !CodePageAvailable(o.to) ? o.to : 0;
+    const int unknown = o.from != 0 && !CodePageAvailable(o.from) ? o.from
+                        : !CodePageAvailable(o.to)                ? o.to
+                                                                  : 0;
     if (unknown != 0 || o.to == 0) {
-        err << kWho << ": unknown code page " << unknown << " (kbase recode --list shows the known ones)\n";
+        err << kWho << ": unknown code page " << unknown
+            << " (kbase recode --list shows the known ones)\n";
         return kExitUsage;
     }
     if (!o.normalize.empty() && NormalizationForm(o.normalize) == 0) {
-        err << kWho << ": unknown normalisation form '" << o.normalize << "' (use C, D, KC or KD)\n";
+        err << kWho << ": unknown normalisation form '" << o.normalize
+            << "' (use C, D, KC or KD)\n";
         return kExitUsage;
     }
     return kExitOk;

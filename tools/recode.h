@@ -22,14 +22,15 @@
 namespace kbase_tool {
 
 struct RecodeOptions {
-    std::string input = "-";    // path, or "-" for standard input
-    std::string output = "-";   // path, or "-" for standard output
-    int from = 0;               // source code page; 0: by the byte-order mark, else the system's
-    int to = 65001;             // target code page
-    bool mark = false;          // write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)
-    std::string normalize;      // "", "C", "D", "KC" or "KD"
-    bool replace = false;       // let characters the target lacks become '?' instead of failing
-    int64_t blockSize = int64_t{1} << 20;  // bytes read at a time; tests make it tiny to cut everywhere
+    std::string input = "-";   // path, or "-" for standard input
+    std::string output = "-";  // path, or "-" for standard output
+    int from = 0;              // source code page; 0: by the byte-order mark, else the system's
+    int to = 65001;            // target code page
+    bool mark = false;         // write a byte-order mark (UTF-8, UTF-16 and UTF-32 targets)
+    std::string normalize;     // "", "C", "D", "KC" or "KD"
+    bool replace = false;      // let characters the target lacks become '?' instead of failing
+    // Bytes read at a time; tests make it tiny to put a block boundary everywhere.
+    int64_t blockSize = int64_t{1} << 20;
 };
 
 // Runs the job on the process's standard input and output; messages go to err. Returns an exit code

@@ -1,9 +1,12 @@
+#include "basert/files.h"
+
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
-#include "basert/files.h"
+#include "basert/fileio.h"
 
 namespace {
 
@@ -52,6 +55,36 @@ TEST(Files, OpenWriteReadCloseByUtf8Path) {
     EXPECT_EQ(UtFileClose(nullptr), EOF);
     ::setenv("KBASE_NO_SHELL", "1", 1);
     EXPECT_NE(UtSystem("/nonexistent"), 0) << "KBASE_NO_SHELL=1 must keep it from running";
+}
+
+TEST(Files, KindTellsWhatAStreamIsConnectedTo) {
+    char dir[512];
+    ASSERT_GT(UtGetTempDir(dir, sizeof dir), 0u);
+    const std::string path = std::string(dir) + "kbase_kind_test.txt";
+    FILE* regular = UtFileOpen(path.c_str(), "wb");
+    ASSERT_NE(regular, nullptr);
+    EXPECT_EQ(UtFileKind(regular), kUtFileRegular);
+    EXPECT_EQ(UtFileClose(regular), 0);
+    std::remove(path.c_str());
+    FILE* folder = UtFileOpen(dir, "r");  // a folder opens for reading here; reading it fails
+    ASSERT_NE(folder, nullptr);
+    EXPECT_EQ(UtFileKind(folder), kUtFileDirectory);
+    UtFileClose(folder);
+    FILE* device = UtFileOpen("/dev/null", "r");
+    ASSERT_NE(device, nullptr);
+    EXPECT_EQ(UtFileKind(device), kUtFileDevice);
+    FILE* pipe = ::popen("true", "r");
+    ASSERT_NE(pipe, nullptr);
+    EXPECT_EQ(UtFileKind(pipe), kUtFilePipe);
+    ::pclose(pipe);
+    // A stream whose descriptor was closed under it, as a standard stream closed by the shell.
+    FILE* orphan = ::fdopen(::dup(::fileno(device)), "r");
+    UtFileClose(device);
+    ASSERT_NE(orphan, nullptr);
+    ::close(::fileno(orphan));
+    EXPECT_EQ(UtFileKind(orphan), kUtFileClosed);
+    std::fclose(orphan);
+    EXPECT_EQ(UtFileKind(nullptr), kUtFileClosed);
 }
 
 }  // namespace

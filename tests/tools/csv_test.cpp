@@ -1,3 +1,5 @@
+#include "csv.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <random>
 #include <sstream>
 
-#include "csv.h"
 #include "csv_numbers.h"
 #include "csv_output.h"
 #include "csv_sort.h"
@@ -23,10 +24,12 @@ struct CsvRun {
 };
 
 class CsvJob : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("kbase_csv_test_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        dir_ =
+            fs::temp_directory_path() /
+            ("kbase_csv_test_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+             ::testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::remove_all(dir_);
         fs::create_directories(dir_);
     }
@@ -97,9 +100,10 @@ TEST_F(CsvJob, ReadsQuotedFieldsAndWritesValidCsvBack) {
     EXPECT_EQ(r.out, "city,count\n\"Anytown, WW\",6720.00\nBerlin,1000.00\n");
     r = Run(file, Sorted({"count"}));
     ASSERT_EQ(r.rc, 0) << r.err;
-    EXPECT_EQ(r.out,
-              "city,count,note\n\"Anytown, WW\",2,\"say \"\"hi\"\"\"\nBerlin,\"1,000\",\"two\nlines\"\n"
-              "\"Anytown, WW\",\"6,718\",plain\n");
+    EXPECT_EQ(
+        r.out,
+        "city,count,note\n\"Anytown, WW\",2,\"say \"\"hi\"\"\"\nBerlin,\"1,000\",\"two\nlines\"\n"
+        "\"Anytown, WW\",\"6,718\",plain\n");
     // The output reads back to the same rows.
     const CsvRun again = Run(r.out, Sorted({"count"}));
     EXPECT_EQ(again.out, r.out);
@@ -107,16 +111,19 @@ TEST_F(CsvJob, ReadsQuotedFieldsAndWritesValidCsvBack) {
     raw.quotes = false;
     raw.delimiter = ",";
     r = Run("a,b\n\"x,y\",1\n", raw);
-    EXPECT_EQ(r.out, "a,b,column 3\n\"\"\"x\",\"y\"\"\",1\n") << "without quoting the quote is text";
+    EXPECT_EQ(r.out, "a,b,column 3\n\"\"\"x\",\"y\"\"\",1\n")
+        << "without quoting the quote is text";
 }
 
 TEST_F(CsvJob, TotalsUseTheNotationThatCannotClash) {
-    CsvRun r = Run("Bezirk;Betrag\nNord;72,50\nNord;71,50\nSued;1,25\n", Totals({"Bezirk"}, {"Betrag"}));
+    CsvRun r =
+        Run("Bezirk;Betrag\nNord;72,50\nNord;71,50\nSued;1,25\n", Totals({"Bezirk"}, {"Betrag"}));
     EXPECT_EQ(r.out, "Bezirk;Betrag\nNord;144,00\nSued;1,25\n");
     CsvOptions comma = Totals({"Bezirk"}, {"Betrag"});
     comma.delimiter = ",";
     r = Run("Bezirk,Betrag\nNord,72.5\nNord,71.5\nSued,\"1,250\"\n", comma);
-    EXPECT_EQ(r.out, "Bezirk,Betrag\nNord,144.00\nSued,1250.00\n") << "thousands in quotes, points in the output";
+    EXPECT_EQ(r.out, "Bezirk,Betrag\nNord,144.00\nSued,1250.00\n")
+        << "thousands in quotes, points in the output";
 }
 
 TEST_F(CsvJob, SumsOfMoneyAreExact) {
@@ -128,8 +135,8 @@ TEST_F(CsvJob, SumsOfMoneyAreExact) {
 
 TEST_F(CsvJob, RefusesMissingColumnsEverywhere) {
     const std::string file = "a;b\n1;2\n";
-    const CsvOptions cases[] = {Totals({}, {"99"}), Totals({"99"}, {"b"}), Sorted({"99"}), Sorted({"zz"}),
-                                Totals({"a"}, {"0"}), Totals({"a"}, {"3"})};
+    const CsvOptions cases[] = {Totals({}, {"99"}), Totals({"99"}, {"b"}), Sorted({"99"}),
+                                Sorted({"zz"}),     Totals({"a"}, {"0"}),  Totals({"a"}, {"3"})};
     for (const CsvOptions& o : cases) {
         const CsvRun r = Run(file, o);
         EXPECT_EQ(r.rc, 2) << r.out;
@@ -154,8 +161,9 @@ TEST_F(CsvJob, RefusesBadOptionsAndUnreadableInput) {
     badFooter.footer = -1;
     badEncoding.encoding = "klingon";
     const Case cases[] = {
-        {longDelimiter, 2, "one character"}, {badMemory, 2, "--memory"},     {tinyMemory, 2, "--memory"},
-        {badFooter, 2, "--footer"},          {badEncoding, 2, "unknown code page"},
+        {longDelimiter, 2, "one character"},   {badMemory, 2, "--memory"},
+        {tinyMemory, 2, "--memory"},           {badFooter, 2, "--footer"},
+        {badEncoding, 2, "unknown code page"},
     };
     for (const Case& c : cases) {
         const CsvRun r = Run("a;b\n1;2\n", c.o);
@@ -198,8 +206,10 @@ TEST_F(CsvJob, RejectsTextThatIsNotInTheFileEncoding) {
 // Every real file reads as an RFC 4180 reader reads it, given its preface and footer lines.
 TEST_F(CsvJob, ReadsRealFiles) {
     const char* source = std::getenv("KBASE_SOURCE_DIR");
-    const fs::path data = source != nullptr ? fs::path(source) / ".." / "shared" / "data" : fs::path();
-    if (data.empty() || !fs::exists(data / "csv-real")) GTEST_SKIP() << "no shared data beside the source";
+    const fs::path data =
+        source != nullptr ? fs::path(source) / ".." / "shared" / "data" : fs::path();
+    if (data.empty() || !fs::exists(data / "csv-real"))
+        GTEST_SKIP() << "no shared data beside the source";
     const struct {
         const char* file;
         int titles, footer;
@@ -248,13 +258,20 @@ TEST(PointForm, ReadsSeparatorsByTheFilesRule) {
         CommaRule rule;
         const char* point;  // nullptr: no number of that form
     } cases[] = {
-        {"1,5", CommaRule::kDecimal, "1.5"},           {"-2.940,00", CommaRule::kDecimal, "-2940.00"},
-        {"1.234.567,8", CommaRule::kDecimal, "1234567.8"}, {"12.34,5", CommaRule::kDecimal, nullptr},
-        {"1,2,3", CommaRule::kDecimal, nullptr},       {",5", CommaRule::kDecimal, nullptr},
-        {"1,", CommaRule::kDecimal, nullptr},          {"6,718", CommaRule::kThousands, "6718"},
-        {"1,234,567.25", CommaRule::kThousands, "1234567.25"}, {"72,50", CommaRule::kThousands, nullptr},
-        {"1234,567", CommaRule::kThousands, nullptr},  {"1,2345", CommaRule::kThousands, nullptr},
-        {"1.5", CommaRule::kDecimal, nullptr},         {"a,b", CommaRule::kDecimal, nullptr},
+        {"1,5", CommaRule::kDecimal, "1.5"},
+        {"-2.940,00", CommaRule::kDecimal, "-2940.00"},
+        {"1.234.567,8", CommaRule::kDecimal, "1234567.8"},
+        {"12.34,5", CommaRule::kDecimal, nullptr},
+        {"1,2,3", CommaRule::kDecimal, nullptr},
+        {",5", CommaRule::kDecimal, nullptr},
+        {"1,", CommaRule::kDecimal, nullptr},
+        {"6,718", CommaRule::kThousands, "6718"},
+        {"1,234,567.25", CommaRule::kThousands, "1234567.25"},
+        {"72,50", CommaRule::kThousands, nullptr},
+        {"1234,567", CommaRule::kThousands, nullptr},
+        {"1,2345", CommaRule::kThousands, nullptr},
+        {"1.5", CommaRule::kDecimal, nullptr},
+        {"a,b", CommaRule::kDecimal, nullptr},
     };
     for (const auto& c : cases) {
         std::string out;
@@ -296,8 +313,8 @@ TEST(ExternalSort, SpilledRunsMergeToTheStableOrder) {
     std::vector<std::vector<std::string>> rows;
     for (int i = 0; i < 60000; ++i) {
         const int key = static_cast<int>(rng() % 500);
-        rows.push_back({std::to_string(key) + (rng() % 3 == 0 ? ".5" : ""), "row " + std::to_string(i),
-                        std::string(rng() % 40, 'x')});
+        rows.push_back({std::to_string(key) + (rng() % 3 == 0 ? ".5" : ""),
+                        "row " + std::to_string(i), std::string(rng() % 40, 'x')});
     }
     for (const bool descending : {false, true}) {
         kbase_tool::ExternalSort sort({{0, descending}}, 1 << 20, kbase_tool::CommaRule::kDecimal);
@@ -317,7 +334,8 @@ TEST(ExternalSort, SpilledRunsMergeToTheStableOrder) {
             return descending ? x > y : x < y;
         });
         ASSERT_EQ(got.size(), rows.size());
-        for (size_t i = 0; i < order.size(); ++i) ASSERT_EQ(got[i], rows[order[i]][1]) << "at " << i;
+        for (size_t i = 0; i < order.size(); ++i)
+            ASSERT_EQ(got[i], rows[order[i]][1]) << "at " << i;
     }
 }
 

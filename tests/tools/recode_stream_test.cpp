@@ -36,9 +36,11 @@ std::string Utf8(const std::u16string& text) {
 std::string Oracle(const std::u16string& text, int to, int form) {
     std::u16string t = text;
     if (form != 0) {
-        t.resize(static_cast<size_t>(BrNormalize(form, text.data(), static_cast<int64_t>(text.size()), nullptr, 0)));
-        t.resize(static_cast<size_t>(BrNormalize(form, text.data(), static_cast<int64_t>(text.size()), t.data(),
-                                                 static_cast<int64_t>(t.size()))));
+        t.resize(static_cast<size_t>(
+            BrNormalize(form, text.data(), static_cast<int64_t>(text.size()), nullptr, 0)));
+        t.resize(
+            static_cast<size_t>(BrNormalize(form, text.data(), static_cast<int64_t>(text.size()),
+                                            t.data(), static_cast<int64_t>(t.size()))));
     }
     if (to == 1200 || to == 1201) {
         std::string b;
@@ -49,8 +51,9 @@ std::string Oracle(const std::u16string& text, int to, int form) {
         return b;
     }
     std::string out(t.size() * 4 + 1, '\0');
-    const int64_t n = BrUtf16ToMb(static_cast<unsigned short>(to), t.data(), static_cast<int64_t>(t.size()),
-                                  out.data(), static_cast<int64_t>(out.size()));
+    const int64_t n =
+        BrUtf16ToMb(static_cast<unsigned short>(to), t.data(), static_cast<int64_t>(t.size()),
+                    out.data(), static_cast<int64_t>(out.size()));
     out.resize(static_cast<size_t>(n));
     return out;
 }
@@ -58,11 +61,30 @@ std::string Oracle(const std::u16string& text, int to, int form) {
 // Random text with what makes cutting hard: multi-byte sequences, surrogate pairs, combining marks
 // (also several in a row, and before a starter that composes), Hangul, NUL, line ends.
 std::u16string RandomText(size_t characters, unsigned seed) {
-    static constexpr std::u16string_view kPieces[] = {
-        u"a", u"Z", u" ", u"\n", u"\r\n", u"\u00E4", u"\u00DF", u"\u20AC", u"\u201C", u"e\u0301",
-        u"o\u0308\u0323", u"\u0301", u"\u1E9B\u0323", u"\uFB01", u"\u65E5\u672C", u"\uAC00",
-        u"\u1100\u1161", u"\U0001F600", u"\U00020000", {u"\0", 1}, u"\u00C5",
-        u"A\u030A", u"\u212B", u"\uFF76\uFF9E"};
+    static constexpr std::u16string_view kPieces[] = {u"a",
+                                                      u"Z",
+                                                      u" ",
+                                                      u"\n",
+                                                      u"\r\n",
+                                                      u"\u00E4",
+                                                      u"\u00DF",
+                                                      u"\u20AC",
+                                                      u"\u201C",
+                                                      u"e\u0301",
+                                                      u"o\u0308\u0323",
+                                                      u"\u0301",
+                                                      u"\u1E9B\u0323",
+                                                      u"\uFB01",
+                                                      u"\u65E5\u672C",
+                                                      u"\uAC00",
+                                                      u"\u1100\u1161",
+                                                      u"\U0001F600",
+                                                      u"\U00020000",
+                                                      {u"\0", 1},
+                                                      u"\u00C5",
+                                                      u"A\u030A",
+                                                      u"\u212B",
+                                                      u"\uFF76\uFF9E"};
     std::mt19937 random(seed);
     std::uniform_int_distribution<size_t> pick(0, std::size(kPieces) - 1);
     std::u16string text;
@@ -83,7 +105,8 @@ TEST(RecodeStream, NulIsTextInEveryEncoding) {
         {1201, 1252, std::string("\0\0\0\xE4", 4), nul + "\xE4"},
         {1252, 1200, nul, nul + nul},
         {1252, 12000, "a" + nul, std::string("a\0\0\0\0\0\0\0", 8)},
-        {12001, 65001, std::string("\0\0\0a\0\0\0\0\0\x01\xF6\x00", 12), "a" + nul + "\xF0\x9F\x98\x80"},
+        {12001, 65001, std::string("\0\0\0a\0\0\0\0\0\x01\xF6\x00", 12),
+         "a" + nul + "\xF0\x9F\x98\x80"},
         {1252, 932, "x" + nul + "y", "x" + nul + "y"},
     };
     for (const auto& c : cases) {
@@ -146,9 +169,9 @@ TEST(RecodeStream, WhereABlockEndsNeverChangesTheResult) {
         const char* form;
         int formNumber;
     } targets[] = {
-        {65001, "", 0},  {65001, "C", 1}, {65001, "D", 2},  {65001, "KC", 5}, {1200, "KD", 6},
-        {1201, "", 0},   {12000, "", 0},  {12001, "C", 1},  {932, "C", 1},    {1252, "", 0},
-        {1252, "C", 1},  {54936, "", 0},
+        {65001, "", 0},  {65001, "C", 1}, {65001, "D", 2}, {65001, "KC", 5},
+        {1200, "KD", 6}, {1201, "", 0},   {12000, "", 0},  {12001, "C", 1},
+        {932, "C", 1},   {1252, "", 0},   {1252, "C", 1},  {54936, "", 0},
     };
     for (const auto& t : targets) {
         const std::string expected = Oracle(text, t.to, t.formNumber);
@@ -158,7 +181,8 @@ TEST(RecodeStream, WhereABlockEndsNeverChangesTheResult) {
             o.replace = true;
             const kbase_tool_test::RecodeRun r = RunRecode(o, source);
             EXPECT_EQ(r.rc, kExitOk) << r.err;
-            EXPECT_TRUE(r.out == expected) << "to " << t.to << " form '" << t.form << "' blocks of " << block;
+            EXPECT_TRUE(r.out == expected)
+                << "to " << t.to << " form '" << t.form << "' blocks of " << block;
         }
     }
     // Sources that need a decoder which keeps a cut sequence (or a shift state) between blocks.
@@ -186,15 +210,31 @@ TEST(RecodeStream, MalformedInputIsNamedWithItsByteOffset) {
         const char* what;
     } cases[] = {
         {65001, "ab\xC3(", 2, "malformed UTF-8"},
-        {65001, "\xEF\xBB\xBF" "a\xFF", 4, "malformed UTF-8"},  // the mark counts
-        {65001, "a\xE2\x82", 1, "malformed UTF-8"},              // cut off at the end
-        {65001, "\xED\xA0\x80", 0, "malformed UTF-8"},           // an encoded surrogate
-        {65001, "\xC0\xAF", 0, "malformed UTF-8"},               // overlong
-        {65001, "\xF4\x90\x80\x80", 0, "malformed UTF-8"},       // above U+10FFFF
-        {1200, std::string("a\0\x00\xD8" "b\0", 6), 2, "unpaired surrogate"},
+        {65001,
+         "\xEF\xBB\xBF"
+         "a\xFF",
+         4, "malformed UTF-8"},                             // the mark counts
+        {65001, "a\xE2\x82", 1, "malformed UTF-8"},         // cut off at the end
+        {65001, "\xED\xA0\x80", 0, "malformed UTF-8"},      // an encoded surrogate
+        {65001, "\xC0\xAF", 0, "malformed UTF-8"},          // overlong
+        {65001, "\xF4\x90\x80\x80", 0, "malformed UTF-8"},  // above U+10FFFF
+        {65001, std::string(63, 'a') + "\xC3\xA4" + std::string(70, 'b') + "\xC3", 135,
+         "malformed UTF-8"},
+        {65001,
+         std::string(63, 'a') + "\xC3\xA4" + std::string(10, 'b') + "\xFF" + std::string(99, 'c'),
+         75, "malformed UTF-8"},
+        {1200,
+         std::string("a\0\x00\xD8"
+                     "b\0",
+                     6),
+         2, "unpaired surrogate"},
         {1200, std::string("a\0b\0\x00\xDC", 6), 4, "unpaired surrogate"},
         {1201, std::string("\xD8\x00", 2), 0, "unpaired surrogate"},  // cut off at the end
-        {1200, std::string("\xFF\xFE" "a\0\x00\xD8", 6), 4, "unpaired surrogate"},
+        {1200,
+         std::string("\xFF\xFE"
+                     "a\0\x00\xD8",
+                     6),
+         4, "unpaired surrogate"},
         {1200, "abc", 2, "odd number of bytes"},
         {12000, std::string("a\0\0\0\0\0\x11\0", 8), 4, "malformed or unassigned"},
         {12001, std::string("\0\0\xD8\0", 4), 0, "malformed or unassigned"},
@@ -203,12 +243,14 @@ TEST(RecodeStream, MalformedInputIsNamedWithItsByteOffset) {
     };
     for (const auto& c : cases) {
         for (const int64_t block : kBlockSizes) {
-            const kbase_tool_test::RecodeRun r = RunRecode(Pipe(c.from, c.from == 1253 ? 65001 : 1200, block), c.in);
+            const kbase_tool_test::RecodeRun r =
+                RunRecode(Pipe(c.from, c.from == 1253 ? 65001 : 1200, block), c.in);
             EXPECT_EQ(r.rc, kExitContent) << c.from << ", blocks of " << block;
             const std::string where = "at byte offset " + std::to_string(c.offset) + "\n";
             EXPECT_NE(r.err.find(where), std::string::npos) << r.err << " (wanted " << where << ")";
             EXPECT_NE(r.err.find(c.what), std::string::npos) << r.err;
-            EXPECT_NE(r.err.find("not valid text in code page " + std::to_string(c.from)), std::string::npos);
+            EXPECT_NE(r.err.find("not valid text in code page " + std::to_string(c.from)),
+                      std::string::npos);
         }
     }
     // Random bytes as UTF-16 are malformed input, not characters a target lacks.
@@ -234,20 +276,24 @@ TEST(RecodeStream, CharactersTheTargetLacksAreNamedWithLineAndColumn) {
         {65001, 932, "x\n\n\xE6\x97\xA5\xC3\xA4", "line 3, column 2: U+00E4"},
         {1200, 1252, std::string("\n\0\xAC\x20\x01\x01", 6), "line 2, column 2: U+0101"},
         {65001, 20127, "\x7F\xC3\xA4", "line 1, column 2: U+00E4"},
-        {65001, 1252, std::string(5000, 'x') + "\n" + std::string(3000, 'y') + "\xE2\x82\xAC\xC5\x81",
+        {65001, 1252,
+         std::string(5000, 'x') + "\n" + std::string(3000, 'y') + "\xE2\x82\xAC\xC5\x81",
          "line 2, column 3002: U+0141"},
     };
     for (const auto& c : cases) {
         for (const int64_t block : kBlockSizes) {
             const kbase_tool_test::RecodeRun r = RunRecode(Pipe(c.from, c.to, block), c.in);
             EXPECT_EQ(r.rc, kExitContent) << r.err;
-            EXPECT_NE(r.err.find(c.where), std::string::npos) << r.err << " (wanted " << c.where << ")";
-            EXPECT_NE(r.err.find("cannot be represented in code page " + std::to_string(c.to)), std::string::npos);
+            EXPECT_NE(r.err.find(c.where), std::string::npos)
+                << r.err << " (wanted " << c.where << ")";
+            EXPECT_NE(r.err.find("cannot be represented in code page " + std::to_string(c.to)),
+                      std::string::npos);
         }
     }
     RecodeOptions o = Pipe(65001, 1252, 1);
     o.replace = true;
-    EXPECT_EQ(RunRecode(o, "\xEF\xBF\xBE|\xF0\x9F\x98\x80|\xC3\xA4").out, "?|?|\xE4") << "one '?' a character";
+    EXPECT_EQ(RunRecode(o, "\xEF\xBF\xBE|\xF0\x9F\x98\x80|\xC3\xA4").out, "?|?|\xE4")
+        << "one '?' a character";
 }
 
 TEST(RecodeStream, MarksDecideTheSourceAndAreNoText) {
@@ -260,20 +306,27 @@ TEST(RecodeStream, MarksDecideTheSourceAndAreNoText) {
         {0, 1252, false, "\xEF\xBB\xBF\xC3\xA4", "\xE4"},
         {0, 65001, false, le + std::string("\xE4\0", 2), "\xC3\xA4"},
         {0, 65001, false, be + std::string("\0\xE4", 2), "\xC3\xA4"},
-        {0, 65001, false, "\xE4", "\xC3\xA4"},                          // no mark: the system's 1252
-        {65001, 65001, false, "\xEF\xBB\xBF" "a", "a"},
-        {65001, 65001, true, "\xEF\xBB\xBF" "a", "\xEF\xBB\xBF" "a"},
+        {0, 65001, false, "\xE4", "\xC3\xA4"},  // no mark: the system's 1252
+        {65001, 65001, false,
+         "\xEF\xBB\xBF"
+         "a",
+         "a"},
+        {65001, 65001, true,
+         "\xEF\xBB\xBF"
+         "a",
+         "\xEF\xBB\xBF"
+         "a"},
         {1252, 65001, false, "\xEF\xBB\xBF", "\xC3\xAF\xC2\xBB\xC2\xBF"},  // not a mark in 1252
         {1200, 65001, false, be + std::string("\0a", 2), "a"},             // the mark's order wins
         {1201, 65001, false, le + std::string("a\0", 2), "a"},
-        {1200, 65001, false, le + le, "\xEF\xBB\xBF"},                      // only the first is a mark
+        {1200, 65001, false, le + le, "\xEF\xBB\xBF"},  // only the first is a mark
         {12000, 65001, false, std::string("\0\0\xFE\xFF\0\0\0a", 8), "a"},
         {12001, 65001, false, std::string("\0\0\xFE\xFF\0\0\0a", 8), "a"},
         {1252, 1200, true, "a", le + std::string("a\0", 2)},
         {1252, 1201, true, "a", be + std::string("\0a", 2)},
         {1252, 12000, true, "", std::string("\xFF\xFE\0\0", 4)},
         {1252, 12001, true, "a", std::string("\0\0\xFE\xFF\0\0\0a", 8)},
-        {1252, 28591, true, "a", "a"},                                    // no mark in a code page
+        {1252, 28591, true, "a", "a"},  // no mark in a code page
     };
     for (const auto& c : cases) {
         for (const int64_t block : {int64_t{1}, int64_t{3}, kWhole}) {

@@ -91,6 +91,40 @@ TEST(Recode, RefusesWhatItCannotDoWithAClearMessage) {
     EXPECT_EQ(r.rc, kbase_tool::kExitContent) << "odd byte count";
 }
 
+TEST(Recode, UsageErrorsLeaveTheOutputAlone) {
+    const fs::path dir = fs::temp_directory_path() / "kbase_recode_usage_test";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    const fs::path in = dir / "in.txt", out = dir / "out.txt";
+    std::ofstream(in, std::ios::binary) << "text";
+    const struct {
+        int from, to;
+        std::string input, output, normalize, message;
+    } cases[] = {
+        {66788, 65001, in.string(), out.string(), "",
+         "unknown code page 66788"},  // not 66788 - 65536
+        {1252, 0, in.string(), out.string(), "", "unknown code page 0"},
+        {-1, 65001, in.string(), out.string(), "", "unknown code page -1"},
+        {256, 65001, in.string(), out.string(), "", "unknown code page 256"},
+        {1252, 65535, in.string(), out.string(), "", "unknown code page 65535"},
+        {1252, 65001, in.string(), out.string(), "X", "unknown normalisation form 'X'"},
+        {1252, 65001, "", out.string(), "", "the input path is empty"},
+        {1252, 65001, in.string(), "", "", "the output path is empty"},
+    };
+    for (const auto& c : cases) {
+        std::ofstream(out, std::ios::binary) << "previous";
+        RecodeOptions o = Pipe(c.from, c.to);
+        o.input = c.input;
+        o.output = c.output;
+        o.normalize = c.normalize;
+        const RecodeRun r = Recode(o);
+        EXPECT_EQ(r.rc, kbase_tool::kExitUsage) << c.message;
+        EXPECT_EQ(r.err.rfind("kbase recode: " + c.message, 0), 0u) << r.err;
+        EXPECT_EQ(ReadFile(out), "previous");
+    }
+    fs::remove_all(dir);
+}
+
 TEST(Recode, FilesAreReplacedOnlyOnSuccess) {
     const fs::path dir = fs::temp_directory_path() / "kbase_recode_test";
     fs::remove_all(dir);

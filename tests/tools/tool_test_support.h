@@ -65,7 +65,9 @@ public:
     fs::path operator/(const std::string& name) const { return path_ / name; }
     const fs::path& path() const { return path_; }
     // The number of entries in the folder (a temporary file left behind shows up here).
-    long Entries() const { return std::distance(fs::directory_iterator(path_), fs::directory_iterator()); }
+    long Entries() const {
+        return std::distance(fs::directory_iterator(path_), fs::directory_iterator());
+    }
 
 private:
     fs::path path_;
