@@ -129,8 +129,12 @@ public:
     // SkipNextRow): bytes in the file encoding, NUL-terminated in place and valid until the next
     // read. A field may hold NUL bytes, so its length is authoritative. Out of range: "" and 0.
     int GetFieldCount() const { return fieldCount_; }
-    const char* GetFieldPtr(int i) const;
-    size_t GetFieldLength(int i) const;
+    const char* GetFieldPtr(int i) const {
+        return static_cast<unsigned>(i) < static_cast<unsigned>(fieldCount_) ? line_ + spans_[2 * static_cast<size_t>(i)] : "";
+    }
+    size_t GetFieldLength(int i) const {
+        return static_cast<unsigned>(i) < static_cast<unsigned>(fieldCount_) ? spans_[2 * static_cast<size_t>(i) + 1] : 0;
+    }
     // The 1-based line number of the first line of the record (or line) read last, counting
     // skipped empty lines and the line breaks inside quoted fields; for messages.
     uint64_t GetRecordNumber() const { return recordLine_; }
@@ -144,7 +148,7 @@ public:
     // (text after a closing quote, a quote inside a field) does not count for it: "a";"1,5" is
     // cut at ';'. 0 when no candidate splits any record.
     static char GuessDelimiter(const char* sample, size_t n, bool quoted);
-    // Looks at the first bytes of the data from where the reader stands (up to 1 MiB) without
+    // Looks at the first bytes of the data from where the reader stands (up to 256 KiB) without
     // consuming them, so that it works on a pipe: the bytes are then read by ReadRecord from the
     // start. Sets the delimiter by GuessDelimiter on them in the current quoting mode (left as it
     // is when no candidate splits) and, with titles, the title line count by the rule of Reset
@@ -256,6 +260,7 @@ private:
     uint64_t sourceEpoch_ = 0;  // of the bytes the cutter's masks were taken from
     bool quoted_ = false;
     int fieldCount_ = 0;
+    const uint32_t* spans_ = nullptr;  // the cutter's offset and length pairs of the fields
     uint64_t lines_ = 0;  // line ends consumed
     uint64_t recordLine_ = 0;
     char delimiter_ = ';';
