@@ -72,8 +72,9 @@ public:
         eReadLineTooLong,  // a line longer than 1 GiB
         eReadError,        // the file could not be read
         eReadNoMemory,     // no memory for the line buffer
-        eReadUnclosedQuote,  // the data ended inside a quoted field (quoted mode; the record is
-                             // delivered, and the state stays at the end of the data)
+        // The data ended inside a quoted field (quoted mode): the record is delivered, and the
+        // state stays so at the end of the data instead of eReadEnd.
+        eReadUnclosedQuote,
     };
 
     // Stores the name, sets the delimiter to ';' and opens the file (UTF-8 path). A file that
@@ -84,7 +85,7 @@ public:
     // them fail when it cannot seek (a pipe) and may work when it can. name is for messages
     // (GetFileName). GetFileSize is 0 when the size is unknown. The mark rule is that of files. A
     // null stream leaves the reader failed (eReadNotOpen), an unreadable one too (eReadError).
-    UtCCsvReader(std::FILE* stream, const UtCString& name);
+    explicit UtCCsvReader(std::FILE* stream, const UtCString& name);
     UtCCsvReader(const UtCCsvReader&) = delete;
     UtCCsvReader& operator=(const UtCCsvReader&) = delete;
     virtual ~UtCCsvReader();

@@ -23,7 +23,9 @@ inline uint64_t ByteMask(const char* p, size_t len, char c) {
     const __m128i needle = _mm_set1_epi8(c);
     for (; k + 16 <= len; k += 16) {
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
-        mask |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle)))) << k;
+        mask |= static_cast<uint64_t>(
+                    static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle))))
+                << k;
     }
 #endif
     for (; k < len; ++k) mask |= static_cast<uint64_t>(p[k] == c) << k;
@@ -51,9 +53,13 @@ inline RecordBits RecordMasks(const char* p, size_t len, char delimiter, bool qu
     for (; k + 16 <= len; k += 16) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
         const __m128i brk = _mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf));
-        d |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, dv)))) << k;
+        d |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, dv))))
+             << k;
         b |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(brk))) << k;
-        if (quotes) q |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, qu)))) << k;
+        if (quotes)
+            q |= static_cast<uint64_t>(
+                     static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, qu))))
+                 << k;
     }
 #endif
     for (; k < len; ++k) {

@@ -59,7 +59,8 @@ size_t RecordCutter::NextEvent(const char* p, size_t pos, size_t n, bool quotes)
 void RecordCutter::MoveText(char* p, size_t to, bool quotedText) {
     const size_t n = to - from_;
     if (quotedText && breaksSeen_) {
-        // A CR followed by LF is one break; the text ends before a quote, so a pair never spans two pieces.
+        // A CR followed by LF is one break; the text ends before a quote, so a pair never spans two
+        // pieces.
         for (size_t i = from_; i < to; ++i) {
             if (p[i] == '\n' || (p[i] == '\r' && (i + 1 == to || p[i + 1] != '\n'))) ++innerBreaks_;
         }
@@ -74,7 +75,8 @@ void RecordCutter::MoveText(char* p, size_t to, bool quotedText) {
 void RecordCutter::EndField(char* p, size_t at) {
     size_t end = at;
     if (state_ == State::kAfterQuote && at > from_) irregular_ = true;
-    if (state_ == State::kPlain && watchQuotes_ && std::memchr(p + fieldStart_, '"', at - fieldStart_) != nullptr) {
+    if (state_ == State::kPlain && watchQuotes_ &&
+        std::memchr(p + fieldStart_, '"', at - fieldStart_) != nullptr) {
         irregular_ = true;
     }
     if (state_ != State::kPlain) {
