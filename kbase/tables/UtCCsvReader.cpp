@@ -43,6 +43,23 @@ bool ToDoubleWithComma(const char* p, size_t n, eUtEncodingType e, double& v) {
     return TextToDouble(t.c_str(), t.size(), e, v);
 }
 
+// The read state that a status of the source leaves.
+UtCCsvReader::TReadState StateOf(LineSource::Status s) {
+    switch (s) {
+        case LineSource::Status::kLine:
+            return UtCCsvReader::eReadOk;
+        case LineSource::Status::kEnd:
+            return UtCCsvReader::eReadEnd;
+        case LineSource::Status::kTooLong:
+            return UtCCsvReader::eReadLineTooLong;
+        case LineSource::Status::kNoMemory:
+            return UtCCsvReader::eReadNoMemory;
+        case LineSource::Status::kReadError:
+            break;
+    }
+    return UtCCsvReader::eReadError;
+}
+
 // How well a delimiter cuts a sample: the most common field count above 1 and on how many
 // records it occurs.
 struct Fit {
@@ -149,21 +166,9 @@ bool UtCCsvReader::ReadLine() {
         char* line = nullptr;
         size_t length = 0;
         const LineSource::Status s = source_->Next(line, length);
-        switch (s) {
-            case LineSource::Status::kLine:
-                break;
-            case LineSource::Status::kEnd:
-                state_ = eReadEnd;
-                return false;
-            case LineSource::Status::kTooLong:
-                state_ = eReadLineTooLong;
-                return false;
-            case LineSource::Status::kNoMemory:
-                state_ = eReadNoMemory;
-                return false;
-            case LineSource::Status::kReadError:
-                state_ = eReadError;
-                return false;
+        if (s != LineSource::Status::kLine) {
+            state_ = StateOf(s);
+            return false;
         }
         ++lines_;
         if (length == 0) continue;
@@ -181,20 +186,9 @@ bool UtCCsvReader::ReadLine() {
 }
 
 bool UtCCsvReader::FetchMore() {
-    switch (source_->More()) {
-        case LineSource::Status::kLine:
-        case LineSource::Status::kEnd:
-            return true;
-        case LineSource::Status::kTooLong:
-            state_ = eReadLineTooLong;
-            return false;
-        case LineSource::Status::kNoMemory:
-            state_ = eReadNoMemory;
-            return false;
-        case LineSource::Status::kReadError:
-            break;
-    }
-    state_ = eReadError;
+    const LineSource::Status s = source_->More();
+    if (s == LineSource::Status::kLine || s == LineSource::Status::kEnd) return true;
+    state_ = StateOf(s);
     return false;
 }
 
@@ -581,7 +575,7 @@ bool UtCCsvReader::DetectFromHead(bool titles) {
     if (!source_->IsOpen() || dataEnded_) return false;
     const LineSource::Status s = source_->Peek(kHeadBytes);
     if (s != LineSource::Status::kLine) {
-        state_ = s == LineSource::Status::kNoMemory ? eReadNoMemory : eReadError;
+        state_ = StateOf(s);
         return false;
     }
     const size_t n = std::min(source_->Available(), kHeadBytes);
