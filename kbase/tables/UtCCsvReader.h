@@ -121,10 +121,11 @@ public:
     // Reads the next record and cuts it at every delimiter (empty fields kept; quotes as the mode
     // says, in the raw mode a quote is ordinary), unquoting in place. Records end at LF, CRLF or a
     // lone CR in both modes here (files from old Macs end lines with CR). Empty lines are skipped
-    // in both modes; a line holding only '""' is a record of one empty field. Returns the field
-    // count (at least 1), or -1 at the end of the data or on an error (GetReadState tells which).
-    // The column count and masks are not used or changed; the token starts are cleared. Cost:
-    // each byte is looked at once, 64 at a time; no allocation per field.
+    // in both modes; a line holding only '""' is a record of one empty field; a record that
+    // begins with Ctrl-Z ends the data as such a line does. Returns the field count (at least 1),
+    // or -1 at the end of the data or on an error (GetReadState tells which). The column count
+    // and masks are not used or changed; the token starts are cleared. Cost: each byte is looked
+    // at once, 64 at a time; no allocation per field.
     int ReadRecord();
     // The fields of the record read last by ReadRecord (or, in quoted mode, by ParseNextRow or
     // SkipNextRow): bytes in the file encoding, NUL-terminated in place and valid until the next
