@@ -10,8 +10,8 @@
 #include <string>
 
 #include "bench_python.h"
-#include "ratio_reporter.h"
 #include "kbase/tables/UtCCsvReader.h"
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -24,8 +24,10 @@ const std::string& DataFile(bool quoted) {
     if (!path.empty()) return path;
     path = TempPath(quoted ? "kbase_bench_records_quoted.csv" : "kbase_bench_records.csv");
     if (std::filesystem::exists(path) && std::filesystem::file_size(path) > 150000000) return path;
-    static const char* names[] = {"Mueller", "Schmidt", "Schneider", "Fischer", "Weber", "Meyer", "Wagner", "Becker"};
-    static const char* districts[] = {"Innenstadt", "Rodenkirchen", "Lindenthal", "Ehrenfeld", "Nippes", "Chorweiler"};
+    static const char* names[] = {"Mueller", "Schmidt", "Schneider", "Fischer",
+                                  "Weber",   "Meyer",   "Wagner",    "Becker"};
+    static const char* districts[] = {"Innenstadt", "Rodenkirchen", "Lindenthal",
+                                      "Ehrenfeld",  "Nippes",       "Chorweiler"};
     std::mt19937 rng(3);
     FILE* f = std::fopen(path.c_str(), "wb");
     std::fputs("name;district;amount;year\n", f);
@@ -35,8 +37,8 @@ const std::string& DataFile(bool quoted) {
         const unsigned cents = static_cast<unsigned>(rng() % 100000);
         const unsigned year = 2000 + static_cast<unsigned>(rng() % 25);
         if (quoted) {
-            std::fprintf(f, "\"%s\";\"%s%s\";%u.%02u;%u\n", name, district, rng() % 16 == 0 ? "; Nord" : "", cents / 100,
-                         cents % 100, year);
+            std::fprintf(f, "\"%s\";\"%s%s\";%u.%02u;%u\n", name, district,
+                         rng() % 16 == 0 ? "; Nord" : "", cents / 100, cents % 100, year);
         } else {
             std::fprintf(f, "%s;%s;%u.%02u;%u\n", name, district, cents / 100, cents % 100, year);
         }
@@ -45,7 +47,9 @@ const std::string& DataFile(bool quoted) {
     return path;
 }
 
-UtCString Name(bool quoted) { return UtCString(DataFile(quoted).c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8); }
+UtCString Name(bool quoted) {
+    return UtCString(DataFile(quoted).c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+}
 
 void SetBytes(benchmark::State& state, bool quoted) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
@@ -78,9 +82,15 @@ void ReadRecords(benchmark::State& state, bool quotedMode, bool quotedFile) {
     SetBytes(state, quotedFile);
 }
 
-void BM_ReadRecord_Raw(benchmark::State& state) { ReadRecords(state, false, false); }
-void BM_ReadRecord_Quoted(benchmark::State& state) { ReadRecords(state, true, false); }
-void BM_ReadRecord_QuotedFile(benchmark::State& state) { ReadRecords(state, true, true); }
+void BM_ReadRecord_Raw(benchmark::State& state) {
+    ReadRecords(state, false, false);
+}
+void BM_ReadRecord_Quoted(benchmark::State& state) {
+    ReadRecords(state, true, false);
+}
+void BM_ReadRecord_QuotedFile(benchmark::State& state) {
+    ReadRecords(state, true, true);
+}
 
 // What the describe pass does per record: every field classified.
 void BM_Describe_Quoted(benchmark::State& state) {
@@ -91,7 +101,8 @@ void BM_Describe_Quoted(benchmark::State& state) {
         bool comma = false;
         for (int n; (n = r.ReadRecord()) >= 0;) {
             for (int i = 0; i < n && i < 8; ++i) {
-                masks[i] |= UtCCsvReader::ClassifyField(r.GetFieldPtr(i), r.GetFieldLength(i), eUtEncodingTypeUtf8, &comma)
+                masks[i] |= UtCCsvReader::ClassifyField(r.GetFieldPtr(i), r.GetFieldLength(i),
+                                                        eUtEncodingTypeUtf8, &comma)
                                 .implicitMask;
             }
         }
@@ -111,10 +122,12 @@ BENCHMARK(BM_Describe_Quoted)->Unit(benchmark::kMillisecond)->Iterations(3);
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
-    reporter.AddPair("ReadRecord raw vs tokenizer", "BM_ReadRecord_Raw/iterations:3", "BM_Tokenizer/iterations:3");
-    reporter.AddPair("ReadRecord quoted vs tokenizer", "BM_ReadRecord_Quoted/iterations:3", "BM_Tokenizer/iterations:3");
-    reporter.AddPair("describe (quoted) vs tokenizer (goal >= 0.5x)", "BM_Describe_Quoted/iterations:3",
+    reporter.AddPair("ReadRecord raw vs tokenizer", "BM_ReadRecord_Raw/iterations:3",
                      "BM_Tokenizer/iterations:3");
+    reporter.AddPair("ReadRecord quoted vs tokenizer", "BM_ReadRecord_Quoted/iterations:3",
+                     "BM_Tokenizer/iterations:3");
+    reporter.AddPair("describe (quoted) vs tokenizer (goal >= 0.5x)",
+                     "BM_Describe_Quoted/iterations:3", "BM_Tokenizer/iterations:3");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;

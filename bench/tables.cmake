@@ -11,4 +11,5 @@ else()
   message(STATUS "csv_bench left out: fast-cpp-csv-parser not found (run bench/install_peers.sh)")
 endif()
 kbase_add_bench(table_bench SOURCES table_bench.cpp LIBS kbase1 SQLite::SQLite3)
+# Records (raw and quoted) and the describe pass beside the line tokenizer, on generated data.
 kbase_add_bench(csv_record_bench SOURCES csv_record_bench.cpp LIBS kbase1)

@@ -12,7 +12,6 @@
 #include "kbase/tables/internal/record_cutter.h"
 
 using kbase_tables_internal::ByteMask;
-using kbase_tables_internal::FieldSpan;
 using kbase_tables_internal::LineSource;
 using kbase_tables_internal::LowestBit;
 using kbase_tables_internal::RecordCutter;
@@ -26,7 +25,7 @@ constexpr int kTitleProbeLines = 1000;
 constexpr int kDelimiterProbeLines = 20;
 constexpr uint64_t kProgressBytes = uint64_t{1} << 16;
 // The head that DetectFromHead looks at, and the part of it the delimiter is guessed from.
-constexpr size_t kHeadBytes = size_t{1} << 20;
+constexpr size_t kHeadBytes = size_t{1} << 18;  // inside the first block read
 constexpr size_t kGuessBytes = size_t{1} << 16;
 constexpr int kGuessRecords = 50;
 
@@ -42,6 +41,23 @@ bool ToDoubleWithComma(const char* p, size_t n, eUtEncodingType e, double& v) {
     }
     std::replace(t.begin(), t.end(), ',', '.');
     return TextToDouble(t.c_str(), t.size(), e, v);
+}
+
+// The read state that a status of the source leaves.
+UtCCsvReader::TReadState StateOf(LineSource::Status s) {
+    switch (s) {
+        case LineSource::Status::kLine:
+            return UtCCsvReader::eReadOk;
+        case LineSource::Status::kEnd:
+            return UtCCsvReader::eReadEnd;
+        case LineSource::Status::kTooLong:
+            return UtCCsvReader::eReadLineTooLong;
+        case LineSource::Status::kNoMemory:
+            return UtCCsvReader::eReadNoMemory;
+        case LineSource::Status::kReadError:
+            break;
+    }
+    return UtCCsvReader::eReadError;
 }
 
 // How well a delimiter cuts a sample: the most common field count above 1 and on how many
@@ -150,21 +166,9 @@ bool UtCCsvReader::ReadLine() {
         char* line = nullptr;
         size_t length = 0;
         const LineSource::Status s = source_->Next(line, length);
-        switch (s) {
-            case LineSource::Status::kLine:
-                break;
-            case LineSource::Status::kEnd:
-                state_ = eReadEnd;
-                return false;
-            case LineSource::Status::kTooLong:
-                state_ = eReadLineTooLong;
-                return false;
-            case LineSource::Status::kNoMemory:
-                state_ = eReadNoMemory;
-                return false;
-            case LineSource::Status::kReadError:
-                state_ = eReadError;
-                return false;
+        if (s != LineSource::Status::kLine) {
+            state_ = StateOf(s);
+            return false;
         }
         ++lines_;
         if (length == 0) continue;
@@ -182,20 +186,9 @@ bool UtCCsvReader::ReadLine() {
 }
 
 bool UtCCsvReader::FetchMore() {
-    switch (source_->More()) {
-        case LineSource::Status::kLine:
-        case LineSource::Status::kEnd:
-            return true;
-        case LineSource::Status::kTooLong:
-            state_ = eReadLineTooLong;
-            return false;
-        case LineSource::Status::kNoMemory:
-            state_ = eReadNoMemory;
-            return false;
-        case LineSource::Status::kReadError:
-            break;
-    }
-    state_ = eReadError;
+    const LineSource::Status s = source_->More();
+    if (s == LineSource::Status::kLine || s == LineSource::Status::kEnd) return true;
+    state_ = StateOf(s);
     return false;
 }
 
@@ -246,6 +239,7 @@ bool UtCCsvReader::ReadNextRecord() {
         line_ = p;
         lineLength_ = cutter_->TextEnd();
         fieldCount_ = cutter_->FieldCount();
+        spans_ = cutter_->Spans();
         if (cutter_->Unclosed()) state_ = eReadUnclosedQuote;
         return true;
     }
@@ -256,15 +250,6 @@ int UtCCsvReader::ReadRecord() {
     return ReadNextRecord() ? fieldCount_ : -1;
 }
 
-const char* UtCCsvReader::GetFieldPtr(int i) const {
-    if (i < 0 || i >= fieldCount_) return "";
-    return line_ + cutter_->Fields()[i].start;
-}
-
-size_t UtCCsvReader::GetFieldLength(int i) const {
-    if (i < 0 || i >= fieldCount_) return 0;
-    return cutter_->Fields()[i].length;
-}
 
 bool UtCCsvReader::Rewind() {
     // A stream that cannot seek (a pipe) is left where it is: nothing read is lost.
@@ -353,7 +338,7 @@ bool UtCCsvReader::ParseNextRow(bool all) {
     if (quoted_) {
         if (!ReadNextRecord()) return false;
         const int found = std::min(fieldCount_, static_cast<int>(tokenStart_.size()));
-        for (int i = 0; i < found && i < limit; ++i) tokenStart_[static_cast<size_t>(i)] = static_cast<int>(cutter_->Fields()[i].start);
+        for (int i = 0; i < found && i < limit; ++i) tokenStart_[static_cast<size_t>(i)] = static_cast<int>(cutter_->FieldStart(i));
         return fieldCount_ >= limit;
     }
     if (!ReadLine()) return false;
@@ -406,11 +391,14 @@ void UtCCsvReader::SetMTokenStartIndex(const std::vector<int>& starts) {
 // ---- classifying ------------------------------------------------------------------------------
 
 UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyField(const char* p, size_t n, eUtEncodingType e, bool* comma) {
-    n = kbase_tables_internal::UpToNul(p, n);  // where a token's string would end
+    using kbase_tables_internal::Shape;
     TColumnMasks m;
     long long whole = 0;
     double real = 0.0;
-    if (TextToInt64(p, n, e, whole)) {
+    // The common fields are decided in one pass; the others read as the string would.
+    const Shape shape = kbase_tables_internal::QuickShape(p, n, whole);
+    const bool isWhole = shape == Shape::kWhole || (shape == Shape::kOther && TextToInt64(p, n, e, whole));
+    if (isWhole) {
         // Taken as an unsigned 32-bit value, so negative numbers count as large ones.
         if (static_cast<uint32_t>(whole) > 255) {
             m.implicitMask |= eTypeLargeInteger;
@@ -419,10 +407,23 @@ UtCCsvReader::TColumnMasks UtCCsvReader::ClassifyField(const char* p, size_t n, 
             m.implicitMask |= eTypeSmallInteger;
             m.explicitMask |= eTypeSmallInteger | eTypeLargeInteger | eTypeReal | eTypeText;
         }
-    } else if (TextToDouble(p, n, e, real)) {
+        return m;
+    }
+    if (shape == Shape::kReal || (shape == Shape::kOther && TextToDouble(p, n, e, real))) {
         m.implicitMask |= eTypeReal;
         m.explicitMask |= eTypeReal | eTypeText;
-    } else if (std::memchr(p, ',', n) == nullptr) {
+        return m;
+    }
+    // A ',' up to where a token's string would end (its first NUL), in one pass: fields are short.
+    bool hasComma = false;
+    for (size_t i = 0; i < n; ++i) {
+        if (p[i] == '\0') {
+            n = i;
+            break;
+        }
+        if (p[i] == ',') hasComma = true;
+    }
+    if (!hasComma) {
         m.implicitMask |= eTypeText;
         m.explicitMask |= eTypeText;
     } else if (ToDoubleWithComma(p, n, e, real)) {
@@ -538,8 +539,7 @@ std::vector<int> UtCCsvReader::GetIndicesExplicitFor(TTypeInfo kind, bool exactl
 void UtCCsvReader::RowFields(std::vector<std::pair<const char*, size_t>>& out) {
     out.clear();
     if (quoted_) {
-        const FieldSpan* f = cutter_->Fields();
-        for (int i = 0; i < fieldCount_; ++i) out.emplace_back(line_ + f[i].start, f[i].length);
+        for (int i = 0; i < fieldCount_; ++i) out.emplace_back(line_ + cutter_->FieldStart(i), cutter_->FieldLength(i));
         return;
     }
     rowStarts_.resize(lineLength_ / 2 + 2);
@@ -575,7 +575,7 @@ bool UtCCsvReader::DetectFromHead(bool titles) {
     if (!source_->IsOpen() || dataEnded_) return false;
     const LineSource::Status s = source_->Peek(kHeadBytes);
     if (s != LineSource::Status::kLine) {
-        state_ = s == LineSource::Status::kNoMemory ? eReadNoMemory : eReadError;
+        state_ = StateOf(s);
         return false;
     }
     const size_t n = std::min(source_->Available(), kHeadBytes);
@@ -599,7 +599,7 @@ bool UtCCsvReader::DetectFromHead(bool titles) {
             at += cutter.Consumed();
             if (r == RecordCutter::Result::kEmpty) continue;
             fields.clear();
-            for (int i = 0; i < cutter.FieldCount(); ++i) fields.emplace_back(p + cutter.Fields()[i].start, cutter.Fields()[i].length);
+            for (int i = 0; i < cutter.FieldCount(); ++i) fields.emplace_back(p + cutter.FieldStart(i), cutter.FieldLength(i));
             return true;
         }
         return false;

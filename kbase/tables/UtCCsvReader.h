@@ -72,8 +72,9 @@ public:
         eReadLineTooLong,  // a line longer than 1 GiB
         eReadError,        // the file could not be read
         eReadNoMemory,     // no memory for the line buffer
-        eReadUnclosedQuote,  // the data ended inside a quoted field (quoted mode; the record is
-                             // delivered, and the state stays at the end of the data)
+        // The data ended inside a quoted field (quoted mode): the record is delivered, and the
+        // state stays so at the end of the data instead of eReadEnd.
+        eReadUnclosedQuote,
     };
 
     // Stores the name, sets the delimiter to ';' and opens the file (UTF-8 path). A file that
@@ -84,7 +85,7 @@ public:
     // them fail when it cannot seek (a pipe) and may work when it can. name is for messages
     // (GetFileName). GetFileSize is 0 when the size is unknown. The mark rule is that of files. A
     // null stream leaves the reader failed (eReadNotOpen), an unreadable one too (eReadError).
-    UtCCsvReader(std::FILE* stream, const UtCString& name);
+    explicit UtCCsvReader(std::FILE* stream, const UtCString& name);
     UtCCsvReader(const UtCCsvReader&) = delete;
     UtCCsvReader& operator=(const UtCCsvReader&) = delete;
     virtual ~UtCCsvReader();
@@ -120,17 +121,22 @@ public:
     // Reads the next record and cuts it at every delimiter (empty fields kept; quotes as the mode
     // says, in the raw mode a quote is ordinary), unquoting in place. Records end at LF, CRLF or a
     // lone CR in both modes here (files from old Macs end lines with CR). Empty lines are skipped
-    // in both modes; a line holding only '""' is a record of one empty field. Returns the field
-    // count (at least 1), or -1 at the end of the data or on an error (GetReadState tells which).
-    // The column count and masks are not used or changed; the token starts are cleared. Cost:
-    // each byte is looked at once, 64 at a time; no allocation per field.
+    // in both modes; a line holding only '""' is a record of one empty field; a record that
+    // begins with Ctrl-Z ends the data as such a line does. Returns the field count (at least 1),
+    // or -1 at the end of the data or on an error (GetReadState tells which). The column count
+    // and masks are not used or changed; the token starts are cleared. Cost: each byte is looked
+    // at once, 64 at a time; no allocation per field.
     int ReadRecord();
     // The fields of the record read last by ReadRecord (or, in quoted mode, by ParseNextRow or
     // SkipNextRow): bytes in the file encoding, NUL-terminated in place and valid until the next
     // read. A field may hold NUL bytes, so its length is authoritative. Out of range: "" and 0.
     int GetFieldCount() const { return fieldCount_; }
-    const char* GetFieldPtr(int i) const;
-    size_t GetFieldLength(int i) const;
+    const char* GetFieldPtr(int i) const {
+        return static_cast<unsigned>(i) < static_cast<unsigned>(fieldCount_) ? line_ + spans_[2 * static_cast<size_t>(i)] : "";
+    }
+    size_t GetFieldLength(int i) const {
+        return static_cast<unsigned>(i) < static_cast<unsigned>(fieldCount_) ? spans_[2 * static_cast<size_t>(i) + 1] : 0;
+    }
     // The 1-based line number of the first line of the record (or line) read last, counting
     // skipped empty lines and the line breaks inside quoted fields; for messages.
     uint64_t GetRecordNumber() const { return recordLine_; }
@@ -144,7 +150,7 @@ public:
     // (text after a closing quote, a quote inside a field) does not count for it: "a";"1,5" is
     // cut at ';'. 0 when no candidate splits any record.
     static char GuessDelimiter(const char* sample, size_t n, bool quoted);
-    // Looks at the first bytes of the data from where the reader stands (up to 1 MiB) without
+    // Looks at the first bytes of the data from where the reader stands (up to 256 KiB) without
     // consuming them, so that it works on a pipe: the bytes are then read by ReadRecord from the
     // start. Sets the delimiter by GuessDelimiter on them in the current quoting mode (left as it
     // is when no candidate splits) and, with titles, the title line count by the rule of Reset
@@ -256,6 +262,7 @@ private:
     uint64_t sourceEpoch_ = 0;  // of the bytes the cutter's masks were taken from
     bool quoted_ = false;
     int fieldCount_ = 0;
+    const uint32_t* spans_ = nullptr;  // the cutter's offset and length pairs of the fields
     uint64_t lines_ = 0;  // line ends consumed
     uint64_t recordLine_ = 0;
     char delimiter_ = ';';

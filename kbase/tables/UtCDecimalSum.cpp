@@ -12,12 +12,16 @@
 
 namespace {
 
-constexpr int kMaxDigits = 36;  // of a plain decimal's digits; 10^36 * 10 < 10^37
-constexpr int kMaxScale = 36;   // fraction digits
+constexpr int kMaxDigits = 36;    // of a plain decimal's digits; 10^36 * 10 < 10^37
+constexpr int kMaxScale = 36;     // fraction digits
 constexpr int kBoundDigits = 37;  // the exact total stays below 10^37 units
 
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // A plain decimal: ±digits / 10^scale, digits below 10^36 without trailing zeros.
 struct Plain {
@@ -42,7 +46,9 @@ U128 Pow10(int k) {
     }();
     return table[static_cast<size_t>(k)];
 }
-U128 Join(uint64_t high, uint64_t low) { return (static_cast<U128>(high) << 64) | low; }
+U128 Join(uint64_t high, uint64_t low) {
+    return (static_cast<U128>(high) << 64) | low;
+}
 #endif
 
 // Reads [blanks][+-](digits[.digits]|.digits)[(e|E)[+-]digits] followed by nothing (trailing:
@@ -155,7 +161,8 @@ bool UtCDecimalSum::AddExact(bool negative, uint64_t high, uint64_t low, int sca
     int newScale = scale_;
     if (scale > scale_) {
         const int k = scale - scale_;
-        if (magnitude >= Pow10(kBoundDigits - k)) return false;  // the total cannot take the finer unit
+        if (magnitude >= Pow10(kBoundDigits - k))
+            return false;  // the total cannot take the finer unit
         total *= static_cast<I128>(Pow10(k));
         newScale = scale;
     } else if (scale < scale_) {
@@ -189,7 +196,8 @@ bool UtCDecimalSum::Add(const char* p, size_t n) {
         return true;
     }
     double v = 0.0;
-    if (!kbase_tables_internal::TextToDouble(p, n, UtCString::systemEncodingType(), v)) return false;
+    if (!kbase_tables_internal::TextToDouble(p, n, UtCString::systemEncodingType(), v))
+        return false;
     AddDouble(v);
     return true;
 }
@@ -219,7 +227,8 @@ void UtCDecimalSum::AddDouble(double value) {
     const double t = sum_ + value;
     if (std::isfinite(t)) {
         // Neumaier: the part of the smaller addend that the rounding of t lost.
-        compensation_ += std::fabs(sum_) >= std::fabs(value) ? (sum_ - t) + value : (value - t) + sum_;
+        compensation_ +=
+            std::fabs(sum_) >= std::fabs(value) ? (sum_ - t) + value : (value - t) + sum_;
     }
     sum_ = t;
 }
@@ -231,7 +240,8 @@ void UtCDecimalSum::Merge(const UtCDecimalSum& other) {
     const I128 total = static_cast<I128>(Join(other.high_, other.low_));
     if (total != 0) {
         const U128 magnitude = total < 0 ? -static_cast<U128>(total) : static_cast<U128>(total);
-        if (!AddExact(total < 0, static_cast<uint64_t>(magnitude >> 64), static_cast<uint64_t>(magnitude), other.scale_)) {
+        if (!AddExact(total < 0, static_cast<uint64_t>(magnitude >> 64),
+                      static_cast<uint64_t>(magnitude), other.scale_)) {
             AddDouble(other.ExactValue());
         }
     }
@@ -274,7 +284,8 @@ double UtCDecimalSum::Value() const {
 }
 
 std::string UtCDecimalSum::Format(const char* printfFormat) const {
-    const char* format = printfFormat != nullptr && IsSumFormat(printfFormat) ? printfFormat : "%.2f";
+    const char* format =
+        printfFormat != nullptr && IsSumFormat(printfFormat) ? printfFormat : "%.2f";
     char text[51];
     std::snprintf(text, sizeof text, format, Value());
     return std::string(text);

@@ -55,9 +55,9 @@ private:
     uint64_t low_ = 0;
     uint64_t high_ = 0;
     int32_t scale_ = 0;
-    bool inexact_ = false;       // something went to the double part
-    bool any_ = false;           // something was added
-    bool negativeZero_ = true;   // everything added was -0
-    double sum_ = 0.0;           // the double part and its compensation
+    bool inexact_ = false;      // something went to the double part
+    bool any_ = false;          // something was added
+    bool negativeZero_ = true;  // everything added was -0
+    double sum_ = 0.0;          // the double part and its compensation
     double compensation_ = 0.0;
 };

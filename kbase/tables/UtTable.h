@@ -144,7 +144,9 @@ public:
     //  - each summed column sumCols[k] holds the total: the first row's cell read like atof (text
     //    that is not a number counts 0) plus every later cell that reads as a number by
     //    UtCString::Convert(double&) (others are skipped), formatted with (*formats)[k] when
-    //    formats has an entry k, else "%.2f", and cut to 50 characters. A format that is not a
+    //    formats has an entry k, else "%.2f", and cut to 50 characters. Decimal texts are totalled
+    //    exactly (UtCDecimalSum): the total is the double nearest to their exact sum, so a column
+    //    of prices does not drift by cents however many rows it has. A format that is not a
     //    single floating conversion (%f, %e, %g, %a with flags, width and precision; %% allowed)
     //    is not used: "%.2f" is used instead. A representative lacking a summed or carried column
     //    is padded with empty cells so that its result is kept.

@@ -29,12 +29,14 @@ public:
     explicit CsvFile(const std::string& bytes) {
         static const unsigned run = std::random_device{}();
         static int serial = 0;
-        path_ = fs::temp_directory_path() /
-                ("kbase_record_test_" + std::to_string(run) + "_" + std::to_string(serial++) + ".csv");
+        path_ = fs::temp_directory_path() / ("kbase_record_test_" + std::to_string(run) + "_" +
+                                             std::to_string(serial++) + ".csv");
         std::ofstream(path_, std::ios::binary) << bytes;
     }
     ~CsvFile() { fs::remove(path_); }
-    UtCString name() const { return UtCString(path_.string().c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8); }
+    UtCString name() const {
+        return UtCString(path_.string().c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+    }
 
 private:
     fs::path path_;
@@ -42,7 +44,9 @@ private:
 
 // Restores the line source's block size and length bound however a test ends.
 struct SmallBlocks {
-    SmallBlocks(size_t block, size_t maxLine) { kbase_tables_internal::SetLineSourceLimitsForTesting(block, maxLine); }
+    SmallBlocks(size_t block, size_t maxLine) {
+        kbase_tables_internal::SetLineSourceLimitsForTesting(block, maxLine);
+    }
     ~SmallBlocks() { kbase_tables_internal::SetLineSourceLimitsForTesting(0, 0); }
 };
 
@@ -84,7 +88,9 @@ struct RecordCase {
     UtCCsvReader::TReadState end;
 };
 
-void PrintTo(const RecordCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const RecordCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class CsvRecords : public ::testing::TestWithParam<RecordCase> {};
 
@@ -102,35 +108,79 @@ using namespace std::string_literals;
 INSTANTIATE_TEST_SUITE_P(
     Quoting, CsvRecords,
     ::testing::Values(
-        RecordCase{"plain", "a,b,c\n1,2,3\n", true, {{"a", "b", "c"}, {"1", "2", "3"}}, {1, 2}, kEnd},
+        RecordCase{
+            "plain", "a,b,c\n1,2,3\n", true, {{"a", "b", "c"}, {"1", "2", "3"}}, {1, 2}, kEnd},
         RecordCase{"delimiter_in_quotes", "\"a,b\",c\n", true, {{"a,b", "c"}}, {1}, kEnd},
-        RecordCase{"doubled_quotes", "\"say \"\"hi\"\"\",\"\"\"\"\n", true, {{"say \"hi\"", "\""}}, {1}, kEnd},
-        RecordCase{"lf_in_quotes", "\"l1\nl2\",z\nnext\n", true, {{"l1\nl2", "z"}, {"next"}}, {1, 3}, kEnd},
-        RecordCase{"crlf_in_quotes_kept", "\"l1\r\nl2\r\"\r\nb\r\n", true, {{"l1\r\nl2\r"}, {"b"}}, {1, 4}, kEnd},
-        RecordCase{"lone_cr_ends_records", "a,b\rc,d\r\"e\r\"\r", true, {{"a", "b"}, {"c", "d"}, {"e\r"}}, {1, 2, 3}, kEnd},
-        RecordCase{"text_after_closing_quote", "\"ab\"cd,\"x\"\"y\"z\"w\n", true, {{"abcd", "x\"yz\"w"}}, {1}, kEnd},
-        RecordCase{"quote_inside_plain_field", "a\"b,c\"\"\n", true, {{"a\"b", "c\"\""}}, {1}, kEnd},
-        RecordCase{"unclosed_quote_runs_to_the_end", "a,b\nc,\"de\nf,g\r\n", true, {{"a", "b"}, {"c", "de\nf,g\r\n"}},
-                   {1, 2}, UtCCsvReader::eReadUnclosedQuote},
-        RecordCase{"unclosed_after_doubled_quote", "\"a\"\"", true, {{"a\""}}, {1}, UtCCsvReader::eReadUnclosedQuote},
-        RecordCase{"empty_fields_kept", ",a,,\n,\n", true, {{"", "a", "", ""}, {"", ""}}, {1, 2}, kEnd},
+        RecordCase{"doubled_quotes",
+                   "\"say \"\"hi\"\"\",\"\"\"\"\n",
+                   true,
+                   {{"say \"hi\"", "\""}},
+                   {1},
+                   kEnd},
+        RecordCase{"lf_in_quotes",
+                   "\"l1\nl2\",z\nnext\n",
+                   true,
+                   {{"l1\nl2", "z"}, {"next"}},
+                   {1, 3},
+                   kEnd},
+        RecordCase{"crlf_in_quotes_kept",
+                   "\"l1\r\nl2\r\"\r\nb\r\n",
+                   true,
+                   {{"l1\r\nl2\r"}, {"b"}},
+                   {1, 4},
+                   kEnd},
+        RecordCase{"lone_cr_ends_records",
+                   "a,b\rc,d\r\"e\r\"\r",
+                   true,
+                   {{"a", "b"}, {"c", "d"}, {"e\r"}},
+                   {1, 2, 3},
+                   kEnd},
+        RecordCase{"text_after_closing_quote",
+                   "\"ab\"cd,\"x\"\"y\"z\"w\n",
+                   true,
+                   {{"abcd", "x\"yz\"w"}},
+                   {1},
+                   kEnd},
+        RecordCase{
+            "quote_inside_plain_field", "a\"b,c\"\"\n", true, {{"a\"b", "c\"\""}}, {1}, kEnd},
+        RecordCase{"unclosed_quote_runs_to_the_end",
+                   "a,b\nc,\"de\nf,g\r\n",
+                   true,
+                   {{"a", "b"}, {"c", "de\nf,g\r\n"}},
+                   {1, 2},
+                   UtCCsvReader::eReadUnclosedQuote},
+        RecordCase{"unclosed_after_doubled_quote",
+                   "\"a\"\"",
+                   true,
+                   {{"a\""}},
+                   {1},
+                   UtCCsvReader::eReadUnclosedQuote},
+        RecordCase{
+            "empty_fields_kept", ",a,,\n,\n", true, {{"", "a", "", ""}, {"", ""}}, {1, 2}, kEnd},
         RecordCase{"empty_lines_skipped", "\n\r\n\ra\n\n\"\"\n", true, {{"a"}, {""}}, {4, 6}, kEnd},
         RecordCase{"mark_then_quote", "\xEF\xBB\xBF\"a\",b\n", true, {{"a", "b"}}, {1}, kEnd},
         RecordCase{"no_final_line_end", "a,\"b\"", true, {{"a", "b"}}, {1}, kEnd},
         RecordCase{"delimiter_before_the_end", "a,", true, {{"a", ""}}, {1}, kEnd},
         RecordCase{"nul_in_a_field", "a\0b,\"c\0\"\n"s, true, {{"a\0b"s, "c\0"s}}, {1}, kEnd},
         RecordCase{"ctrl_z_ends_the_data", "a\n\x1A\nb\n", true, {{"a"}}, {1}, kEnd},
-        RecordCase{"raw_quotes_are_ordinary", "\"a,b\",\"\"\rd\r\n", false, {{"\"a", "b\"", "\"\""}, {"d"}}, {1, 2}, kEnd},
+        RecordCase{"raw_quotes_are_ordinary",
+                   "\"a,b\",\"\"\rd\r\n",
+                   false,
+                   {{"\"a", "b\"", "\"\""}, {"d"}},
+                   {1, 2},
+                   kEnd},
         RecordCase{"raw_every_delimiter", ";a,,b\n", false, {{";a", "", "b"}}, {1}, kEnd},
         RecordCase{"raw_empty_lines_skipped", "\r\r\nx\n", false, {{"x"}}, {3}, kEnd}),
     [](const ::testing::TestParamInfo<RecordCase>& p) { return std::string(p.param.name); });
 
 // The documented rules one byte at a time, independent of the reader's block scanning.
 // lines: the 1-based line of each record's start (LF, CRLF and a lone CR each end a line).
-Records ReferenceCut(const std::string& s, bool quoted, char d, bool& unclosed, std::vector<uint64_t>& lines) {
+Records ReferenceCut(const std::string& s, bool quoted, char d, bool& unclosed,
+                     std::vector<uint64_t>& lines) {
     auto lineOf = [&](size_t at) {
         uint64_t line = 1;
-        for (size_t k = 0; k < at; ++k) line += s[k] == '\n' || (s[k] == '\r' && (k + 1 == s.size() || s[k + 1] != '\n'));
+        for (size_t k = 0; k < at; ++k)
+            line += s[k] == '\n' || (s[k] == '\r' && (k + 1 == s.size() || s[k + 1] != '\n'));
         return line;
     };
     Records out;
@@ -197,12 +247,15 @@ TEST(CsvRecords, RandomTextReadsLikeTheByteByByteRulesWhateverTheBlockSize) {
             bool unclosed = false;
             std::vector<uint64_t> lines;
             const Records expected = ReferenceCut(text, quoted, ',', unclosed, lines);
-            for (size_t block : {size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{64}, size_t{65}, size_t{0}}) {
+            for (size_t block :
+                 {size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{64}, size_t{65}, size_t{0}}) {
                 SmallBlocks limits(block, 0);
                 const Read got = ReadFile(text, quoted);
-                ASSERT_EQ(got.records, expected) << "round " << round << " block " << block << " quoted " << quoted;
+                ASSERT_EQ(got.records, expected)
+                    << "round " << round << " block " << block << " quoted " << quoted;
                 EXPECT_EQ(got.lines, lines);
-                EXPECT_EQ(got.state, unclosed ? UtCCsvReader::eReadUnclosedQuote : UtCCsvReader::eReadEnd);
+                EXPECT_EQ(got.state,
+                          unclosed ? UtCCsvReader::eReadUnclosedQuote : UtCCsvReader::eReadEnd);
             }
         }
     }
@@ -303,7 +356,9 @@ struct GuessCase {
     char expected;
 };
 
-void PrintTo(const GuessCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const GuessCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class CsvGuess : public ::testing::TestWithParam<GuessCase> {};
 
@@ -314,21 +369,23 @@ TEST_P(CsvGuess, PrefersTheMostConsistentFieldCount) {
 
 INSTANTIATE_TEST_SUITE_P(
     Samples, CsvGuess,
-    ::testing::Values(GuessCase{"comma", "a,b,c\n1,2,3\n", false, ','},
-                      GuessCase{"tab_beside_commas_in_text", "name\tnote\nx\tsome text, with a comma\ny\tz\n", false, '\t'},
-                      GuessCase{"pipe", "a|b|c\n1|2|3\n", false, '|'},
-                      GuessCase{"semicolon_outside_quotes", "x;\"1,2,3\"\ny;\"4,5,6\"\n", true, ';'},
-                      GuessCase{"quoted_decimal_commas", "\"Wand\";\"1,5\"\n\"Dach\";\"2,25\"\n", true, ';'},
-                      GuessCase{"raw_counts_commas_in_quotes", "x;\"1,2,3\"\ny;\"4,5,6\"\n", false, ','},
-                      GuessCase{"line_breaks_in_quotes", "a,b\n\"one\ntwo; three\",c\nd,e\n", true, ','},
-                      GuessCase{"header_with_fewer_fields", "Table: costs\na;b;c\n1;2,5;3\n4;5;6\n", false, ';'},
-                      GuessCase{"tie_goes_to_the_earlier", "a,b;c\n", false, ','},
-                      GuessCase{"tie_goes_to_more_fields", "a,b\nc;d;e\n", false, ';'},
-                      GuessCase{"space_last", "one two\nthree four\n", false, ' '},
-                      GuessCase{"cut_short_last_line_left_out", "a;b\nc,d,e", false, ';'},
-                      GuessCase{"lone_record_kept", "a,b", false, ','},
-                      GuessCase{"nothing_splits", "plain\nwords\n", false, '\0'},
-                      GuessCase{"empty", "", true, '\0'}),
+    ::testing::Values(
+        GuessCase{"comma", "a,b,c\n1,2,3\n", false, ','},
+        GuessCase{"tab_beside_commas_in_text", "name\tnote\nx\tsome text, with a comma\ny\tz\n",
+                  false, '\t'},
+        GuessCase{"pipe", "a|b|c\n1|2|3\n", false, '|'},
+        GuessCase{"semicolon_outside_quotes", "x;\"1,2,3\"\ny;\"4,5,6\"\n", true, ';'},
+        GuessCase{"quoted_decimal_commas", "\"Wand\";\"1,5\"\n\"Dach\";\"2,25\"\n", true, ';'},
+        GuessCase{"raw_counts_commas_in_quotes", "x;\"1,2,3\"\ny;\"4,5,6\"\n", false, ','},
+        GuessCase{"line_breaks_in_quotes", "a,b\n\"one\ntwo; three\",c\nd,e\n", true, ','},
+        GuessCase{"header_with_fewer_fields", "Table: costs\na;b;c\n1;2,5;3\n4;5;6\n", false, ';'},
+        GuessCase{"tie_goes_to_the_earlier", "a,b;c\n", false, ','},
+        GuessCase{"tie_goes_to_more_fields", "a,b\nc;d;e\n", false, ';'},
+        GuessCase{"space_last", "one two\nthree four\n", false, ' '},
+        GuessCase{"cut_short_last_line_left_out", "a;b\nc,d,e", false, ';'},
+        GuessCase{"lone_record_kept", "a,b", false, ','},
+        GuessCase{"nothing_splits", "plain\nwords\n", false, '\0'},
+        GuessCase{"empty", "", true, '\0'}),
     [](const ::testing::TestParamInfo<GuessCase>& p) { return std::string(p.param.name); });
 
 // A pipe written by another thread: the head is looked at without losing it, the stream is read
@@ -337,7 +394,8 @@ TEST(CsvStream, PipeIsReadOnceAfterDetectFromHead) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     std::string text = "Bauteil;\"Notiz, lang\";Menge\n";
-    for (int i = 0; i < 60000; ++i) text += "W" + std::to_string(i) + ";\"a, b\n c\";" + std::to_string(i % 97) + "\n";
+    for (int i = 0; i < 60000; ++i)
+        text += "W" + std::to_string(i) + ";\"a, b\n c\";" + std::to_string(i % 97) + "\n";
     std::thread writer([&] {
         FILE* out = fdopen(fds[1], "wb");
         std::fwrite(text.data(), 1, text.size(), out);
@@ -422,14 +480,17 @@ struct RealCase {
     int titles;  // -1: not asserted
 };
 
-void PrintTo(const RealCase& c, std::ostream* os) { *os << c.file; }
+void PrintTo(const RealCase& c, std::ostream* os) {
+    *os << c.file;
+}
 
 class RealCsv : public ::testing::TestWithParam<RealCase> {};
 
 TEST_P(RealCsv, QuotedReadingGivesWhatAnRfc4180ReaderGives) {
     const RealCase& c = GetParam();
     const std::string path = RealFile(c.file);
-    if (path.empty()) GTEST_SKIP() << c.file << " not found (shared/data/csv-real beside the source tree)";
+    if (path.empty())
+        GTEST_SKIP() << c.file << " not found (shared/data/csv-real beside the source tree)";
     UtCCsvReader r(UtCString(path.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8));
     r.SetQuoted(true);
     ASSERT_TRUE(r.DetectFromHead(true));
@@ -456,26 +517,38 @@ TEST_P(RealCsv, QuotedReadingGivesWhatAnRfc4180ReaderGives) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, RealCsv,
-    ::testing::Values(RealCase{"cm_example-tweets-1.csv", ';', 76, {{7, 76}}, 0x9d94e574d4dbca50ULL, 1},
-                      RealCase{"cm_example-tweets-2.csv", ',', 76, {{7, 76}}, 0x4c417765ae4e4c36ULL, 1},
-                      RealCase{"cm_example-tweets-3.csv", '\t', 76, {{7, 76}}, 0x9d94e574d4dbca50ULL, 1},
-                      RealCase{"csvkit_Datagov_FY10_EDU_recp_by_State.csv", ',', 58, {{9, 58}}, 0xb1c55f178ba0be79ULL, -1},
-                      RealCase{"csvkit_FY09_EDU_Recipients_by_State.csv", ',', 54, {{10, 54}}, 0x203d59d54d40ff2fULL, 1},
-                      RealCase{"csvkit_dummy.tsv", '\t', 2, {{3, 2}}, 0x6992e333ccc5fb11ULL, 1},
-                      RealCase{"csvkit_iris.csv", ',', 151, {{5, 151}}, 0xdc1341085950789cULL, 1},
-                      RealCase{"csvkit_mac_newlines.csv", ',', 3, {{3, 3}}, 0x762353d9213a7e8eULL, 1},
-                      RealCase{"csvkit_sort_ints_nulls.csv", ',', 4, {{3, 4}}, 0x19530d8179a325beULL, 1},
-                      RealCase{"csvkit_test_empty_columns.csv", ',', 4, {{4, 1}, {5, 3}}, 0x32971b14e5a7eb58ULL, -1},
-                      RealCase{"csvkit_test_skip_lines.csv", ',', 2, {{3, 2}}, 0x6992e333ccc5fb11ULL, 1},
-                      RealCase{"csvkit_test_utf8_bom.csv", ',', 3, {{3, 3}}, 0x61543a7312fd69eeULL, 1},
-                      RealCase{"spectrum_comma_in_quotes.csv", ',', 2, {{5, 2}}, 0x93a6ede25a740634ULL, 1},
-                      RealCase{"spectrum_empty.csv", ',', 3, {{3, 3}}, 0x79554b6bbbd89429ULL, 1},
-                      RealCase{"spectrum_escaped_quotes.csv", ',', 3, {{2, 3}}, 0x6333613d83e30d0aULL, 1},
-                      RealCase{"spectrum_json.csv", ',', 2, {{2, 2}}, 0x46bdf6e0fcecb98bULL, 1},
-                      RealCase{"spectrum_newlines.csv", ',', 4, {{3, 4}}, 0x81a1c0089edf3cefULL, 1},
-                      RealCase{"spectrum_newlines_crlf.csv", ',', 4, {{3, 4}}, 0x9e7e3bafb2962f6aULL, 1},
-                      RealCase{"spectrum_quotes_and_newlines.csv", ',', 3, {{2, 3}}, 0xf917cebe2026f588ULL, 1},
-                      RealCase{"spectrum_utf8.csv", ',', 3, {{3, 3}}, 0x211417b54777ed2ULL, 1}),
+    ::testing::Values(
+        RealCase{"cm_example-tweets-1.csv", ';', 76, {{7, 76}}, 0x9d94e574d4dbca50ULL, 1},
+        RealCase{"cm_example-tweets-2.csv", ',', 76, {{7, 76}}, 0x4c417765ae4e4c36ULL, 1},
+        RealCase{"cm_example-tweets-3.csv", '\t', 76, {{7, 76}}, 0x9d94e574d4dbca50ULL, 1},
+        RealCase{"csvkit_Datagov_FY10_EDU_recp_by_State.csv",
+                 ',',
+                 58,
+                 {{9, 58}},
+                 0xb1c55f178ba0be79ULL,
+                 -1},
+        RealCase{"csvkit_FY09_EDU_Recipients_by_State.csv",
+                 ',',
+                 54,
+                 {{10, 54}},
+                 0x203d59d54d40ff2fULL,
+                 1},
+        RealCase{"csvkit_dummy.tsv", '\t', 2, {{3, 2}}, 0x6992e333ccc5fb11ULL, 1},
+        RealCase{"csvkit_iris.csv", ',', 151, {{5, 151}}, 0xdc1341085950789cULL, 1},
+        RealCase{"csvkit_mac_newlines.csv", ',', 3, {{3, 3}}, 0x762353d9213a7e8eULL, 1},
+        RealCase{"csvkit_sort_ints_nulls.csv", ',', 4, {{3, 4}}, 0x19530d8179a325beULL, 1},
+        RealCase{
+            "csvkit_test_empty_columns.csv", ',', 4, {{4, 1}, {5, 3}}, 0x32971b14e5a7eb58ULL, -1},
+        RealCase{"csvkit_test_skip_lines.csv", ',', 2, {{3, 2}}, 0x6992e333ccc5fb11ULL, 1},
+        RealCase{"csvkit_test_utf8_bom.csv", ',', 3, {{3, 3}}, 0x61543a7312fd69eeULL, 1},
+        RealCase{"spectrum_comma_in_quotes.csv", ',', 2, {{5, 2}}, 0x93a6ede25a740634ULL, 1},
+        RealCase{"spectrum_empty.csv", ',', 3, {{3, 3}}, 0x79554b6bbbd89429ULL, 1},
+        RealCase{"spectrum_escaped_quotes.csv", ',', 3, {{2, 3}}, 0x6333613d83e30d0aULL, 1},
+        RealCase{"spectrum_json.csv", ',', 2, {{2, 2}}, 0x46bdf6e0fcecb98bULL, 1},
+        RealCase{"spectrum_newlines.csv", ',', 4, {{3, 4}}, 0x81a1c0089edf3cefULL, 1},
+        RealCase{"spectrum_newlines_crlf.csv", ',', 4, {{3, 4}}, 0x9e7e3bafb2962f6aULL, 1},
+        RealCase{"spectrum_quotes_and_newlines.csv", ',', 3, {{2, 3}}, 0xf917cebe2026f588ULL, 1},
+        RealCase{"spectrum_utf8.csv", ',', 3, {{3, 3}}, 0x211417b54777ed2ULL, 1}),
     [](const ::testing::TestParamInfo<RealCase>& p) {
         std::string name = p.param.file;
         for (char& ch : name) {

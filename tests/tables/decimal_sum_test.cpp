@@ -34,13 +34,25 @@ TEST(DecimalSum, TotalsOfDecimalTextsAreExact) {
         bool exact;
     };
     const Case cases[] = {
-        {{"0.1", "0.2"}, "%.17g", "0.29999999999999999", true},  // the double 0.3; doubles sum 0.30000000000000004
+        {{"0.1", "0.2"},
+         "%.17g",
+         "0.29999999999999999",
+         true},  // the double 0.3; doubles sum 0.30000000000000004
         {{"1.5", "2.25", "-0.125", "1e3", "5E-2", "+.5", "7."}, "%.4f", "1011.1750", true},
         {{"  12.50 ", "\t-2.5"}, "%.2f", "10.00", true},
         {{"0.00000000000000000001", "1e9"}, "%.1f", "1000000000.0", true},
-        {{"0.000000000000000000000000000001", "1e9"}, "%.1f", "1000000000.0", false},  // 10^39 units
-        {{"100000000000000000000000000000000000", "-99999999999999999999999999999999999"}, "%.0f", "1", true},
-        {{"0x10", "1.5"}, "%.2f", "17.50", false},  // hexadecimal reads as a number, not as a decimal
+        {{"0.000000000000000000000000000001", "1e9"},
+         "%.1f",
+         "1000000000.0",
+         false},  // 10^39 units
+        {{"100000000000000000000000000000000000", "-99999999999999999999999999999999999"},
+         "%.0f",
+         "1",
+         true},
+        {{"0x10", "1.5"},
+         "%.2f",
+         "17.50",
+         false},  // hexadecimal reads as a number, not as a decimal
         {{"inf", "1"}, "%f", "inf", false},
         {{"1e300", "1"}, "%.0e", "1e+300", false},
         {{"0.1234567890123456789012345678901234567", "1"}, "%.6f", "1.123457", false},  // 37 digits
@@ -50,7 +62,8 @@ TEST(DecimalSum, TotalsOfDecimalTextsAreExact) {
     };
     for (const Case& c : cases) {
         const UtCDecimalSum s = SumOf(c.texts);
-        EXPECT_EQ(s.Format(c.format), c.expected) << c.texts.size() << " texts, first " << (c.texts.empty() ? "" : c.texts[0]);
+        EXPECT_EQ(s.Format(c.format), c.expected)
+            << c.texts.size() << " texts, first " << (c.texts.empty() ? "" : c.texts[0]);
         EXPECT_EQ(s.IsExact(), c.exact) << c.expected;
     }
     // Drift that a double sum shows at the sixth decimal, and at the second.
@@ -69,12 +82,33 @@ TEST(DecimalSum, TotalsOfDecimalTextsAreExact) {
 
 TEST(DecimalSum, TakesWhatTheStringConversionTakes) {
     using namespace std::string_literals;
-    const std::string texts[] = {"abc", "1e", "", " ", "1.2.3", "12kg", "--1", ".", "e5", "1e5", " 7 ", "+0", "0x1p4",
-                                 "nan", "1,5", "\xB1" "0", "1 2", "12\0" "3x"s, "\0" "5"s};
+    const std::string texts[] = {"abc",
+                                 "1e",
+                                 "",
+                                 " ",
+                                 "1.2.3",
+                                 "12kg",
+                                 "--1",
+                                 ".",
+                                 "e5",
+                                 "1e5",
+                                 " 7 ",
+                                 "+0",
+                                 "0x1p4",
+                                 "nan",
+                                 "1,5",
+                                 "\xB1"
+                                 "0",
+                                 "1 2",
+                                 "12\0"
+                                 "3x"s,
+                                 "\0"
+                                 "5"s};
     const eUtEncodingType system = UtCString::systemEncodingType();
     for (const std::string& t : texts) {
         double v = 0.0;
-        const bool convertible = UtCString(t.data(), static_cast<int>(t.size()), system, system).Convert(v);
+        const bool convertible =
+            UtCString(t.data(), static_cast<int>(t.size()), system, system).Convert(v);
         UtCDecimalSum s;
         EXPECT_EQ(s.Add(t.data(), t.size()), convertible) << t;
         if (convertible && std::isfinite(v)) {

@@ -23,38 +23,52 @@ inline uint64_t ByteMask(const char* p, size_t len, char c) {
     const __m128i needle = _mm_set1_epi8(c);
     for (; k + 16 <= len; k += 16) {
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
-        mask |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle)))) << k;
+        mask |= static_cast<uint64_t>(
+                    static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, needle))))
+                << k;
     }
 #endif
     for (; k < len; ++k) mask |= static_cast<uint64_t>(p[k] == c) << k;
     return mask;
 }
 
-// The masks of a record's special bytes in p[0..len) (len <= 64): any of the delimiter, CR and
-// LF in one mask, the quote in the other (only when quotes count).
-inline void RecordMasks(const char* p, size_t len, char delimiter, bool quotes, uint64_t& ends, uint64_t& quoteMask) {
-    uint64_t e = 0;
+// The masks of a record's special bytes in p[0..len) (len <= 64): ends, any of the delimiter, CR
+// and LF; breaks, CR and LF; quotes, the quote (only when quotes count, else 0).
+struct RecordBits {
+    uint64_t ends;
+    uint64_t breaks;
+    uint64_t quotes;
+};
+
+inline RecordBits RecordMasks(const char* p, size_t len, char delimiter, bool quotes) {
+    uint64_t d = 0;
+    uint64_t b = 0;
     uint64_t q = 0;
     size_t k = 0;
 #if defined(KBASE_CSV_SSE2)
-    const __m128i d = _mm_set1_epi8(delimiter);
+    const __m128i dv = _mm_set1_epi8(delimiter);
     const __m128i cr = _mm_set1_epi8('\r');
     const __m128i lf = _mm_set1_epi8('\n');
     const __m128i qu = _mm_set1_epi8('"');
     for (; k + 16 <= len; k += 16) {
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
-        const __m128i hit = _mm_or_si128(_mm_cmpeq_epi8(b, d), _mm_or_si128(_mm_cmpeq_epi8(b, cr), _mm_cmpeq_epi8(b, lf)));
-        e |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(hit))) << k;
-        if (quotes) q |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(b, qu)))) << k;
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + k));
+        const __m128i brk = _mm_or_si128(_mm_cmpeq_epi8(v, cr), _mm_cmpeq_epi8(v, lf));
+        d |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, dv))))
+             << k;
+        b |= static_cast<uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(brk))) << k;
+        if (quotes)
+            q |= static_cast<uint64_t>(
+                     static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, qu))))
+                 << k;
     }
 #endif
     for (; k < len; ++k) {
         const char c = p[k];
-        e |= static_cast<uint64_t>(c == delimiter || c == '\r' || c == '\n') << k;
+        d |= static_cast<uint64_t>(c == delimiter) << k;
+        b |= static_cast<uint64_t>(c == '\r' || c == '\n') << k;
         if (quotes) q |= static_cast<uint64_t>(c == '"') << k;
     }
-    ends = e;
-    quoteMask = q;
+    return {d | b, b, q};
 }
 
 // Index of the lowest set bit of a non-zero mask.

@@ -12,20 +12,11 @@ namespace kbase_tables_internal {
 
 namespace {
 
-// The characters strtod can take first: white space, a sign, a digit, a point, "inf", "nan".
-constexpr const char* kNumberStart = "0123456789+-. \t\n\v\f\riInN";
-
-// Whether strtod can take c (ASCII, not NUL) first: c is in kNumberStart.
-bool CanStartNumber(unsigned char c) {
-    static const auto table = [] {
-        std::array<bool, 256> t{};
-        for (const char* p = kNumberStart; *p != '\0'; ++p) t[static_cast<unsigned char>(*p)] = true;
-        return t;
-    }();
-    return table[c];
-}
+// Whether strtod can take c (ASCII, not NUL) first.
+bool CanStartNumber(unsigned char c) { return kStartsNumber[c]; }
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
 
 // Bounds of the text without leading and trailing ' ' (the blanks Convert cuts); false when
 // the text holds a byte above 0x7F or a NUL (Convert would stop reading there).
@@ -39,6 +30,19 @@ bool AsciiTrim(const char* p, size_t n, size_t& first, size_t& last) {
     last = n;
     while (last > first && p[last - 1] == ' ') --last;
     return true;
+}
+
+// Whether a text whose number starts with a letter (after white space and a sign) starts with
+// "inf" or "nan", in any case: the only words strtod reads. Texts such as "Innenstadt" are not
+// handed to it.
+bool MayBeInfOrNan(const char* p, const char* end) {
+    while (p < end && IsSpace(*p)) ++p;
+    if (p < end && (*p == '+' || *p == '-')) ++p;
+    if (p == end || !((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z'))) return true;
+    if (end - p < 3) return false;
+    char word[3];
+    for (int i = 0; i < 3; ++i) word[i] = static_cast<char>(p[i] | 0x20);
+    return std::memcmp(word, "inf", 3) == 0 || std::memcmp(word, "nan", 3) == 0;
 }
 
 // -?digits(.digits)?([eE][+-]?digits)? : the shape on which from_chars and strtod agree.
@@ -118,12 +122,13 @@ private:
 
 }  // namespace
 
-bool SystemKeepsAscii() {
-    static const bool keeps = [] {
-        const unsigned e = UtCString::systemEncodingType();
-        return e == 65001 || e == 20127 || e == 874 || e == 932 || e == 936 || e == 949 || e == 950 ||
-               (e >= 1250 && e <= 1258) || (e >= 28591 && e <= 28605);
-    }();
+std::atomic<int> systemKeepsAscii{-1};
+
+bool ReadSystemKeepsAscii() {
+    const unsigned e = UtCString::systemEncodingType();
+    const bool keeps = e == 65001 || e == 20127 || e == 874 || e == 932 || e == 936 || e == 949 || e == 950 ||
+                       (e >= 1250 && e <= 1258) || (e >= 28591 && e <= 28605);
+    systemKeepsAscii.store(keeps ? 1 : 0, std::memory_order_relaxed);
     return keeps;
 }
 
@@ -149,7 +154,7 @@ Parse AsciiToDouble(const char* p, size_t n, double& value) {
     }
     // strtod takes white space, a sign, a digit, a point, "inf" or "nan" first; any other first
     // character is no number, and text keys are common, so strtod is not asked.
-    if (!CanStartNumber(static_cast<unsigned char>(*begin))) return Parse::kNo;
+    if (!CanStartNumber(static_cast<unsigned char>(*begin)) || !MayBeInfOrNan(begin, end)) return Parse::kNo;
     // strtod stops exactly at the trimmed end for a number; the copy keeps it inside the text.
     const Terminated text(begin, static_cast<size_t>(end - begin));
     char* stop = nullptr;
@@ -163,26 +168,34 @@ Parse AsciiToInt64(const char* p, size_t n, long long& value) {
     value = 0;
     size_t first = 0;
     size_t last = 0;
-    if (!SystemKeepsAscii() || !AsciiTrim(p, n, first, last)) return Parse::kUndecided;
-    if (first == last) return Parse::kNo;
+    if (!SystemKeepsAscii()) return Parse::kUndecided;
+    // An ASCII character that strtoll cannot start with (after the blanks) decides at once.
+    while (first < n && p[first] == ' ') ++first;
+    const unsigned char c = first < n ? static_cast<unsigned char>(p[first]) : 0x80;
+    if (c < 0x80 && c != 0 && !IsDigit(static_cast<char>(c)) && !IsSpace(static_cast<char>(c)) && c != '-' && c != '+') {
+        return Parse::kNo;
+    }
+    if (!AsciiTrim(p, n, first, last)) return Parse::kUndecided;
+    // strtoll reads [white space][sign]digits; the text must end there.
     const char* begin = p + first;
     const char* end = p + last;
-    const char* d = begin + (*begin == '-' ? 1 : 0);
-    if (end - d >= 1 && end - d <= 18) {
+    const char* q = begin;
+    while (q < end && IsSpace(*q)) ++q;
+    const bool negative = q < end && *q == '-';
+    if (q < end && (*q == '-' || *q == '+')) ++q;
+    const char* digits = q;
+    while (q < end && IsDigit(*q)) ++q;
+    if (q == digits || q != end) return Parse::kNo;
+    if (end - digits <= 18) {
         long long v = 0;
-        const char* q = d;
-        while (q < end && IsDigit(*q)) v = v * 10 + (*q++ - '0');
-        if (q == end) {
-            value = *begin == '-' ? -v : v;
-            return Parse::kYes;
-        }
+        for (const char* d = digits; d < end; ++d) v = v * 10 + (*d - '0');
+        value = negative ? -v : v;
+        return Parse::kYes;
     }
+    // Longer: strtoll gives the value, clamped at the ends of the range (still a success).
     const Terminated text(begin, static_cast<size_t>(end - begin));
-    char* stop = nullptr;
     errno = 0;
-    const long long v = std::strtoll(text.c_str(), &stop, 10);
-    if (stop == text.c_str() || stop != text.c_str() + (end - begin)) return Parse::kNo;
-    value = v;
+    value = std::strtoll(text.c_str(), nullptr, 10);
     return Parse::kYes;
 }
 
@@ -193,14 +206,12 @@ size_t UpToNul(const char* p, size_t n) {
 }
 
 bool TextToDouble(const char* p, size_t n, eUtEncodingType e, double& value) {
-    n = UpToNul(p, n);
     const Parse r = AsciiToDouble(p, n, value);
     if (r != Parse::kUndecided) return r == Parse::kYes;
     return UtCString(p, static_cast<int>(n), e, e).Convert(value);
 }
 
 bool TextToInt64(const char* p, size_t n, eUtEncodingType e, long long& value) {
-    n = UpToNul(p, n);
     const Parse r = AsciiToInt64(p, n, value);
     if (r != Parse::kUndecided) return r == Parse::kYes;
     return UtCString(p, static_cast<int>(n), e, e).Convert(value);

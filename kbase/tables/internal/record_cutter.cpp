@@ -20,11 +20,13 @@ void RecordCutter::Restart() {
     count_ = 0;
     unclosed_ = false;
     irregular_ = false;
+    breaksSeen_ = false;
     innerBreaks_ = 0;
 }
 
 // The offset of the first byte at or after pos that ends a field (delimiter, CR, LF) or, with
-// quotes, that is a quote; n when there is none before n.
+// quotes, that is a quote; n when there is none before n. Looking for a quote, it notes whether
+// it passed a line break (breaksSeen_).
 size_t RecordCutter::NextEvent(const char* p, size_t pos, size_t n, bool quotes) {
     while (pos < n) {
         const char* at = p + pos;
@@ -33,11 +35,19 @@ size_t RecordCutter::NextEvent(const char* p, size_t pos, size_t n, bool quotes)
         if (blockLength_ == 0 || a < b || a >= b + blockLength_) {
             blockStart_ = at;
             blockLength_ = n - pos < 64 ? n - pos : 64;
-            RecordMasks(at, blockLength_, delimiter_, quoted_, endMask_, quoteMask_);
+            const RecordBits bits = RecordMasks(at, blockLength_, delimiter_, quoted_);
+            endMask_ = bits.ends;
+            breakMask_ = bits.breaks;
+            quoteMask_ = bits.quotes;
         }
-        const size_t k = static_cast<size_t>(reinterpret_cast<uintptr_t>(at) - reinterpret_cast<uintptr_t>(blockStart_));
-        const uint64_t bits = (quotes ? quoteMask_ : endMask_) >> k;
-        if (bits != 0) return pos + LowestBit(bits);
+        const size_t k = static_cast<size_t>(a - reinterpret_cast<uintptr_t>(blockStart_));
+        const uint64_t hits = (quotes ? quoteMask_ : endMask_) >> k;
+        if (hits != 0) {
+            const unsigned i = LowestBit(hits);
+            if (quotes) breaksSeen_ |= ((breakMask_ >> k) & ((uint64_t{1} << i) - 1)) != 0;
+            return pos + i;
+        }
+        if (quotes) breaksSeen_ |= (breakMask_ >> k) != 0;
         pos += blockLength_ - k;
     }
     return n;
@@ -48,12 +58,13 @@ size_t RecordCutter::NextEvent(const char* p, size_t pos, size_t n, bool quotes)
 // count as lines of the file.
 void RecordCutter::MoveText(char* p, size_t to, bool quotedText) {
     const size_t n = to - from_;
-    if (quotedText && n != 0 &&
-        (std::memchr(p + from_, '\n', n) != nullptr || std::memchr(p + from_, '\r', n) != nullptr)) {
-        // A CR followed by LF is one break; the text ends before a quote, so a pair never spans two pieces.
+    if (quotedText && breaksSeen_) {
+        // A CR followed by LF is one break; the text ends before a quote, so a pair never spans two
+        // pieces.
         for (size_t i = from_; i < to; ++i) {
             if (p[i] == '\n' || (p[i] == '\r' && (i + 1 == to || p[i + 1] != '\n'))) ++innerBreaks_;
         }
+        breaksSeen_ = false;
     }
     if (write_ != from_ && n != 0) std::memmove(p + write_, p + from_, n);
     write_ += n;
@@ -64,7 +75,8 @@ void RecordCutter::MoveText(char* p, size_t to, bool quotedText) {
 void RecordCutter::EndField(char* p, size_t at) {
     size_t end = at;
     if (state_ == State::kAfterQuote && at > from_) irregular_ = true;
-    if (state_ == State::kPlain && watchQuotes_ && std::memchr(p + fieldStart_, '"', at - fieldStart_) != nullptr) {
+    if (state_ == State::kPlain && watchQuotes_ &&
+        std::memchr(p + fieldStart_, '"', at - fieldStart_) != nullptr) {
         irregular_ = true;
     }
     if (state_ != State::kPlain) {
@@ -72,8 +84,10 @@ void RecordCutter::EndField(char* p, size_t at) {
         end = write_;
     }
     p[end] = '\0';
-    if (static_cast<size_t>(count_) == fields_.size()) fields_.resize(fields_.size() * 2);
-    fields_[static_cast<size_t>(count_)] = {static_cast<uint32_t>(fieldStart_), static_cast<uint32_t>(end - fieldStart_)};
+    const size_t at2 = 2 * static_cast<size_t>(count_);
+    if (at2 == spans_.size()) spans_.resize(spans_.size() * 2);
+    spans_[at2] = static_cast<uint32_t>(fieldStart_);
+    spans_[at2 + 1] = static_cast<uint32_t>(end - fieldStart_);
     ++count_;
     textEnd_ = end;
 }

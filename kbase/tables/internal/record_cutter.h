@@ -14,16 +14,10 @@
 
 namespace kbase_tables_internal {
 
-// One field of a record: offset from the record's start and length in bytes.
-struct FieldSpan {
-    uint32_t start;
-    uint32_t length;
-};
-
 class RecordCutter {
 public:
     enum class Result {
-        kRecord,    // a record: Fields(), Consumed()
+        kRecord,    // a record: Spans(), Consumed()
         kEmpty,     // an empty line: Consumed() bytes to skip
         kNeedMore,  // the bytes end inside the record: call again with more
     };
@@ -40,7 +34,12 @@ public:
     // CRLF or a lone CR outside quotes, or at the end of the bytes.
     Result Cut(char* p, size_t n, bool atEnd);
 
-    const FieldSpan* Fields() const { return fields_.data(); }
+    // Field i of the record starts at offset Spans()[2 * i] from the record's start and is
+    // Spans()[2 * i + 1] bytes long (pairs in a flat array, so that a reader can hand them out
+    // inline).
+    const uint32_t* Spans() const { return spans_.data(); }
+    uint32_t FieldStart(int i) const { return spans_[2 * static_cast<size_t>(i)]; }
+    uint32_t FieldLength(int i) const { return spans_[2 * static_cast<size_t>(i) + 1]; }
     int FieldCount() const { return count_; }
     // Bytes of the record including its line end.
     size_t Consumed() const { return consumed_; }
@@ -77,13 +76,15 @@ private:
     bool unclosed_ = false;
     bool irregular_ = false;
     uint32_t innerBreaks_ = 0;
-    std::vector<FieldSpan> fields_ = std::vector<FieldSpan>(16);
+    std::vector<uint32_t> spans_ = std::vector<uint32_t>(32);
 
     // The masks of the block at blockStart_ (blockLength_ bytes, 0: none).
     const char* blockStart_ = nullptr;
     size_t blockLength_ = 0;
     uint64_t endMask_ = 0;
+    uint64_t breakMask_ = 0;
     uint64_t quoteMask_ = 0;
+    bool breaksSeen_ = false;  // a CR or LF lies in the quoted text from from_ to pos_
 };
 
 }  // namespace kbase_tables_internal
