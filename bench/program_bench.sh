@@ -8,7 +8,8 @@
 # The data (about 500 MB of German text) is generated once into $KBASE_BENCH_DATA (default
 # ${TMPDIR:-/tmp}/kbase_program_bench) and kept for later runs. KBASE_BENCH_RSS=1 also measures
 # the peak memory of kbase recode on a 2 GB file (made from the 500 MB one, removed afterwards).
-# Peers: hyperfine, iconv (libc-bin) and uconv (icu-devtools), installed with apt-get when missing.
+# Peers: hyperfine, iconv (libc-bin), uconv (icu-devtools), miller, csvkit and GNU sort, installed
+# with apt-get when missing. The csv part generates its own file (see below).
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -16,6 +17,7 @@ build=${1:-$root/build/release}
 kbase=$build/tools/kbase
 data=${KBASE_BENCH_DATA:-${TMPDIR:-/tmp}/kbase_program_bench}
 runs=${KBASE_BENCH_RUNS:-5}
+warmup=1
 
 if [ ! -x "$kbase" ]; then
     echo "program_bench: $kbase is missing; build it first:" >&2
@@ -77,7 +79,7 @@ ls -l "$german" "$german8" | awk '{printf "program_bench: %s: %.0f MB\n", $NF, $
 compare() {
     name=$1
     json=$data/$name.json
-    hyperfine --style basic --warmup 1 --runs "$runs" --export-json "$json" -n peer "$2" -n kbase "$3" >&2
+    hyperfine --style basic --warmup "$warmup" --runs "$runs" --export-json "$json" -n peer "$2" -n kbase "$3" >&2
     python3 - "$json" "$name" <<'EOF'
 import json, sys
 r = {x["command"]: x for x in json.load(open(sys.argv[1]))["results"]}
@@ -108,3 +110,55 @@ if [ "${KBASE_BENCH_RSS:-0}" = 1 ]; then
     done
     rm -f "$big" "$out"
 fi
+
+# The csv job beside Miller, csvkit and GNU sort on a generated CSV (KBASE_BENCH_CSV_ROWS rows,
+# default 15M, about 1 GB); csvkit needs minutes per million rows, so it and kbase are timed on the
+# first million only. Fewer runs and no warm-up: a run of Miller takes minutes.
+need mlr miller
+need csvsort csvkit
+need mawk mawk
+runs=${KBASE_BENCH_CSV_RUNS:-2}
+warmup=0
+rows=${KBASE_BENCH_CSV_ROWS:-15000000}
+csv=$data/table_$rows.csv
+small=$data/table_1m.csv
+if [ ! -s "$csv" ]; then
+    echo "program_bench: generating $rows rows in $csv ..." >&2
+    mawk -v n="$rows" 'BEGIN {
+        srand(1); split("Nord Sued Ost West Mitte Lindenthal Ehrenfeld Nippes Porz Kalk", d, " ")
+        split("Meier Schulz Krause Koenig Bauer Wagner Becker Hoffmann", s, " ")
+        print "Id;Bezirk;Betrag;Jahr;Name;Strasse;Kommentar"
+        for (i = 1; i <= n; i++)
+            printf "%d;%s;%d.%02d;%d;%s %d;%s-Strasse %d;Lieferung Nr. %d\n", i, d[int(rand() * 10) + 1],
+                   int(rand() * 5000), int(rand() * 100), 2000 + int(rand() * 25), s[int(rand() * 8) + 1],
+                   i % 97, s[int(rand() * 8) + 1], int(rand() * 200), int(rand() * 1e6)
+    }' >"$csv"
+fi
+[ -s "$small" ] || head -n 1000001 "$csv" >"$small"
+ls -l "$csv" | awk '{printf "program_bench: %s: %.0f MB\n", $NF, $5 / 1e6}'
+
+echo "== csv (median of $runs runs; ratio = peer / kbase) =="
+compare "--group --sum vs Miller" \
+    "mlr --icsv --ifs ';' --ocsv stats1 -a sum -f Betrag -g Bezirk '$csv' >/dev/null" \
+    "'$kbase' csv '$csv' --group Bezirk --sum Betrag >/dev/null"
+compare "--group --sum vs csvkit csvsql (1M rows)" \
+    "csvsql -d ';' --query 'select Bezirk, sum(Betrag) from table_1m group by Bezirk' '$small' >/dev/null" \
+    "'$kbase' csv '$small' --group Bezirk --sum Betrag >/dev/null"
+compare "--sort (numeric key) vs Miller" \
+    "mlr --icsv --ifs ';' --ocsv sort -nf Betrag '$csv' >/dev/null" \
+    "'$kbase' csv '$csv' --sort Betrag >/dev/null"
+compare "--sort (numeric key) vs GNU sort" \
+    "LC_ALL=C sort -t';' -k3,3n '$csv' >/dev/null" \
+    "'$kbase' csv '$csv' --sort Betrag >/dev/null"
+compare "--sort vs csvkit csvsort (1M rows)" \
+    "csvsort -d ';' -c Betrag '$small' >/dev/null" \
+    "'$kbase' csv '$small' --sort Betrag >/dev/null"
+# The describe pass beside a plain count of the lines (a floor for any reader of the file).
+compare "describe vs wc -l (floor)" "wc -l '$csv' >/dev/null" "'$kbase' csv '$csv' >/dev/null"
+
+echo "== csv peak memory on $(($(wc -c <"$csv") / 1000000)) MB =="
+for args in "" "--group Bezirk --sum Betrag" "--sort Betrag"; do
+    # shellcheck disable=SC2086
+    rss=$(/usr/bin/time -v "$kbase" csv "$csv" $args 2>&1 >/dev/null | awk -F': ' '/Maximum resident set size/ {print $2}')
+    echo "kbase csv ${args:-(describe)}: peak RSS $((rss / 1024)) MiB"
+done
