@@ -484,11 +484,21 @@ bool NextRecord(Job& job) {
     const int n = job.reader->ReadRecord();
     if (n < 0) return false;
     job.raw.resize(static_cast<size_t>(n));
-    job.utf8.resize(static_cast<size_t>(n));
-    if (job.storage.size() < job.raw.size()) job.storage.resize(job.raw.size());
+    unsigned char high = 0;  // the bits of every byte: below 0x80 means all ASCII
     for (int i = 0; i < n; ++i) {
-        const auto k = static_cast<size_t>(i);
-        job.raw[k] = std::string_view(job.reader->GetFieldPtr(i), job.reader->GetFieldLength(i));
+        const char* p = job.reader->GetFieldPtr(i);
+        const size_t len = job.reader->GetFieldLength(i);
+        job.raw[static_cast<size_t>(i)] = std::string_view(p, len);
+        for (size_t b = 0; b < len; ++b) high |= static_cast<unsigned char>(p[b]);
+    }
+    // ASCII reads the same in every code page the program takes, so most rows need no conversion.
+    if (high < 0x80) {
+        job.utf8.assign(job.raw.begin(), job.raw.end());
+        return true;
+    }
+    job.utf8.resize(job.raw.size());
+    if (job.storage.size() < job.raw.size()) job.storage.resize(job.raw.size());
+    for (size_t k = 0; k < job.raw.size(); ++k) {
         if (!job.text->Convert(job.raw[k], job.storage[k], job.utf8[k]) && job.badText == 0) {
             job.badText = job.reader->GetRecordNumber();
         }

@@ -130,10 +130,11 @@ bool ExternalSort::Before(const Key* a, const Key* b, const std::vector<SortKey>
 
 bool ExternalSort::Add(const std::vector<std::string_view>& fields) {
     const size_t size = RowSize(fields);
-    // The row, its keys and its order index at sorting time, and its pointer (twice, for the
-    // vector's growth).
-    const uint64_t rowCost =
-        size + sortKeys_.size() * sizeof(Key) + 2 * sizeof(const char*) + 2 * sizeof(uint32_t);
+    // What a row costs at its peak, while its run is sorted: its bytes, its pointer (twice, for
+    // the vector's growth), its keys, its sort entry and half of one more for the merge buffer,
+    // and its place in the order.
+    const uint64_t rowCost = size + 2 * sizeof(const char*) + sortKeys_.size() * sizeof(Key) +
+                             3 * sizeof(Key) + 8 + sizeof(uint32_t);
     if (!rows_.empty() && heldBytes_ + rowCost > budget_ && !Spill()) return false;
     if (blocks_.empty() || blockUsed_ + size > blockSize_) {
         blockSize_ = std::max(kBlockSize, size);
