@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 
@@ -307,21 +308,55 @@ TEST(CsvOut, QuotesOnlyWhatMust) {
     }
 }
 
-// Sorting with spilled runs gives what one stable in-memory sort gives.
+// Sorting with spilled runs gives what one stable in-memory sort gives: numbers (the radix path,
+// with negatives and both zeros), texts (the comparison path), two keys, and enough runs to be
+// merged level by level.
 TEST(ExternalSort, SpilledRunsMergeToTheStableOrder) {
-    std::mt19937 rng(7);
-    std::vector<std::vector<std::string>> rows;
-    for (int i = 0; i < 60000; ++i) {
-        const int key = static_cast<int>(rng() % 500);
-        rows.push_back({std::to_string(key) + (rng() % 3 == 0 ? ".5" : ""),
-                        "row " + std::to_string(i), std::string(rng() % 40, 'x')});
-    }
-    for (const bool descending : {false, true}) {
-        kbase_tool::ExternalSort sort({{0, descending}}, 1 << 20, kbase_tool::CommaRule::kDecimal);
-        for (const auto& row : rows) {
-            ASSERT_TRUE(sort.Add({row[0], row[1], row[2]}));
+    using Keys = std::vector<kbase_tool::SortKey>;
+    const struct {
+        int rows;
+        std::function<std::string(std::mt19937&)> first;
+        Keys keys;
+        size_t minRuns;
+        unsigned pad = 40;  // longest filler of a row
+    } cases[] = {
+        {60000,
+         [](std::mt19937& r) {
+             return std::to_string(static_cast<int>(r() % 500) - 250) + (r() % 3 == 0 ? ".5" : "");
+         },
+         {{0, false}},
+         3},
+        {60000,
+         [](std::mt19937& r) { return r() % 2 == 0 ? std::string("-0") : std::string("0"); },
+         {{0, true}},
+         3},
+        {60000,
+         [](std::mt19937& r) { return std::string(1 + r() % 3, static_cast<char>('a' + r() % 4)); },
+         {{0, true}, {2, false}},
+         3},
+        {70000, [](std::mt19937& r) { return std::to_string(r() % 5000); }, {{0, false}}, 64, 1000},
+    };
+    // Per key: two numbers compare by value and decide, else the texts compare and a tie moves on.
+    auto before = [](const std::vector<std::string>& a, const std::vector<std::string>& b,
+                     const Keys& keys) {
+        for (const auto& k : keys) {
+            const std::string &x = a[k.column], &y = b[k.column];
+            char *ex, *ey;
+            const double dx = std::strtod(x.c_str(), &ex), dy = std::strtod(y.c_str(), &ey);
+            if (*ex == '\0' && *ey == '\0') return k.descending ? dx > dy : dx < dy;
+            if (x != y) return k.descending ? x > y : x < y;
         }
-        EXPECT_GE(sort.SpilledRuns(), 3u);
+        return false;
+    };
+    for (const auto& c : cases) {
+        std::mt19937 rng(7);
+        std::vector<std::vector<std::string>> rows;
+        for (int i = 0; i < c.rows; ++i)
+            rows.push_back(
+                {c.first(rng), "row " + std::to_string(i), std::string(rng() % c.pad, 'x')});
+        kbase_tool::ExternalSort sort(c.keys, 1 << 20, kbase_tool::CommaRule::kDecimal);
+        for (const auto& row : rows) ASSERT_TRUE(sort.Add({row[0], row[1], row[2]}));
+        EXPECT_GE(sort.SpilledRuns(), c.minRuns);
         std::vector<std::string> got;
         ASSERT_TRUE(sort.Finish([&](const std::vector<std::string_view>& f) {
             got.emplace_back(f[1]);
@@ -329,13 +364,11 @@ TEST(ExternalSort, SpilledRunsMergeToTheStableOrder) {
         }));
         std::vector<size_t> order(rows.size());
         for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-        std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
-            const double x = std::stod(rows[a][0]), y = std::stod(rows[b][0]);
-            return descending ? x > y : x < y;
-        });
+        std::stable_sort(order.begin(), order.end(),
+                         [&](size_t a, size_t b) { return before(rows[a], rows[b], c.keys); });
         ASSERT_EQ(got.size(), rows.size());
         for (size_t i = 0; i < order.size(); ++i)
-            ASSERT_EQ(got[i], rows[order[i]][1]) << "at " << i;
+            ASSERT_EQ(got[i], rows[order[i]][1]) << "case of " << c.rows << " rows, at " << i;
     }
 }
 
