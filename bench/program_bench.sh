@@ -150,6 +150,9 @@ compare "--sort (numeric key) vs Miller" \
 compare "--sort (numeric key) vs GNU sort" \
     "LC_ALL=C sort -t';' -k3,3n '$csv' >/dev/null" \
     "'$kbase' csv '$csv' --sort Betrag >/dev/null"
+compare "--sort (two text keys) vs GNU sort -s" \
+    "LC_ALL=C sort -s -t';' -k2,2 -k5,5r '$csv' >/dev/null" \
+    "'$kbase' csv '$csv' --sort Bezirk --sort Name:desc >/dev/null"
 compare "--sort vs csvkit csvsort (1M rows)" \
     "csvsort -d ';' -c Betrag '$small' >/dev/null" \
     "'$kbase' csv '$small' --sort Betrag >/dev/null"

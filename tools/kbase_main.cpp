@@ -107,8 +107,10 @@ int main(int argc, char** argv) {
         cs->add_flag(
             "--no-quotes", [&csv](int64_t) { csv.quotes = false; },
             "Read a quote as an ordinary character (no RFC 4180 quoting)");
-        cs->add_option("--memory", csv.memory,
-                       "Memory for sorting before spilling to temporary files (default 1G)");
+        cs->add_option(
+            "--memory", csv.memory,
+            "Memory for sorting: rows held and merge buffers (default 1G; runs of at most "
+            "32M are spilled to temporary files)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
         try {
