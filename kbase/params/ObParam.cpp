@@ -1,0 +1,279 @@
+// ObParam: base fields, change tracking, copies, the condition operations and the kind-blind
+// readers.
+#include "kbase/params/ObParam.h"
+
+#include "kbase/params/ObCondition.h"
+#include "kbase/params/ObParamMaterial.h"
+#include "kbase/params/ObParamOption.h"
+#include "kbase/params/ObParamScalar.h"
+#include "kbase/params/internal/text.h"
+
+namespace kbase_params_internal {
+
+UtCString OwnText(const UtCString& src) {
+    // Code page 0 is "the code page in use" rather than a code page: the bytes are the user's.
+    if (src.encodingType() == 0) {
+        const eUtEncodingType user = UtCString::systemEncodingType();
+        return UtCString(src.ptr(), src.GetLength(), user, user);
+    }
+    return UtCString(src);
+}
+
+void StoreText(UtCString& dst, const UtCString& src) {
+    if (&dst == &src) return;
+    if (src.encodingType() != 0 && dst.encodingType() == src.encodingType()) {
+        dst = src;  // same encoding: a plain copy of the bytes
+        return;
+    }
+    UtCString own = OwnText(src);
+    dst.destructor();
+    dst.constructor(own);
+}
+
+const UtCString& EmptyText() {
+    static const UtCString empty;
+    return empty;
+}
+
+}  // namespace kbase_params_internal
+
+using kbase_params_internal::OwnText;
+using kbase_params_internal::StoreText;
+
+ObParam::ObParam() = default;
+
+ObParam::ObParam(long id, const UtCString& name)
+    : paramId_(static_cast<int32_t>(id)), paramName_(OwnText(name)) {}
+
+ObParam::ObParam(const ObParam& other) : ObParam() { *this = other; }
+
+ObParam::~ObParam() { delete condList_; }
+
+ObParam* ObParam::Clone() const { return new ObParam(*this); }
+
+int ObParam::CompareTo(const ObParam& other) const {
+    int result = 0;
+    SameKind<ObParam>(other, &result);
+    return result;
+}
+
+ObParam& ObParam::operator=(const ObParam& other) {
+    if (this == &other) return *this;
+    paramId_ = other.paramId_;
+    StoreText(paramName_, other.paramName_);
+    paramType_ = other.paramType_;
+    attrSubType_ = other.attrSubType_;
+    valid_ = other.valid_;
+    locked_ = other.locked_;
+    representative_ = other.representative_;
+    state_ = other.state_;
+    detailed_ = other.detailed_;
+    StoreText(sourceAttrName_, other.sourceAttrName_);
+    linkable_ = other.linkable_;
+    changeable_ = other.changeable_;
+    matchEnabled_ = other.matchEnabled_;
+    match_ = other.match_;
+    onFilter_ = other.onFilter_;
+    // The conditions watch parameters of the source's dialog: the target keeps none of its own
+    // and takes none of the source's.
+    SetCondList(nullptr);
+    return *this;
+}
+
+bool ObParam::operator==(const ObParam& other) const {
+    return paramId_ == other.paramId_ && paramType_ == other.paramType_ &&
+           attrSubType_ == other.attrSubType_ && valid_ == other.valid_ &&
+           locked_ == other.locked_ && representative_ == other.representative_ &&
+           paramName_ == other.paramName_ && sourceAttrName_ == other.sourceAttrName_;
+}
+
+void ObParam::SetParamName(const UtCString& name) { StoreText(paramName_, name); }
+void ObParam::SetSourceAttrName(const UtCString& name) { StoreText(sourceAttrName_, name); }
+
+void ObParam::SetValid(long valid) { StoreIfDifferent(valid_, valid); }
+void ObParam::SetLocked(bool locked) { StoreIfDifferent(locked_, locked); }
+void ObParam::SetRepresentative(bool r) { StoreIfDifferent(representative_, r); }
+void ObParam::SetDetailed(bool detailed) { StoreIfDifferent(detailed_, detailed); }
+void ObParam::SetOnFilter(bool onFilter) { StoreIfDifferent(onFilter_, onFilter); }
+
+void ObParam::SetMatch(bool match) {
+    matchEnabled_ = true;  // on every call, also when the value stays
+    StoreIfDifferent(match_, match);
+}
+
+void ObParam::SetLinkable(bool linkable) {
+    linkable_ = linkable;
+    if (linkable) state_ = kStateChanged;  // also when it was linkable already
+}
+
+// ---- condition list ----
+
+void ObParam::SetCondList(ObCondList* list) {
+    if (list == condList_) return;
+    if (condList_ != nullptr) {
+        condList_->ResetCondList();
+        delete condList_;
+    }
+    condList_ = list;
+}
+
+long ObParam::GetCondListType() const { return condList_ != nullptr ? condList_->GetJoinType() : -1; }
+
+void ObParam::SetCondListType(long joinType) {
+    if (condList_ != nullptr) condList_->SetJoinType(joinType);
+}
+
+namespace {
+
+// The add operations: a null watched parameter is refused before anything is built.
+int AddTo(ObCondList*& list, ObCondition* cond) {
+    if (list == nullptr) list = new ObCondList(ObCondList::kOr);
+    return list->AddCond(cond);
+}
+
+int DelFrom(ObCondList* list, const ObCondition& probe) {
+    if (probe.GetParam() == nullptr) return kObParamNullArgument;
+    if (list == nullptr) return kObParamNotFound;
+    return list->DelCond(&probe);
+}
+
+ObConditionMaterial MaterialProbe(ObParam* watched, long op, long color, long transparency,
+                                  int transpValid, const MatDbKey& key, bool useMaterial) {
+    ObConditionMaterial c(watched, op);
+    c.SetDesColor(color);
+    c.SetDesTransparency(transparency);
+    c.SetDesTranspValid(transpValid);
+    c.SetDesMaterialKey(key);
+    c.SetDesUseMaterial(useMaterial);
+    return c;
+}
+
+}  // namespace
+
+int ObParam::AddConditionInt(ObParam* watched, long op, long value) {
+    if (watched == nullptr) return kObParamNullArgument;
+    return AddTo(condList_, new ObConditionInt(watched, op, value));
+}
+
+int ObParam::AddConditionFloat(ObParam* watched, long op, double value) {
+    if (watched == nullptr) return kObParamNullArgument;
+    return AddTo(condList_, new ObConditionFloat(watched, op, value));
+}
+
+int ObParam::AddConditionString(ObParam* watched, long op, const UtCString& value, long) {
+    if (watched == nullptr) return kObParamNullArgument;
+    return AddTo(condList_, new ObConditionString(watched, op, value));
+}
+
+int ObParam::AddConditionPtr(ObParam* watched, long op, void* value) {
+    if (watched == nullptr) return kObParamNullArgument;
+    return AddTo(condList_, new ObConditionPtr(watched, op, value));
+}
+
+int ObParam::AddConditionMaterial(ObParam* watched, long op, long color, long transparency,
+                                  int transpValid, const MatDbKey& key, bool useMaterial) {
+    if (watched == nullptr) return kObParamNullArgument;
+    return AddTo(condList_, new ObConditionMaterial(MaterialProbe(watched, op, color, transparency,
+                                                                  transpValid, key, useMaterial)));
+}
+
+int ObParam::DelConditionInt(ObParam* watched, long op, long value) {
+    return DelFrom(condList_, ObConditionInt(watched, op, value));
+}
+
+int ObParam::DelConditionFloat(ObParam* watched, long op, double value) {
+    return DelFrom(condList_, ObConditionFloat(watched, op, value));
+}
+
+int ObParam::DelConditionString(ObParam* watched, long op, const UtCString& value) {
+    return DelFrom(condList_, ObConditionString(watched, op, value));
+}
+
+int ObParam::DelConditionPtr(ObParam* watched, long op, void* value) {
+    return DelFrom(condList_, ObConditionPtr(watched, op, value));
+}
+
+int ObParam::DelConditionMaterial(ObParam* watched, long op, long color, long transparency,
+                                  int transpValid, const MatDbKey& key, bool useMaterial) {
+    return DelFrom(condList_,
+                   MaterialProbe(watched, op, color, transparency, transpValid, key, useMaterial));
+}
+
+// ---- kind-blind readers ----
+
+long ObParam::GetValueInt() const {
+    const auto* p = dynamic_cast<const ObParamInt*>(this);
+    return p != nullptr ? p->GetValue() : 0;
+}
+
+long ObParam::GetValueSafeInt() const {
+    const auto* p = dynamic_cast<const ObParamInt*>(this);
+    return p != nullptr ? p->GetValueSafe() : 0;
+}
+
+double ObParam::GetValueFloat() const {
+    const auto* p = dynamic_cast<const ObParamFloat*>(this);
+    return p != nullptr ? p->GetValue() : 0.0;
+}
+
+double ObParam::GetValueSafeFloat() const {
+    const auto* p = dynamic_cast<const ObParamFloat*>(this);
+    return p != nullptr ? p->GetValueSafe() : 0.0;
+}
+
+const UtCString& ObParam::GetValueString() const {
+    if (const auto* s = dynamic_cast<const ObParamString*>(this)) return s->GetValue();
+    if (const auto* o = dynamic_cast<const ObParamOption*>(this)) return o->GetSelectedText();
+    return kbase_params_internal::EmptyText();
+}
+
+bool ObParam::GetValueBool() const {
+    const auto* p = dynamic_cast<const ObParamBool*>(this);
+    return p != nullptr && p->GetValue() != 0;
+}
+
+long ObParam::GetValueSelection() const {
+    const auto* p = dynamic_cast<const ObParamOption*>(this);
+    return p != nullptr ? p->GetValue() : 0;
+}
+
+long ObParam::GetValueSelectionId() const {
+    const auto* p = dynamic_cast<const ObParamOption*>(this);
+    return p != nullptr ? p->GetSelectedId() : 0;
+}
+
+long ObParam::GetValuePen() const {
+    const auto* p = dynamic_cast<const ObParamPen*>(this);
+    return p != nullptr ? p->GetValue() : 0;
+}
+
+long ObParam::GetValueColor() const {
+    if (const auto* c = dynamic_cast<const ObParamColor*>(this)) return c->GetValueSafe();
+    if (const auto* m = dynamic_cast<const ObParamMaterial*>(this)) return m->GetColor();
+    return 0;
+}
+
+long ObParam::GetValueLt() const {
+    const auto* p = dynamic_cast<const ObParamLt*>(this);
+    return p != nullptr ? p->GetValue() : 0;
+}
+
+long ObParam::GetValueTransparency() const {
+    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
+    return p != nullptr ? p->GetTransparency() : 0;
+}
+
+int ObParam::GetValueTranspValid() const {
+    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
+    return p != nullptr ? p->GetTranspValid() : 0;
+}
+
+bool ObParam::GetValueUseMaterial() const {
+    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
+    return p != nullptr && p->GetUseMaterial();
+}
+
+MatDbKey ObParam::GetValueMaterialKey() const {
+    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
+    return p != nullptr ? p->GetValue() : MatDbKey();
+}
