@@ -14,14 +14,25 @@
 namespace {
 
 // Attribute numbers of the wall.
-enum Attr { kSection = 100, kThickness = 1, kInsulation = 2, kInsulationThickness = 3, kPen = 4,
-            kLinetype = 5, kMaterial = 6 };
+enum Attr {
+    kSection = 100,
+    kThickness = 1,
+    kInsulation = 2,
+    kInsulationThickness = 3,
+    kPen = 4,
+    kLinetype = 5,
+    kMaterial = 6
+};
 // The insulation thickness is asked for only with the third item (selection 2) of the option.
 constexpr long kMineralWoolSelection = 2;
 
 // The host's texts are in UTF-8 here; the library keeps each text's encoding.
-UtCString Text(const char* utf8) { return UtCString(utf8, eUtEncodingTypeUtf8, eUtEncodingTypeUtf8); }
-std::string Utf8(const UtCString& s) { return s.GetUtf8String(0); }
+UtCString Text(const char* utf8) {
+    return UtCString(utf8, eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+}
+std::string Utf8(const UtCString& s) {
+    return s.GetUtf8String(0);
+}
 
 std::string ValueOf(const ObParam& p) {
     char buffer[64];
@@ -34,8 +45,8 @@ std::string ValueOf(const ObParam& p) {
         return Utf8(o->GetSelectedText()) + " (" + std::to_string(o->GetValue()) + ")";
     }
     if (const auto* m = dynamic_cast<const ObParamMaterial*>(&p)) {
-        std::snprintf(buffer, sizeof buffer, "key %ld/%ld, colour %ld",
-                      m->GetValue().GetDatabase(), m->GetValue().GetMaterial(), m->GetColor());
+        std::snprintf(buffer, sizeof buffer, "key %ld/%ld, colour %ld", m->GetValue().GetDatabase(),
+                      m->GetValue().GetMaterial(), m->GetColor());
         return buffer;
     }
     if (p.IsSection()) return "";
@@ -73,7 +84,8 @@ void Show(const ObParamList& dialog, const char* title) {
 void Type(ObParamFloat& p, double input) {
     UtCString message;
     if (p.CheckValueBorders(input, message) != 0) {
-        std::printf("  %s %.1f: %s\n", Utf8(p.GetParamName()).c_str(), input, Utf8(message).c_str());
+        std::printf("  %s %.1f: %s\n", Utf8(p.GetParamName()).c_str(), input,
+                    Utf8(message).c_str());
         return;
     }
     p.SetValue(input);
@@ -130,7 +142,8 @@ int main() {
     Show(dialog, "After the dialog:");
     std::printf("Changed:");
     for (long i = 0; i < dialog.GetCount(); ++i) {
-        if (dialog.Get(i)->IsChanged()) std::printf(" %s", Utf8(dialog.Get(i)->GetParamName()).c_str());
+        if (dialog.Get(i)->IsChanged())
+            std::printf(" %s", Utf8(dialog.Get(i)->GetParamName()).c_str());
     }
     std::printf("\n");
 

@@ -10,7 +10,7 @@
 #include "kbase/export.h"
 
 class KBASE_API MatDbKey {
-public:
+  public:
     MatDbKey() = default;
     // Both numbers are stored in 32 bits.
     MatDbKey(long database, long material)
@@ -35,7 +35,7 @@ public:
     bool operator>(const MatDbKey& o) const { return CompareTo(o) > 0; }
     bool operator>=(const MatDbKey& o) const { return CompareTo(o) >= 0; }
 
-private:
+  private:
     int32_t database_ = 0;
     int32_t material_ = 0;
 };

@@ -79,10 +79,9 @@ struct TextLess {
 };
 
 bool MaterialHolds(long op, const ObParamMaterial& m, const ObConditionMaterial& c) {
-    const bool equal = m.GetColor() == c.GetDesColor() &&
-                       m.GetTransparency() == c.GetDesTransparency() &&
-                       m.GetValue() == c.GetDesMaterialKey() &&
-                       m.GetUseMaterial() == c.GetDesUseMaterial();
+    const bool equal =
+        m.GetColor() == c.GetDesColor() && m.GetTransparency() == c.GetDesTransparency() &&
+        m.GetValue() == c.GetDesMaterialKey() && m.GetUseMaterial() == c.GetDesUseMaterial();
     switch (op) {
         case ObCondition::kEqual:
             return equal;
@@ -155,9 +154,13 @@ ObCondition::ObCondition(ObParam* param, long op)
 
 ObCondition::~ObCondition() = default;
 
-int ObCondition::ConditionFulfilled() const { return 1; }
+int ObCondition::ConditionFulfilled() const {
+    return 1;
+}
 
-ObConditionInt::ObConditionInt() { condType_ = kInt; }
+ObConditionInt::ObConditionInt() {
+    condType_ = kInt;
+}
 
 ObConditionInt::ObConditionInt(ObParam* param, long op, long value)
     : ObCondition(param, op), desValue_(static_cast<int32_t>(value)) {
@@ -171,7 +174,9 @@ int ObConditionInt::ConditionFulfilled() const {
     return Holds(condition_, actual, long{desValue_}) ? 1 : 0;
 }
 
-ObConditionFloat::ObConditionFloat() { condType_ = kFloat; }
+ObConditionFloat::ObConditionFloat() {
+    condType_ = kFloat;
+}
 
 ObConditionFloat::ObConditionFloat(ObParam* param, long op, double value)
     : ObCondition(param, op), desValue_(value) {
@@ -187,7 +192,9 @@ int ObConditionFloat::ConditionFulfilled() const {
     return Holds(condition_, actual, desValue_) ? 1 : 0;
 }
 
-ObConditionString::ObConditionString() { condType_ = kString; }
+ObConditionString::ObConditionString() {
+    condType_ = kString;
+}
 
 ObConditionString::ObConditionString(ObParam* param, long op, const UtCString& value)
     : ObCondition(param, op), desValue_(kbase_params_internal::OwnText(value)) {
@@ -207,7 +214,9 @@ int ObConditionString::ConditionFulfilled() const {
     return Holds(condition_, *actual, desValue_, TextLess()) ? 1 : 0;
 }
 
-ObConditionPtr::ObConditionPtr() { condType_ = kPtr; }
+ObConditionPtr::ObConditionPtr() {
+    condType_ = kPtr;
+}
 
 ObConditionPtr::ObConditionPtr(ObParam* param, long op, void* value)
     : ObCondition(param, op), desValue_(value) {
@@ -223,7 +232,9 @@ int ObConditionPtr::ConditionFulfilled() const {
     return Holds(condition_, actual, desValue_) ? 1 : 0;
 }
 
-ObConditionMaterial::ObConditionMaterial() { condType_ = kMaterial; }
+ObConditionMaterial::ObConditionMaterial() {
+    condType_ = kMaterial;
+}
 
 ObConditionMaterial::ObConditionMaterial(ObParam* param, long op) : ObCondition(param, op) {
     condType_ = kMaterial;
@@ -242,7 +253,9 @@ int ObConditionMaterial::ConditionFulfilled() const {
 
 ObCondList::ObCondList(long joinType) : joinType_(static_cast<int32_t>(joinType)) {}
 
-ObCondList::~ObCondList() { ResetCondList(); }
+ObCondList::~ObCondList() {
+    ResetCondList();
+}
 
 _ObCondListElem* ObCondList::Find(const ObCondition* probe) const {
     if (probe == nullptr) return nullptr;

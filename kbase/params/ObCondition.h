@@ -41,7 +41,7 @@
 class ObParam;
 
 class KBASE_API ObCondition {
-public:
+  public:
     enum : int32_t { kBase = 0, kInt = 1, kFloat = 2, kString = 3, kPtr = 4, kMaterial = 5 };
     enum : int32_t { kEqual = 0, kNotEqual = 1, kLess = 2, kGreater = 3 };
 
@@ -60,63 +60,63 @@ public:
     long GetCondition() const { return condition_; }
     void SetCondition(long op) { condition_ = static_cast<int32_t>(op); }
 
-protected:
+  protected:
     int32_t condType_ = kBase;
     ObParam* param_ = nullptr;
     int32_t condition_ = kEqual;
 };
 
 class KBASE_API ObConditionInt : public ObCondition {
-public:
+  public:
     ObConditionInt();
     ObConditionInt(ObParam* param, long op, long value);
     int ConditionFulfilled() const override;
     long GetDesValue() const { return desValue_; }
     void SetDesValue(long value) { desValue_ = static_cast<int32_t>(value); }
 
-private:
+  private:
     int32_t desValue_ = 0;
 };
 
 class KBASE_API ObConditionFloat : public ObCondition {
-public:
+  public:
     ObConditionFloat();
     ObConditionFloat(ObParam* param, long op, double value);
     int ConditionFulfilled() const override;
     double GetDesValue() const { return desValue_; }
     void SetDesValue(double value) { desValue_ = value; }
 
-private:
+  private:
     double desValue_ = 0.0;
 };
 
 class KBASE_API ObConditionString : public ObCondition {
-public:
+  public:
     ObConditionString();
     ObConditionString(ObParam* param, long op, const UtCString& value);
     int ConditionFulfilled() const override;
     const UtCString& GetDesValue() const { return desValue_; }
     void SetDesValue(const UtCString& value);
 
-private:
+  private:
     UtCString desValue_;
 };
 
 class KBASE_API ObConditionPtr : public ObCondition {
-public:
+  public:
     ObConditionPtr();
     ObConditionPtr(ObParam* param, long op, void* value);
     int ConditionFulfilled() const override;
     void* GetDesValue() const { return desValue_; }
     void SetDesValue(void* value) { desValue_ = value; }
 
-private:
+  private:
     void* desValue_ = nullptr;
 };
 
 // The desired material values are set after construction (all 0, empty key, false until then).
 class KBASE_API ObConditionMaterial : public ObCondition {
-public:
+  public:
     ObConditionMaterial();
     ObConditionMaterial(ObParam* param, long op);
     int ConditionFulfilled() const override;
@@ -131,7 +131,7 @@ public:
     bool GetDesUseMaterial() const { return desUseMaterial_; }
     void SetDesUseMaterial(bool use) { desUseMaterial_ = use; }
 
-private:
+  private:
     int32_t desColor_ = 0;
     int32_t desTransparency_ = 0;
     MatDbKey desMaterialKey_;
@@ -148,7 +148,7 @@ struct _ObCondListElem {
 
 // An owning list of conditions with a cursor (the current element). Not copyable.
 class KBASE_API ObCondList {
-public:
+  public:
     enum : int32_t { kAnd = 0, kOr = 1 };
 
     explicit ObCondList(long joinType = kAnd);
@@ -176,7 +176,8 @@ public:
     ObCondition* GetFirstCond(int setCurrent = 1);
     ObCondition* GetLastCond(int setCurrent = 1);
     // The condition after / before the current element, or null at the end and when there is no
-    // current element. With move non-zero the cursor steps there (past the end: no current element).
+    // current element. With move non-zero the cursor steps there (past the end: no current
+    // element).
     ObCondition* GetNextCond(int move = 1);
     ObCondition* GetPrevCond(int move = 1);
     ObCondition* GetCurCond() const { return cur_ != nullptr ? cur_->cond : nullptr; }
@@ -184,7 +185,7 @@ public:
     // 1 when the conditions joined by the join type hold, else 0.
     int ConditionsFulfilled() const;
 
-private:
+  private:
     _ObCondListElem* Find(const ObCondition* probe) const;
 
     int32_t joinType_;

@@ -45,11 +45,17 @@ ObParam::ObParam() = default;
 ObParam::ObParam(long id, const UtCString& name)
     : paramId_(static_cast<int32_t>(id)), paramName_(OwnText(name)) {}
 
-ObParam::ObParam(const ObParam& other) : ObParam() { *this = other; }
+ObParam::ObParam(const ObParam& other) : ObParam() {
+    *this = other;
+}
 
-ObParam::~ObParam() { delete condList_; }
+ObParam::~ObParam() {
+    delete condList_;
+}
 
-ObParam* ObParam::Clone() const { return new ObParam(*this); }
+ObParam* ObParam::Clone() const {
+    return new ObParam(*this);
+}
 
 int ObParam::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -87,14 +93,28 @@ bool ObParam::operator==(const ObParam& other) const {
            paramName_ == other.paramName_ && sourceAttrName_ == other.sourceAttrName_;
 }
 
-void ObParam::SetParamName(const UtCString& name) { StoreText(paramName_, name); }
-void ObParam::SetSourceAttrName(const UtCString& name) { StoreText(sourceAttrName_, name); }
+void ObParam::SetParamName(const UtCString& name) {
+    StoreText(paramName_, name);
+}
+void ObParam::SetSourceAttrName(const UtCString& name) {
+    StoreText(sourceAttrName_, name);
+}
 
-void ObParam::SetValid(long valid) { StoreIfDifferent(valid_, valid); }
-void ObParam::SetLocked(bool locked) { StoreIfDifferent(locked_, locked); }
-void ObParam::SetRepresentative(bool r) { StoreIfDifferent(representative_, r); }
-void ObParam::SetDetailed(bool detailed) { StoreIfDifferent(detailed_, detailed); }
-void ObParam::SetOnFilter(bool onFilter) { StoreIfDifferent(onFilter_, onFilter); }
+void ObParam::SetValid(long valid) {
+    StoreIfDifferent(valid_, valid);
+}
+void ObParam::SetLocked(bool locked) {
+    StoreIfDifferent(locked_, locked);
+}
+void ObParam::SetRepresentative(bool r) {
+    StoreIfDifferent(representative_, r);
+}
+void ObParam::SetDetailed(bool detailed) {
+    StoreIfDifferent(detailed_, detailed);
+}
+void ObParam::SetOnFilter(bool onFilter) {
+    StoreIfDifferent(onFilter_, onFilter);
+}
 
 void ObParam::SetMatch(bool match) {
     matchEnabled_ = true;  // on every call, also when the value stays
@@ -117,7 +137,9 @@ void ObParam::SetCondList(ObCondList* list) {
     condList_ = list;
 }
 
-long ObParam::GetCondListType() const { return condList_ != nullptr ? condList_->GetJoinType() : -1; }
+long ObParam::GetCondListType() const {
+    return condList_ != nullptr ? condList_->GetJoinType() : -1;
+}
 
 void ObParam::SetCondListType(long joinType) {
     if (condList_ != nullptr) condList_->SetJoinType(joinType);

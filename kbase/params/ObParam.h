@@ -43,13 +43,13 @@ class ObCondList;
 
 // Status codes of the condition operations.
 constexpr int kObParamOk = 0;
-constexpr int kObParamNotFound = 1005;     // no equal condition, or no condition list at all
-constexpr int kObParamDuplicate = 3009;    // an equal condition is present; the offered one is gone
-constexpr int kObParamNullArgument = 3011; // the watched parameter (or the condition) is null
+constexpr int kObParamNotFound = 1005;   // no equal condition, or no condition list at all
+constexpr int kObParamDuplicate = 3009;  // an equal condition is present; the offered one is gone
+constexpr int kObParamNullArgument = 3011;  // the watched parameter (or the condition) is null
 
 // The element commands a parameter takes part in, as a 32-bit set of bits.
 class KBASE_API Commands {
-public:
+  public:
     static constexpr unsigned long kSave = 0x0001;
     static constexpr unsigned long kLoad = 0x0002;
     static constexpr unsigned long kNoHatch = 0x0004;
@@ -99,7 +99,7 @@ public:
     bool GetCalculate() const { return Get(kCalculate); }
     bool GetAdd() const { return Get(kAdd); }
 
-private:
+  private:
     // Sets or clears every bit of the mask (only its low 32 bits count).
     void Set(unsigned long bits, int on) {
         const uint32_t mask = static_cast<uint32_t>(bits);
@@ -112,7 +112,7 @@ private:
 };
 
 class KBASE_API ObParam {
-public:
+  public:
     // Type codes (GetParamType). Pen and Color share 7; their classes tell them apart.
     enum : int32_t {
         kTypeBase = 0,  // ObParam itself and ObParamBasePar
@@ -228,19 +228,20 @@ public:
     long GetValueSafeInt() const;      // the same, clamped to its active borders
     double GetValueFloat() const;      // ObParamFloat
     double GetValueSafeFloat() const;  // the same, clamped
-    const UtCString& GetValueString() const;  // String (Button caption), or an option's selected text
-    bool GetValueBool() const;                // ObParamBool: value non-zero
-    long GetValueSelection() const;           // ObParamOption: selection index
-    long GetValueSelectionId() const;         // ObParamOption: id of the selected item
-    long GetValuePen() const;                 // ObParamPen
+    const UtCString& GetValueString()
+        const;                         // String (Button caption), or an option's selected text
+    bool GetValueBool() const;         // ObParamBool: value non-zero
+    long GetValueSelection() const;    // ObParamOption: selection index
+    long GetValueSelectionId() const;  // ObParamOption: id of the selected item
+    long GetValuePen() const;          // ObParamPen
     long GetValueColor() const;  // ObParamColor clamped to its borders, else a material's colour
     long GetValueLt() const;     // ObParamLt
-    long GetValueTransparency() const;  // ObParamMaterial
-    int GetValueTranspValid() const;    // ObParamMaterial
-    bool GetValueUseMaterial() const;   // ObParamMaterial
+    long GetValueTransparency() const;     // ObParamMaterial
+    int GetValueTranspValid() const;       // ObParamMaterial
+    bool GetValueUseMaterial() const;      // ObParamMaterial
     MatDbKey GetValueMaterialKey() const;  // ObParamMaterial
 
-protected:
+  protected:
     // For the kinds' setters that always mark the parameter as changed.
     void MarkChanged() { state_ = kStateChanged; }
     // The compare-first rule: only a different value is stored, and it marks the parameter as
@@ -264,7 +265,7 @@ protected:
         return dynamic_cast<const T*>(&other);
     }
 
-private:
+  private:
     int32_t paramId_ = 0;
     UtCString paramName_;
     int32_t paramType_ = kTypeBase;

@@ -3,7 +3,9 @@
 
 #include "kbase/params/ObCondition.h"
 
-ObParamList::~ObParamList() { Clear(); }
+ObParamList::~ObParamList() {
+    Clear();
+}
 
 long ObParamList::Add(ObParam* param) {
     if (param == nullptr) return -1;

@@ -11,7 +11,7 @@
 #include "kbase/text/UtCPtrList.h"
 
 class KBASE_API ObParamList {
-public:
+  public:
     ObParamList() = default;
     ObParamList(const ObParamList&) = delete;
     ObParamList& operator=(const ObParamList&) = delete;
@@ -33,6 +33,6 @@ public:
     // Destroys every parameter.
     void Clear();
 
-private:
+  private:
     UtCPtrList params_;  // owned ObParam*
 };

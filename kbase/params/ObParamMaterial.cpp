@@ -8,7 +8,9 @@ int Order(const T& a, const T& b) {
 }
 }  // namespace
 
-ObParamMaterial::ObParamMaterial() { SetParamType(kTypeMaterial); }
+ObParamMaterial::ObParamMaterial() {
+    SetParamType(kTypeMaterial);
+}
 
 ObParamMaterial::ObParamMaterial(long id, const UtCString& name, const MatDbKey& key)
     : ObParam(id, name), key_(key) {
@@ -18,7 +20,9 @@ ObParamMaterial::ObParamMaterial(long id, const UtCString& name, const MatDbKey&
 ObParamMaterial::ObParamMaterial(const ObParamMaterial& other) = default;
 ObParamMaterial::~ObParamMaterial() = default;
 
-ObParamMaterial* ObParamMaterial::Clone() const { return new ObParamMaterial(*this); }
+ObParamMaterial* ObParamMaterial::Clone() const {
+    return new ObParamMaterial(*this);
+}
 
 int ObParamMaterial::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -41,8 +45,18 @@ ObParamMaterial& ObParamMaterial::operator=(const ObParamMaterial& other) {
     return *this;
 }
 
-void ObParamMaterial::SetValue(const MatDbKey& key) { StoreIfDifferent(key_, key); }
-void ObParamMaterial::SetColor(long color) { StoreIfDifferent(color_, color); }
-void ObParamMaterial::SetTransparency(long t) { StoreIfDifferent(transparency_, t); }
-void ObParamMaterial::SetTranspValid(int valid) { StoreIfDifferent(transpValid_, valid); }
-void ObParamMaterial::SetUseMaterial(bool use) { StoreIfDifferent(useMaterial_, use); }
+void ObParamMaterial::SetValue(const MatDbKey& key) {
+    StoreIfDifferent(key_, key);
+}
+void ObParamMaterial::SetColor(long color) {
+    StoreIfDifferent(color_, color);
+}
+void ObParamMaterial::SetTransparency(long t) {
+    StoreIfDifferent(transparency_, t);
+}
+void ObParamMaterial::SetTranspValid(int valid) {
+    StoreIfDifferent(transpValid_, valid);
+}
+void ObParamMaterial::SetUseMaterial(bool use) {
+    StoreIfDifferent(useMaterial_, use);
+}

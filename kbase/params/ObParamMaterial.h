@@ -11,7 +11,7 @@
 #include "kbase/params/ObParam.h"
 
 class KBASE_API ObParamMaterial : public ObParam {
-public:
+  public:
     ObParamMaterial();
     ObParamMaterial(long id, const UtCString& name, const MatDbKey& key);
     ObParamMaterial(const ObParamMaterial& other);
@@ -31,7 +31,7 @@ public:
     bool GetUseMaterial() const { return useMaterial_; }
     void SetUseMaterial(bool use);
 
-private:
+  private:
     int32_t color_ = 0;
     int32_t transparency_ = 0;
     int transpValid_ = 0;

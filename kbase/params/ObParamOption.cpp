@@ -10,7 +10,9 @@ struct ObParamOption::Item {
     UtCString text;
 };
 
-ObParamOption::ObParamOption() { SetParamType(kTypeOption); }
+ObParamOption::ObParamOption() {
+    SetParamType(kTypeOption);
+}
 
 ObParamOption::ObParamOption(long id, const UtCString& name, long selection)
     : ObParam(id, name), selection_(static_cast<int32_t>(selection)) {
@@ -22,9 +24,13 @@ ObParamOption::ObParamOption(const ObParamOption& other)
     CopyItems(other);
 }
 
-ObParamOption::~ObParamOption() { ClearItems(); }
+ObParamOption::~ObParamOption() {
+    ClearItems();
+}
 
-ObParamOption* ObParamOption::Clone() const { return new ObParamOption(*this); }
+ObParamOption* ObParamOption::Clone() const {
+    return new ObParamOption(*this);
+}
 
 int ObParamOption::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -33,7 +39,9 @@ int ObParamOption::CompareTo(const ObParam& other) const {
     return selection_ < o->selection_ ? -1 : (selection_ > o->selection_ ? 1 : 0);
 }
 
-void ObParamOption::SetOptionType(long type) { optionType_ = static_cast<int32_t>(type); }
+void ObParamOption::SetOptionType(long type) {
+    optionType_ = static_cast<int32_t>(type);
+}
 
 ObParamOption& ObParamOption::operator=(const ObParamOption& other) {
     ObParam::operator=(other);
@@ -84,7 +92,9 @@ long ObParamOption::FindItem(long itemId) const {
     return -1;
 }
 
-void ObParamOption::SetValue(long selection) { StoreIfDifferent(selection_, selection); }
+void ObParamOption::SetValue(long selection) {
+    StoreIfDifferent(selection_, selection);
+}
 
 bool ObParamOption::SetSelectedId(long itemId) {
     const long index = FindItem(itemId);

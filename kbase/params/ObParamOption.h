@@ -15,7 +15,7 @@
 #include "kbase/text/UtCPtrList.h"
 
 class KBASE_API ObParamOption : public ObParam {
-public:
+  public:
     ObParamOption();
     ObParamOption(long id, const UtCString& name, long selection = -1);
     ObParamOption(const ObParamOption& other);
@@ -44,7 +44,7 @@ public:
     long GetSelectedId() const { return GetItemId(selection_); }
     const UtCString& GetSelectedText() const { return GetItemText(selection_); }
 
-private:
+  private:
     struct Item;
     const Item* ItemAt(long index) const;
     void CopyItems(const ObParamOption& other);

@@ -2,11 +2,15 @@
 #include "kbase/params/ObParamRecords.h"
 
 CParam::~CParam() = default;
-CParam* CParam::NewInstance() const { return new CParam; }
+CParam* CParam::NewInstance() const {
+    return new CParam;
+}
 void CParam::Assign(const CParam&) {}
 
 CcElemPar::~CcElemPar() = default;
-int CcElemPar::GetFilled() const { return 0; }
+int CcElemPar::GetFilled() const {
+    return 0;
+}
 
 CcHatchPar::~CcHatchPar() = default;
 
@@ -27,9 +31,13 @@ ObParamBasePar::ObParamBasePar(long id, const UtCString& name, const CParam* rec
 ObParamBasePar::ObParamBasePar(const ObParamBasePar& other)
     : ObParam(other), basePar_(CopyOf(other.basePar_)) {}
 
-ObParamBasePar::~ObParamBasePar() { delete basePar_; }
+ObParamBasePar::~ObParamBasePar() {
+    delete basePar_;
+}
 
-ObParamBasePar* ObParamBasePar::Clone() const { return new ObParamBasePar(*this); }
+ObParamBasePar* ObParamBasePar::Clone() const {
+    return new ObParamBasePar(*this);
+}
 
 int ObParamBasePar::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -48,10 +56,12 @@ ObParamBasePar& ObParamBasePar::operator=(const ObParamBasePar& other) {
 
 // ---- ObParamElemPar ----
 
-ObParamElemPar::ObParamElemPar() { SetParamType(kTypeElemPar); }
+ObParamElemPar::ObParamElemPar() {
+    SetParamType(kTypeElemPar);
+}
 
-ObParamElemPar::ObParamElemPar(long id, const UtCString& name, CcElemPar* record,
-                               int freeLinetypes, int linetype0)
+ObParamElemPar::ObParamElemPar(long id, const UtCString& name, CcElemPar* record, int freeLinetypes,
+                               int linetype0)
     : ObParam(id, name),
       elemPar_(record),
       enabledFreeLinetypes_(freeLinetypes),
@@ -62,7 +72,9 @@ ObParamElemPar::ObParamElemPar(long id, const UtCString& name, CcElemPar* record
 ObParamElemPar::ObParamElemPar(const ObParamElemPar& other) = default;
 ObParamElemPar::~ObParamElemPar() = default;
 
-ObParamElemPar* ObParamElemPar::Clone() const { return new ObParamElemPar(*this); }
+ObParamElemPar* ObParamElemPar::Clone() const {
+    return new ObParamElemPar(*this);
+}
 
 int ObParamElemPar::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -80,7 +92,9 @@ ObParamElemPar& ObParamElemPar::operator=(const ObParamElemPar& other) {
 
 // ---- ObParamHatchPar ----
 
-ObParamHatchPar::ObParamHatchPar() { SetParamType(kTypeHatchPar); }
+ObParamHatchPar::ObParamHatchPar() {
+    SetParamType(kTypeHatchPar);
+}
 
 ObParamHatchPar::ObParamHatchPar(long id, const UtCString& name, CcHatchPar* record)
     : ObParam(id, name), hatchPar_(record) {
@@ -90,7 +104,9 @@ ObParamHatchPar::ObParamHatchPar(long id, const UtCString& name, CcHatchPar* rec
 ObParamHatchPar::ObParamHatchPar(const ObParamHatchPar& other) = default;
 ObParamHatchPar::~ObParamHatchPar() = default;
 
-ObParamHatchPar* ObParamHatchPar::Clone() const { return new ObParamHatchPar(*this); }
+ObParamHatchPar* ObParamHatchPar::Clone() const {
+    return new ObParamHatchPar(*this);
+}
 
 int ObParamHatchPar::CompareTo(const ObParam& other) const {
     int result = 0;

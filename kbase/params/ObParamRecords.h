@@ -15,7 +15,7 @@
 
 // A basic-parameter record of the element layer.
 class KBASE_API CParam {
-public:
+  public:
     CParam() = default;
     virtual ~CParam();
     // A new, empty record of the same kind as this one, owned by the caller.
@@ -24,37 +24,37 @@ public:
     // ObParamBasePar). The base has no contents.
     virtual void Assign(const CParam& other);
 
-protected:
+  protected:
     CParam(const CParam&) = default;
     CParam& operator=(const CParam&) = default;
 };
 
 // An element parameter record of the element layer.
 class KBASE_API CcElemPar {
-public:
+  public:
     CcElemPar() = default;
     virtual ~CcElemPar();
     // Whether the element's area is filled (0 in the base).
     virtual int GetFilled() const;
 
-protected:
+  protected:
     CcElemPar(const CcElemPar&) = default;
     CcElemPar& operator=(const CcElemPar&) = default;
 };
 
 // A hatch record of the element layer.
 class KBASE_API CcHatchPar {
-public:
+  public:
     CcHatchPar() = default;
     virtual ~CcHatchPar();
 
-protected:
+  protected:
     CcHatchPar(const CcHatchPar&) = default;
     CcHatchPar& operator=(const CcHatchPar&) = default;
 };
 
 class KBASE_API ObParamBasePar : public ObParam {
-public:
+  public:
     explicit ObParamBasePar(const CParam* record = nullptr);
     ObParamBasePar(long id, const UtCString& name, const CParam* record);
     ObParamBasePar(const ObParamBasePar& other);
@@ -66,13 +66,13 @@ public:
     // The private copy (null when none was given).
     CParam* basePar() const { return basePar_; }
 
-private:
+  private:
     static CParam* CopyOf(const CParam* record);
     CParam* basePar_ = nullptr;
 };
 
 class KBASE_API ObParamElemPar : public ObParam {
-public:
+  public:
     ObParamElemPar();
     ObParamElemPar(long id, const UtCString& name, CcElemPar* record, int freeLinetypes,
                    int linetype0);
@@ -88,14 +88,14 @@ public:
     // The record's filled flag; 0 without a record.
     int GetFilled() const { return elemPar_ != nullptr ? elemPar_->GetFilled() : 0; }
 
-private:
+  private:
     CcElemPar* elemPar_ = nullptr;
     int enabledFreeLinetypes_ = 0;
     int enabledLinetype0_ = 0;
 };
 
 class KBASE_API ObParamHatchPar : public ObParam {
-public:
+  public:
     ObParamHatchPar();
     ObParamHatchPar(long id, const UtCString& name, CcHatchPar* record);
     ObParamHatchPar(const ObParamHatchPar& other);
@@ -109,7 +109,7 @@ public:
     bool IsEnabledNoHatchPar() const { return enabledNoHatchPar_; }
     void SetEnabledNoHatchPar(bool on) { enabledNoHatchPar_ = on; }
 
-private:
+  private:
     CcHatchPar* hatchPar_ = nullptr;
     bool enabledNoHatchPar_ = false;
 };

@@ -27,7 +27,8 @@ void SetMessage(UtCString& message, const char* format, T limit) {
     // %lf of the largest double needs about 320 characters.
     char text[400];
     const int n = std::snprintf(text, sizeof text, format, limit);
-    const int length = n < 0 ? 0 : (n < static_cast<int>(sizeof text) ? n : static_cast<int>(sizeof text) - 1);
+    const int length =
+        n < 0 ? 0 : (n < static_cast<int>(sizeof text) ? n : static_cast<int>(sizeof text) - 1);
     StoreText(message, UtCString(text, length, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252));
 }
 
@@ -64,7 +65,9 @@ int Sign(T difference) {
 
 // ---- ObParamInt ----
 
-ObParamInt::ObParamInt(long value) : value_(static_cast<int32_t>(value)) { SetParamType(kTypeInt); }
+ObParamInt::ObParamInt(long value) : value_(static_cast<int32_t>(value)) {
+    SetParamType(kTypeInt);
+}
 
 ObParamInt::ObParamInt(long id, const UtCString& name, long value)
     : ObParam(id, name), value_(static_cast<int32_t>(value)) {
@@ -82,7 +85,9 @@ ObParamInt::ObParamInt(const ObParamInt& other)
 
 ObParamInt::~ObParamInt() = default;
 
-ObParamInt* ObParamInt::Clone() const { return new ObParamInt(*this); }
+ObParamInt* ObParamInt::Clone() const {
+    return new ObParamInt(*this);
+}
 
 int ObParamInt::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -125,9 +130,13 @@ void ObParamInt::SetMaxValue(long value) {
     MarkChanged();
 }
 
-void ObParamInt::SetUnit(const UtCString& unit) { StoreText(unit_, unit); }
+void ObParamInt::SetUnit(const UtCString& unit) {
+    StoreText(unit_, unit);
+}
 
-long ObParamInt::GetValueSafe() const { return Clamp(value_, validBorders_, minValue_, maxValue_); }
+long ObParamInt::GetValueSafe() const {
+    return Clamp(value_, validBorders_, minValue_, maxValue_);
+}
 
 int ObParamInt::CheckValueBorders(long value, UtCString& message) const {
     return Check(value, validBorders_, long{minValue_}, long{maxValue_}, kTooSmallInt, kTooLargeInt,
@@ -159,7 +168,9 @@ ObParamFloat::ObParamFloat(const ObParamFloat& other)
 
 ObParamFloat::~ObParamFloat() = default;
 
-ObParamFloat* ObParamFloat::Clone() const { return new ObParamFloat(*this); }
+ObParamFloat* ObParamFloat::Clone() const {
+    return new ObParamFloat(*this);
+}
 
 int ObParamFloat::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -199,7 +210,9 @@ void ObParamFloat::SetMaxValue(double value) {
     MarkChanged();
 }
 
-void ObParamFloat::SetUnit(const UtCString& unit) { StoreText(unit_, unit); }
+void ObParamFloat::SetUnit(const UtCString& unit) {
+    StoreText(unit_, unit);
+}
 
 double ObParamFloat::GetValueSafe() const {
     return Clamp(value_, validBorders_, minValue_, maxValue_);
@@ -216,8 +229,7 @@ ObParamString::ObParamString(const UtCString& value) : value_(OwnText(value)) {
     SetParamType(kTypeString);
 }
 
-ObParamString::ObParamString(long id, const UtCString& name, const UtCString& value,
-                             long maxLength)
+ObParamString::ObParamString(long id, const UtCString& name, const UtCString& value, long maxLength)
     : ObParam(id, name), value_(OwnText(value)) {
     SetParamType(kTypeString);
     SetMaxLength(maxLength);
@@ -228,7 +240,9 @@ ObParamString::ObParamString(const ObParamString& other)
 
 ObParamString::~ObParamString() = default;
 
-ObParamString* ObParamString::Clone() const { return new ObParamString(*this); }
+ObParamString* ObParamString::Clone() const {
+    return new ObParamString(*this);
+}
 
 int ObParamString::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -247,7 +261,9 @@ ObParamString& ObParamString::operator=(const ObParamString& other) {
     return *this;
 }
 
-void ObParamString::SetValue(const UtCString& value) { StoreText(value_, value); }
+void ObParamString::SetValue(const UtCString& value) {
+    StoreText(value_, value);
+}
 
 ObParamButton::ObParamButton(const UtCString& caption) : ObParamString(caption) {
     SetParamType(kTypeButton);
@@ -261,7 +277,9 @@ ObParamButton::ObParamButton(long id, const UtCString& name, const UtCString& ca
 ObParamButton::ObParamButton(const ObParamButton& other) = default;
 ObParamButton::~ObParamButton() = default;
 
-ObParamButton* ObParamButton::Clone() const { return new ObParamButton(*this); }
+ObParamButton* ObParamButton::Clone() const {
+    return new ObParamButton(*this);
+}
 
 int ObParamButton::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -278,7 +296,9 @@ ObParamButton& ObParamButton::operator=(const ObParamButton& other) {
 
 // ---- ObParamBool, ObParamPtr, ObParamSection ----
 
-ObParamBool::ObParamBool(int value) : value_(value) { SetParamType(kTypeBool); }
+ObParamBool::ObParamBool(int value) : value_(value) {
+    SetParamType(kTypeBool);
+}
 
 ObParamBool::ObParamBool(long id, const UtCString& name, int value)
     : ObParam(id, name), value_(value) {
@@ -288,7 +308,9 @@ ObParamBool::ObParamBool(long id, const UtCString& name, int value)
 ObParamBool::ObParamBool(const ObParamBool& other) = default;
 ObParamBool::~ObParamBool() = default;
 
-ObParamBool* ObParamBool::Clone() const { return new ObParamBool(*this); }
+ObParamBool* ObParamBool::Clone() const {
+    return new ObParamBool(*this);
+}
 
 int ObParamBool::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -303,7 +325,9 @@ ObParamBool& ObParamBool::operator=(const ObParamBool& other) {
     return *this;
 }
 
-ObParamPtr::ObParamPtr(void* value) : value_(value) { SetParamType(kTypePtr); }
+ObParamPtr::ObParamPtr(void* value) : value_(value) {
+    SetParamType(kTypePtr);
+}
 
 ObParamPtr::ObParamPtr(long id, const UtCString& name, void* value)
     : ObParam(id, name), value_(value) {
@@ -313,7 +337,9 @@ ObParamPtr::ObParamPtr(long id, const UtCString& name, void* value)
 ObParamPtr::ObParamPtr(const ObParamPtr& other) = default;
 ObParamPtr::~ObParamPtr() = default;
 
-ObParamPtr* ObParamPtr::Clone() const { return new ObParamPtr(*this); }
+ObParamPtr* ObParamPtr::Clone() const {
+    return new ObParamPtr(*this);
+}
 
 int ObParamPtr::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -329,7 +355,9 @@ ObParamPtr& ObParamPtr::operator=(const ObParamPtr& other) {
     return *this;
 }
 
-ObParamSection::ObParamSection() { SetParamType(kTypeSection); }
+ObParamSection::ObParamSection() {
+    SetParamType(kTypeSection);
+}
 
 ObParamSection::ObParamSection(long id, const UtCString& name) : ObParam(id, name) {
     SetParamType(kTypeSection);
@@ -338,7 +366,9 @@ ObParamSection::ObParamSection(long id, const UtCString& name) : ObParam(id, nam
 ObParamSection::ObParamSection(const ObParamSection& other) = default;
 ObParamSection::~ObParamSection() = default;
 
-ObParamSection* ObParamSection::Clone() const { return new ObParamSection(*this); }
+ObParamSection* ObParamSection::Clone() const {
+    return new ObParamSection(*this);
+}
 
 int ObParamSection::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -353,7 +383,9 @@ ObParamSection& ObParamSection::operator=(const ObParamSection& other) {
 
 // ---- ObParamPen, ObParamColor, ObParamLt ----
 
-ObParamPen::ObParamPen(long pen) : ObParamInt(pen) { SetParamType(kTypePen); }
+ObParamPen::ObParamPen(long pen) : ObParamInt(pen) {
+    SetParamType(kTypePen);
+}
 
 ObParamPen::ObParamPen(long id, const UtCString& name, long pen, short colorPaletteType)
     : ObParamInt(id, name, pen), colorPaletteType_(colorPaletteType) {
@@ -363,7 +395,9 @@ ObParamPen::ObParamPen(long id, const UtCString& name, long pen, short colorPale
 ObParamPen::ObParamPen(const ObParamPen& other) = default;
 ObParamPen::~ObParamPen() = default;
 
-ObParamPen* ObParamPen::Clone() const { return new ObParamPen(*this); }
+ObParamPen* ObParamPen::Clone() const {
+    return new ObParamPen(*this);
+}
 
 int ObParamPen::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -380,7 +414,9 @@ ObParamPen& ObParamPen::operator=(const ObParamPen& other) {
     return *this;
 }
 
-ObParamColor::ObParamColor(long color) : ObParamInt(color) { SetParamType(kTypeColor); }
+ObParamColor::ObParamColor(long color) : ObParamInt(color) {
+    SetParamType(kTypeColor);
+}
 
 ObParamColor::ObParamColor(long id, const UtCString& name, long color)
     : ObParamInt(id, name, color) {
@@ -390,7 +426,9 @@ ObParamColor::ObParamColor(long id, const UtCString& name, long color)
 ObParamColor::ObParamColor(const ObParamColor& other) = default;
 ObParamColor::~ObParamColor() = default;
 
-ObParamColor* ObParamColor::Clone() const { return new ObParamColor(*this); }
+ObParamColor* ObParamColor::Clone() const {
+    return new ObParamColor(*this);
+}
 
 int ObParamColor::CompareTo(const ObParam& other) const {
     int result = 0;
@@ -406,7 +444,9 @@ ObParamColor& ObParamColor::operator=(const ObParamColor& other) {
     return *this;
 }
 
-ObParamLt::ObParamLt(long lt) : ObParamInt(lt) { SetParamType(kTypeLt); }
+ObParamLt::ObParamLt(long lt) : ObParamInt(lt) {
+    SetParamType(kTypeLt);
+}
 
 ObParamLt::ObParamLt(long id, const UtCString& name, long lt, int freeLinetypes, int linetype0)
     : ObParamInt(id, name, lt), enabledLinetype0_(linetype0) {
@@ -420,7 +460,9 @@ ObParamLt::ObParamLt(long id, const UtCString& name, long lt, int freeLinetypes,
 ObParamLt::ObParamLt(const ObParamLt& other) = default;
 ObParamLt::~ObParamLt() = default;
 
-ObParamLt* ObParamLt::Clone() const { return new ObParamLt(*this); }
+ObParamLt* ObParamLt::Clone() const {
+    return new ObParamLt(*this);
+}
 
 int ObParamLt::CompareTo(const ObParam& other) const {
     int result = 0;

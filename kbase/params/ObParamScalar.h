@@ -37,7 +37,7 @@
 #include "kbase/params/ObParam.h"
 
 class KBASE_API ObParamInt : public ObParam {
-public:
+  public:
     enum : int32_t { kBorderMin = 1, kBorderMax = 2 };
     // CheckValueBorders' results.
     enum : int { kInside = 0, kTooSmall = 1, kTooLarge = 2 };
@@ -73,11 +73,11 @@ public:
     bool operator<=(const ObParamInt& o) const { return value_ <= o.value_; }
     bool operator>=(const ObParamInt& o) const { return value_ >= o.value_; }
 
-protected:
+  protected:
     // For Pen, Color and Lt: 0 for equal values, else the sign of the wrapping 32-bit difference.
     int CompareWrapped(const ObParamInt& other) const;
 
-private:
+  private:
     int32_t value_ = 0;
     int32_t validBorders_ = 0;
     int32_t minValue_ = 0;
@@ -87,7 +87,7 @@ private:
 };
 
 class KBASE_API ObParamFloat : public ObParam {
-public:
+  public:
     explicit ObParamFloat(double value = 0.0, const UtCString& unit = UtCString());
     ObParamFloat(long id, const UtCString& name, double value, const UtCString& unit);
     ObParamFloat(const ObParamFloat& other);
@@ -124,7 +124,7 @@ public:
     bool operator<=(const ObParamFloat& o) const { return value_ <= o.value_; }
     bool operator>=(const ObParamFloat& o) const { return value_ >= o.value_; }
 
-private:
+  private:
     double value_ = 0.0;
     int32_t validBorders_ = 0;
     double minValue_ = 0.0;
@@ -138,7 +138,7 @@ private:
 // A text. MaxLength is the longest text the dialog lets the user type (0: no limit); SetValue
 // does not enforce it.
 class KBASE_API ObParamString : public ObParam {
-public:
+  public:
     explicit ObParamString(const UtCString& value = UtCString());
     ObParamString(long id, const UtCString& name, const UtCString& value, long maxLength);
     ObParamString(const ObParamString& other);
@@ -159,14 +159,14 @@ public:
     bool operator<=(const ObParamString& o) const { return value_ <= o.value_; }
     bool operator>=(const ObParamString& o) const { return value_ >= o.value_; }
 
-private:
+  private:
     UtCString value_;
     int32_t maxLength_ = 0;
 };
 
 // A push button in the dialog: the text is its caption, MaxLength its length.
 class KBASE_API ObParamButton : public ObParamString {
-public:
+  public:
     explicit ObParamButton(const UtCString& caption = UtCString());
     ObParamButton(long id, const UtCString& name, const UtCString& caption, long length);
     ObParamButton(const ObParamButton& other);
@@ -177,7 +177,7 @@ public:
 };
 
 class KBASE_API ObParamBool : public ObParam {
-public:
+  public:
     explicit ObParamBool(int value = 0);
     ObParamBool(long id, const UtCString& name, int value);
     ObParamBool(const ObParamBool& other);
@@ -192,13 +192,13 @@ public:
     bool operator==(const ObParamBool& o) const { return value_ == o.value_; }
     bool operator!=(const ObParamBool& o) const { return value_ != o.value_; }
 
-private:
+  private:
     int value_ = 0;
 };
 
 // An untyped pointer, not owned.
 class KBASE_API ObParamPtr : public ObParam {
-public:
+  public:
     explicit ObParamPtr(void* value = nullptr);
     ObParamPtr(long id, const UtCString& name, void* value);
     ObParamPtr(const ObParamPtr& other);
@@ -210,13 +210,13 @@ public:
     void* GetValue() const { return value_; }
     void SetValue(void* value) { value_ = value; }  // stores only
 
-private:
+  private:
     void* value_ = nullptr;
 };
 
 // A section heading that groups the parameters after it; it has no value.
 class KBASE_API ObParamSection : public ObParam {
-public:
+  public:
     ObParamSection();
     ObParamSection(long id, const UtCString& name);
     ObParamSection(const ObParamSection& other);
@@ -228,7 +228,7 @@ public:
 
 // A pen number with its display flags.
 class KBASE_API ObParamPen : public ObParamInt {
-public:
+  public:
     explicit ObParamPen(long pen = 0);
     ObParamPen(long id, const UtCString& name, long pen, short colorPaletteType);
     ObParamPen(const ObParamPen& other);
@@ -246,7 +246,7 @@ public:
     short ColorPaletteType() const { return colorPaletteType_; }
     void SetColorPaletteType(short type) { colorPaletteType_ = type; }
 
-private:
+  private:
     int filled_ = 0;
     int enabledNoColor_ = 0;
     int enabledBackColor_ = 0;
@@ -255,7 +255,7 @@ private:
 
 // A colour number with its display flags.
 class KBASE_API ObParamColor : public ObParamInt {
-public:
+  public:
     explicit ObParamColor(long color = 0);
     ObParamColor(long id, const UtCString& name, long color);
     ObParamColor(const ObParamColor& other);
@@ -271,7 +271,7 @@ public:
     int IsEnabledBackColor() const { return enabledBackColor_; }
     void SetEnabledBackColor(int on) { enabledBackColor_ = on; }
 
-private:
+  private:
     int filled_ = 0;
     int enabledNoColor_ = 0;
     int enabledBackColor_ = 0;
@@ -279,8 +279,8 @@ private:
 
 // A line type number.
 class KBASE_API ObParamLt : public ObParamInt {
-public:
-    static constexpr long kLtMaxFixed = 9;      // line types 0..9 are the fixed ones
+  public:
+    static constexpr long kLtMaxFixed = 9;     // line types 0..9 are the fixed ones
     static constexpr long kLtMaxFree = 32767;  // MaxValue when free line types are allowed
 
     explicit ObParamLt(long lt = 0);
@@ -295,6 +295,6 @@ public:
     int IsEnabledLinetype0() const { return enabledLinetype0_; }
     void SetEnabledLinetype0(int on) { enabledLinetype0_ = on; }
 
-private:
+  private:
     int enabledLinetype0_ = 0;
 };

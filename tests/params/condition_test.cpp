@@ -15,7 +15,9 @@
 
 namespace {
 
-UtCString T(const char* s) { return UtCString(s, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252); }
+UtCString T(const char* s) {
+    return UtCString(s, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252);
+}
 
 // What the watched pointer parameter points to.
 int gTarget[2] = {0, 0};
@@ -71,7 +73,7 @@ std::function<ObCondition*(ObParam*, long)> Ptr(void* v) {
     return [v](ObParam* p, long op) { return new ObConditionPtr(p, op, v); };
 }
 std::function<ObCondition*(ObParam*, long)> Mat(long color, long transparency, int valid,
-                                                 MatDbKey key, bool use) {
+                                                MatDbKey key, bool use) {
     return [=](ObParam* p, long op) {
         auto* c = new ObConditionMaterial(p, op);
         c->SetDesColor(color);
@@ -135,10 +137,20 @@ TEST(Condition, KindByWatchedTypeByOperator) {
         {"ptr equal", ptr, Ptr(&gTarget[0]), kEq},
         {"ptr on int", integer, Ptr(nullptr), kEq},
         {"ptr on null", none, Ptr(nullptr), kNever},
-        {"material equal, valid flag ignored", material, Mat(20, 50, 0, MatDbKey(1, 5), false), {1, 0, 0, 0, 0}},
-        {"material colour orders without use", material, Mat(30, 50, 1, MatDbKey(1, 5), false), kLess},
-        {"material other transparency", material, Mat(20, 51, 1, MatDbKey(1, 5), false), {0, 1, 0, 0, 0}},
-        {"material use flags differ", material, Mat(10, 50, 1, MatDbKey(1, 5), true), {0, 1, 0, 0, 0}},
+        {"material equal, valid flag ignored",
+         material,
+         Mat(20, 50, 0, MatDbKey(1, 5), false),
+         {1, 0, 0, 0, 0}},
+        {"material colour orders without use", material, Mat(30, 50, 1, MatDbKey(1, 5), false),
+         kLess},
+        {"material other transparency",
+         material,
+         Mat(20, 51, 1, MatDbKey(1, 5), false),
+         {0, 1, 0, 0, 0}},
+        {"material use flags differ",
+         material,
+         Mat(10, 50, 1, MatDbKey(1, 5), true),
+         {0, 1, 0, 0, 0}},
         {"material on string", text, Mat(0, 0, 0, MatDbKey(), false), kAlways},
         {"material on null", none, Mat(0, 0, 0, MatDbKey(), false), kNever},
     };
@@ -147,7 +159,8 @@ TEST(Condition, KindByWatchedTypeByOperator) {
         for (int i = 0; i < 5; ++i) {
             Watched fresh;
             std::unique_ptr<ObCondition> c(row.make(row.watched(fresh), ops[i]));
-            EXPECT_EQ(c->ConditionFulfilled(), row.expected[i]) << row.what << ", operator " << ops[i];
+            EXPECT_EQ(c->ConditionFulfilled(), row.expected[i])
+                << row.what << ", operator " << ops[i];
         }
     }
 
@@ -219,7 +232,7 @@ TEST(CondList, EqualityDuplicatesAndDeletion) {
     ObCondList list(ObCondList::kOr);
     EXPECT_EQ(list.AddCond(new ObConditionInt(&a, 0, 5)), kObParamOk);
     EXPECT_EQ(list.AddCond(new Fixed(&a, 1)), kObParamDuplicate);  // kind 0 matches on param and op
-    EXPECT_EQ(Fixed::live, 0);                                      // the offered one is destroyed
+    EXPECT_EQ(Fixed::live, 0);                                     // the offered one is destroyed
     EXPECT_EQ(list.AddCond(new ObConditionInt(&a, 0, 5)), kObParamDuplicate);
     EXPECT_EQ(list.GetCondCount(), 1);
     EXPECT_EQ(list.AddCond(new ObConditionFloat(&a, 0, 5.0)), kObParamOk);  // other kind
@@ -227,7 +240,8 @@ TEST(CondList, EqualityDuplicatesAndDeletion) {
     EXPECT_EQ(list.AddCond(new ObConditionInt(&b, 0, 5)), kObParamOk);      // other parameter
     EXPECT_EQ(list.AddCond(new ObConditionString(&a, 0, T("x"))), kObParamOk);
     // The same text in another encoding is another condition.
-    EXPECT_EQ(list.AddCond(new ObConditionString(&a, 0, UtCString(u"x", eUtEncodingTypeUtf16))), kObParamOk);
+    EXPECT_EQ(list.AddCond(new ObConditionString(&a, 0, UtCString(u"x", eUtEncodingTypeUtf16))),
+              kObParamOk);
     EXPECT_EQ(list.AddCond(new ObConditionString(&a, 0, T("x"))), kObParamDuplicate);
     auto* mat = new ObConditionMaterial(&a, 0);
     mat->SetDesTranspValid(1);
@@ -303,7 +317,7 @@ TEST(ParamConditions, AddAndDeleteOnTheParameter) {
     EXPECT_EQ(target.AddConditionInt(nullptr, 0, 2), kObParamNullArgument);
     EXPECT_EQ(target.GetCondList(), nullptr);  // nothing created for a refused add
     EXPECT_EQ(target.DelConditionInt(&option, 0, 2), kObParamNotFound);  // no list at all
-    target.SetCondListType(0);                                            // no list: no effect
+    target.SetCondListType(0);                                           // no list: no effect
     EXPECT_EQ(target.GetCondListType(), -1);
 
     EXPECT_EQ(target.AddConditionInt(&option, 0, 2), kObParamOk);
@@ -318,7 +332,8 @@ TEST(ParamConditions, AddAndDeleteOnTheParameter) {
     EXPECT_EQ(target.AddConditionString(&text, 1, T("y"), 0), kObParamOk);
     EXPECT_EQ(target.AddConditionPtr(&ptr, 0, nullptr), kObParamOk);
     EXPECT_EQ(target.AddConditionMaterial(&material, 0, 3, 4, 1, MatDbKey(1, 1), true), kObParamOk);
-    EXPECT_EQ(target.AddConditionMaterial(&material, 0, 3, 4, 0, MatDbKey(1, 1), true), kObParamDuplicate);
+    EXPECT_EQ(target.AddConditionMaterial(&material, 0, 3, 4, 0, MatDbKey(1, 1), true),
+              kObParamDuplicate);
     EXPECT_EQ(target.GetCondList()->GetCondCount(), 5);
     target.SetCondListType(ObCondList::kAnd);
     EXPECT_EQ(target.GetCondListType(), ObCondList::kAnd);
@@ -328,7 +343,8 @@ TEST(ParamConditions, AddAndDeleteOnTheParameter) {
     EXPECT_EQ(target.DelConditionString(&text, 1, T("y")), kObParamOk);
     EXPECT_EQ(target.DelConditionPtr(&ptr, 0, nullptr), kObParamOk);
     EXPECT_EQ(target.DelConditionPtr(nullptr, 0, nullptr), kObParamNullArgument);
-    EXPECT_EQ(target.DelConditionMaterial(&material, 0, 3, 4, 0, MatDbKey(1, 2), true), kObParamNotFound);
+    EXPECT_EQ(target.DelConditionMaterial(&material, 0, 3, 4, 0, MatDbKey(1, 2), true),
+              kObParamNotFound);
     EXPECT_EQ(target.DelConditionMaterial(&material, 0, 3, 4, 0, MatDbKey(1, 1), true), kObParamOk);
     EXPECT_EQ(target.DelConditionInt(&option, 0, 2), kObParamOk);
     ASSERT_NE(target.GetCondList(), nullptr);  // an emptied list stays attached

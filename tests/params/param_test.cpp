@@ -18,9 +18,13 @@
 
 namespace {
 
-UtCString T(const char* s) { return UtCString(s, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252); }
+UtCString T(const char* s) {
+    return UtCString(s, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252);
+}
 
-std::string Bytes(const UtCString& s) { return std::string(s.ptr(), static_cast<size_t>(s.GetLength())); }
+std::string Bytes(const UtCString& s) {
+    return std::string(s.ptr(), static_cast<size_t>(s.GetLength()));
+}
 
 using Make = std::function<std::unique_ptr<ObParam>()>;
 
@@ -112,50 +116,107 @@ TEST(Param, ChangeTrackingTable) {
     };
     using P = ObParam;
     const std::vector<ChangeRow> rows = {
-        {"SetValid same", base, On<P>([](P& p) { p.SetValid(1); }), 0, 0, Is<P>([](const P& p) { return p.GetValid() == 1; })},
-        {"SetValid other", base, On<P>([](P& p) { p.SetValid(0); }), 0, 1, Is<P>([](const P& p) { return p.GetValid() == 0; })},
-        {"SetLocked same", base, On<P>([](P& p) { p.SetLocked(false); }), 0, 0, Is<P>([](const P& p) { return !p.IsLocked(); })},
-        {"SetLocked other", base, On<P>([](P& p) { p.SetLocked(true); }), 2, 1, Is<P>([](const P& p) { return p.IsLocked(); })},
-        {"SetRepresentative other", base, On<P>([](P& p) { p.SetRepresentative(true); }), 0, 1, Is<P>([](const P& p) { return p.IsRepresentative(); })},
-        {"SetDetailed same", base, On<P>([](P& p) { p.SetDetailed(false); }), 2, 2, Is<P>([](const P& p) { return !p.IsDetailed(); })},
-        {"SetDetailed other", base, On<P>([](P& p) { p.SetDetailed(true); }), 0, 1, Is<P>([](const P& p) { return p.IsDetailed(); })},
-        {"SetOnFilter same", base, On<P>([](P& p) { p.SetOnFilter(true); }), 0, 0, Is<P>([](const P& p) { return p.IsOnFilter(); })},
-        {"SetOnFilter other", base, On<P>([](P& p) { p.SetOnFilter(false); }), 0, 1, Is<P>([](const P& p) { return !p.IsOnFilter(); })},
+        {"SetValid same", base, On<P>([](P& p) { p.SetValid(1); }), 0, 0,
+         Is<P>([](const P& p) { return p.GetValid() == 1; })},
+        {"SetValid other", base, On<P>([](P& p) { p.SetValid(0); }), 0, 1,
+         Is<P>([](const P& p) { return p.GetValid() == 0; })},
+        {"SetLocked same", base, On<P>([](P& p) { p.SetLocked(false); }), 0, 0,
+         Is<P>([](const P& p) { return !p.IsLocked(); })},
+        {"SetLocked other", base, On<P>([](P& p) { p.SetLocked(true); }), 2, 1,
+         Is<P>([](const P& p) { return p.IsLocked(); })},
+        {"SetRepresentative other", base, On<P>([](P& p) { p.SetRepresentative(true); }), 0, 1,
+         Is<P>([](const P& p) { return p.IsRepresentative(); })},
+        {"SetDetailed same", base, On<P>([](P& p) { p.SetDetailed(false); }), 2, 2,
+         Is<P>([](const P& p) { return !p.IsDetailed(); })},
+        {"SetDetailed other", base, On<P>([](P& p) { p.SetDetailed(true); }), 0, 1,
+         Is<P>([](const P& p) { return p.IsDetailed(); })},
+        {"SetOnFilter same", base, On<P>([](P& p) { p.SetOnFilter(true); }), 0, 0,
+         Is<P>([](const P& p) { return p.IsOnFilter(); })},
+        {"SetOnFilter other", base, On<P>([](P& p) { p.SetOnFilter(false); }), 0, 1,
+         Is<P>([](const P& p) { return !p.IsOnFilter(); })},
         // SetMatch turns matching on even when the value stays.
-        {"SetMatch same", base, On<P>([](P& p) { p.SetMatch(true); }), 2, 2, Is<P>([](const P& p) { return p.GetMatch() && p.IsMatchEnabled() && p.NeedsExactMatch(); })},
-        {"SetMatch other", base, On<P>([](P& p) { p.SetMatch(false); }), 0, 1, Is<P>([](const P& p) { return !p.GetMatch() && p.IsMatchEnabled() && !p.NeedsExactMatch(); })},
-        {"SetLinkable true again", linkable, On<P>([](P& p) { p.SetLinkable(true); }), 0, 1, Is<P>([](const P& p) { return p.IsLinkable(); })},
-        {"SetLinkable false", linkable, On<P>([](P& p) { p.SetLinkable(false); }), 0, 0, Is<P>([](const P& p) { return !p.IsLinkable(); })},
-        {"SetLinkable false again", base, On<P>([](P& p) { p.SetLinkable(false); }), 2, 2, Is<P>([](const P& p) { return !p.IsLinkable(); })},
+        {"SetMatch same", base, On<P>([](P& p) { p.SetMatch(true); }), 2, 2, Is<P>([](const P& p) {
+             return p.GetMatch() && p.IsMatchEnabled() && p.NeedsExactMatch();
+         })},
+        {"SetMatch other", base, On<P>([](P& p) { p.SetMatch(false); }), 0, 1,
+         Is<P>([](const P& p) {
+             return !p.GetMatch() && p.IsMatchEnabled() && !p.NeedsExactMatch();
+         })},
+        {"SetLinkable true again", linkable, On<P>([](P& p) { p.SetLinkable(true); }), 0, 1,
+         Is<P>([](const P& p) { return p.IsLinkable(); })},
+        {"SetLinkable false", linkable, On<P>([](P& p) { p.SetLinkable(false); }), 0, 0,
+         Is<P>([](const P& p) { return !p.IsLinkable(); })},
+        {"SetLinkable false again", base, On<P>([](P& p) { p.SetLinkable(false); }), 2, 2,
+         Is<P>([](const P& p) { return !p.IsLinkable(); })},
         // Values and limits of Int and Float: always changed.
-        {"Int SetValue same", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetValue(5); }), 0, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 5; })},
-        {"Int SetMinValue same", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetMinValue(0); }), 0, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetMinValue() == 0; })},
-        {"Int SetMaxValue", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetMaxValue(9); }), 2, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetMaxValue() == 9; })},
-        {"Pen SetValue same", New<ObParamPen>(1L, T("a"), 3L, short{0}), On<ObParamInt>([](ObParamInt& p) { p.SetValue(3); }), 0, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 3; })},
-        {"Color SetValue same", New<ObParamColor>(1L, T("a"), 3L), On<ObParamInt>([](ObParamInt& p) { p.SetValue(3); }), 0, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 3; })},
-        {"Lt SetMaxValue same", New<ObParamLt>(1L, T("a"), 3L, 0, 0), On<ObParamInt>([](ObParamInt& p) { p.SetMaxValue(9); }), 0, 1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetMaxValue() == 9; })},
-        {"Float SetValue same", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetValue(2.5); }), 0, 1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetValue() == 2.5; })},
-        {"Float SetMinValue", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetMinValue(0.0); }), 0, 1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetMinValue() == 0.0; })},
-        {"Float SetMaxValue", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetMaxValue(1.5); }), 0, 1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetMaxValue() == 1.5; })},
+        {"Int SetValue same", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetValue(5); }), 0, 1,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 5; })},
+        {"Int SetMinValue same", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetMinValue(0); }), 0,
+         1, Is<ObParamInt>([](const ObParamInt& p) { return p.GetMinValue() == 0; })},
+        {"Int SetMaxValue", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetMaxValue(9); }), 2, 1,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetMaxValue() == 9; })},
+        {"Pen SetValue same", New<ObParamPen>(1L, T("a"), 3L, short{0}),
+         On<ObParamInt>([](ObParamInt& p) { p.SetValue(3); }), 0, 1,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 3; })},
+        {"Color SetValue same", New<ObParamColor>(1L, T("a"), 3L),
+         On<ObParamInt>([](ObParamInt& p) { p.SetValue(3); }), 0, 1,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetValue() == 3; })},
+        {"Lt SetMaxValue same", New<ObParamLt>(1L, T("a"), 3L, 0, 0),
+         On<ObParamInt>([](ObParamInt& p) { p.SetMaxValue(9); }), 0, 1,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetMaxValue() == 9; })},
+        {"Float SetValue same", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetValue(2.5); }), 0,
+         1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetValue() == 2.5; })},
+        {"Float SetMinValue", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetMinValue(0.0); }), 0,
+         1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetMinValue() == 0.0; })},
+        {"Float SetMaxValue", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetMaxValue(1.5); }), 0,
+         1, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetMaxValue() == 1.5; })},
         // Store only.
-        {"SetChangeable", base, On<P>([](P& p) { p.SetChangeable(false); }), 0, 0, Is<P>([](const P& p) { return !p.GetChangeable(); })},
-        {"SetParamName", base, On<P>([](P& p) { p.SetParamName(T("b")); }), 0, 0, Is<P>([](const P& p) { return p.GetParamName() == T("b"); })},
-        {"SetSourceAttrName", base, On<P>([](P& p) { p.SetSourceAttrName(T("src")); }), 0, 0, Is<P>([](const P& p) { return p.HasSourceAttrName(); })},
-        {"Int SetValidBorders", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetValidBorders(3); }), 0, 0, Is<ObParamInt>([](const ObParamInt& p) { return p.GetValidBorders() == 3; })},
-        {"Int SetInputStyle", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetInputStyle(4); }), 0, 0, Is<ObParamInt>([](const ObParamInt& p) { return p.GetInputStyle() == 4; })},
-        {"Int SetUnit", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetUnit(T("St")); }), 0, 0, Is<ObParamInt>([](const ObParamInt& p) { return p.GetUnit() == T("St"); })},
-        {"Float SetFloatingLength", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetFloatingLength(1); }), 0, 0, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetFloatingLength() == 1; })},
-        {"Float SetFillingZeros", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetFillingZeros(0); }), 0, 0, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetFillingZeros() == 0; })},
-        {"Float SetUnit", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetUnit(T("mm")); }), 2, 2, Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetUnit() == T("mm"); })},
-        {"Bool SetValue", New<ObParamBool>(1L, T("a"), 0), On<ObParamBool>([](ObParamBool& p) { p.SetValue(1); }), 0, 0, Is<ObParamBool>([](const ObParamBool& p) { return p.GetValue() == 1; })},
-        {"Ptr SetValue", New<ObParamPtr>(1L, T("a"), nullptr), On<ObParamPtr>([](ObParamPtr& p) { p.SetValue(&p); }), 0, 0, Is<ObParamPtr>([](const ObParamPtr& p) { return p.GetValue() == &p; })},
-        {"String SetValue", New<ObParamString>(1L, T("a"), T("x"), 5L), On<ObParamString>([](ObParamString& p) { p.SetValue(T("y")); }), 0, 0, Is<ObParamString>([](const ObParamString& p) { return p.GetValue() == T("y"); })},
-        {"String SetMaxLength(-3)", New<ObParamString>(1L, T("a"), T("x"), 5L), On<ObParamString>([](ObParamString& p) { p.SetMaxLength(-3); }), 0, 0, Is<ObParamString>([](const ObParamString& p) { return p.GetMaxLength() == 0; })},
+        {"SetChangeable", base, On<P>([](P& p) { p.SetChangeable(false); }), 0, 0,
+         Is<P>([](const P& p) { return !p.GetChangeable(); })},
+        {"SetParamName", base, On<P>([](P& p) { p.SetParamName(T("b")); }), 0, 0,
+         Is<P>([](const P& p) { return p.GetParamName() == T("b"); })},
+        {"SetSourceAttrName", base, On<P>([](P& p) { p.SetSourceAttrName(T("src")); }), 0, 0,
+         Is<P>([](const P& p) { return p.HasSourceAttrName(); })},
+        {"Int SetValidBorders", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetValidBorders(3); }),
+         0, 0, Is<ObParamInt>([](const ObParamInt& p) { return p.GetValidBorders() == 3; })},
+        {"Int SetInputStyle", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetInputStyle(4); }), 0,
+         0, Is<ObParamInt>([](const ObParamInt& p) { return p.GetInputStyle() == 4; })},
+        {"Int SetUnit", intOf5, On<ObParamInt>([](ObParamInt& p) { p.SetUnit(T("St")); }), 0, 0,
+         Is<ObParamInt>([](const ObParamInt& p) { return p.GetUnit() == T("St"); })},
+        {"Float SetFloatingLength", flt,
+         On<ObParamFloat>([](ObParamFloat& p) { p.SetFloatingLength(1); }), 0, 0,
+         Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetFloatingLength() == 1; })},
+        {"Float SetFillingZeros", flt,
+         On<ObParamFloat>([](ObParamFloat& p) { p.SetFillingZeros(0); }), 0, 0,
+         Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetFillingZeros() == 0; })},
+        {"Float SetUnit", flt, On<ObParamFloat>([](ObParamFloat& p) { p.SetUnit(T("mm")); }), 2, 2,
+         Is<ObParamFloat>([](const ObParamFloat& p) { return p.GetUnit() == T("mm"); })},
+        {"Bool SetValue", New<ObParamBool>(1L, T("a"), 0),
+         On<ObParamBool>([](ObParamBool& p) { p.SetValue(1); }), 0, 0,
+         Is<ObParamBool>([](const ObParamBool& p) { return p.GetValue() == 1; })},
+        {"Ptr SetValue", New<ObParamPtr>(1L, T("a"), nullptr),
+         On<ObParamPtr>([](ObParamPtr& p) { p.SetValue(&p); }), 0, 0,
+         Is<ObParamPtr>([](const ObParamPtr& p) { return p.GetValue() == &p; })},
+        {"String SetValue", New<ObParamString>(1L, T("a"), T("x"), 5L),
+         On<ObParamString>([](ObParamString& p) { p.SetValue(T("y")); }), 0, 0,
+         Is<ObParamString>([](const ObParamString& p) { return p.GetValue() == T("y"); })},
+        {"String SetMaxLength(-3)", New<ObParamString>(1L, T("a"), T("x"), 5L),
+         On<ObParamString>([](ObParamString& p) { p.SetMaxLength(-3); }), 0, 0,
+         Is<ObParamString>([](const ObParamString& p) { return p.GetMaxLength() == 0; })},
         // Option and material values compare first.
-        {"Option SetValue same", New<ObParamOption>(1L, T("a"), 1L), On<ObParamOption>([](ObParamOption& p) { p.SetValue(1); }), 0, 0, Is<ObParamOption>([](const ObParamOption& p) { return p.GetValue() == 1; })},
-        {"Option SetValue other", New<ObParamOption>(1L, T("a"), 1L), On<ObParamOption>([](ObParamOption& p) { p.SetValue(2); }), 0, 1, Is<ObParamOption>([](const ObParamOption& p) { return p.GetValue() == 2; })},
-        {"Material SetColor same", New<ObParamMaterial>(1L, T("a"), MatDbKey()), On<ObParamMaterial>([](ObParamMaterial& p) { p.SetColor(0); }), 0, 0, Is<ObParamMaterial>([](const ObParamMaterial& p) { return p.GetColor() == 0; })},
-        {"Material SetValue other", New<ObParamMaterial>(1L, T("a"), MatDbKey()), On<ObParamMaterial>([](ObParamMaterial& p) { p.SetValue(MatDbKey(1, 1)); }), 0, 1, Is<ObParamMaterial>([](const ObParamMaterial& p) { return p.GetValue() == MatDbKey(1, 1); })},
+        {"Option SetValue same", New<ObParamOption>(1L, T("a"), 1L),
+         On<ObParamOption>([](ObParamOption& p) { p.SetValue(1); }), 0, 0,
+         Is<ObParamOption>([](const ObParamOption& p) { return p.GetValue() == 1; })},
+        {"Option SetValue other", New<ObParamOption>(1L, T("a"), 1L),
+         On<ObParamOption>([](ObParamOption& p) { p.SetValue(2); }), 0, 1,
+         Is<ObParamOption>([](const ObParamOption& p) { return p.GetValue() == 2; })},
+        {"Material SetColor same", New<ObParamMaterial>(1L, T("a"), MatDbKey()),
+         On<ObParamMaterial>([](ObParamMaterial& p) { p.SetColor(0); }), 0, 0,
+         Is<ObParamMaterial>([](const ObParamMaterial& p) { return p.GetColor() == 0; })},
+        {"Material SetValue other", New<ObParamMaterial>(1L, T("a"), MatDbKey()),
+         On<ObParamMaterial>([](ObParamMaterial& p) { p.SetValue(MatDbKey(1, 1)); }), 0, 1,
+         Is<ObParamMaterial>(
+             [](const ObParamMaterial& p) { return p.GetValue() == MatDbKey(1, 1); })},
     };
     for (const ChangeRow& row : rows) {
         auto p = row.make();
@@ -193,27 +254,51 @@ TEST(Param, CompareToTable) {
         {"equal bases", New<ObParam>(1L, T("n")), New<ObParam>(1L, T("n")), 0},
         {"other id, same type", New<ObParam>(1L, T("n")), New<ObParam>(2L, T("n")), 129},
         {"other id, reversed", New<ObParam>(2L, T("n")), New<ObParam>(1L, T("n")), 129},
-        {"smaller type", New<ObParamInt>(1L, T("n"), 1L), New<ObParamFloat>(1L, T("n"), 1.0, T("")), 127},
-        {"larger type", New<ObParamFloat>(1L, T("n"), 1.0, T("")), New<ObParamInt>(1L, T("n"), 1L), 129},
+        {"smaller type", New<ObParamInt>(1L, T("n"), 1L), New<ObParamFloat>(1L, T("n"), 1.0, T("")),
+         127},
+        {"larger type", New<ObParamFloat>(1L, T("n"), 1.0, T("")), New<ObParamInt>(1L, T("n"), 1L),
+         129},
         {"other name", New<ObParamInt>(1L, T("a"), 1L), New<ObParamInt>(1L, T("b"), 1L), 129},
-        {"locked differs", With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetLocked(true); }), New<ObParamInt>(1L, T("n"), 1L), 129},
-        {"source name differs", With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetSourceAttrName(T("s")); }), New<ObParamInt>(1L, T("n"), 1L), 129},
-        {"detailed, state and commands do not count", With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetDetailed(true); p.SetState(0); p.CommandFlags().SetSave(true); }), New<ObParamInt>(1L, T("n"), 1L), 0},
-        {"other kind, same type code", With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetParamType(2); }), New<ObParamFloat>(1L, T("n"), 5.0, T("")), 0},
+        {"locked differs",
+         With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetLocked(true); }),
+         New<ObParamInt>(1L, T("n"), 1L), 129},
+        {"source name differs",
+         With<ObParam>(New<ObParamInt>(1L, T("n"), 1L),
+                       [](ObParam& p) { p.SetSourceAttrName(T("s")); }),
+         New<ObParamInt>(1L, T("n"), 1L), 129},
+        {"detailed, state and commands do not count",
+         With<ObParam>(New<ObParamInt>(1L, T("n"), 1L),
+                       [](ObParam& p) {
+                           p.SetDetailed(true);
+                           p.SetState(0);
+                           p.CommandFlags().SetSave(true);
+                       }),
+         New<ObParamInt>(1L, T("n"), 1L), 0},
+        {"other kind, same type code",
+         With<ObParam>(New<ObParamInt>(1L, T("n"), 1L), [](ObParam& p) { p.SetParamType(2); }),
+         New<ObParamFloat>(1L, T("n"), 5.0, T("")), 0},
         {"int less", New<ObParamInt>(1L, T("n"), 1L), New<ObParamInt>(1L, T("n"), 2L), -1},
         {"int greater", New<ObParamInt>(1L, T("n"), 2L), New<ObParamInt>(1L, T("n"), 1L), 1},
         {"int min against 1", New<ObParamInt>(1L, T("n"), lo), New<ObParamInt>(1L, T("n"), 1L), -1},
-        {"pen against colour", New<ObParamPen>(1L, T("n"), 1L, short{0}), New<ObParamColor>(1L, T("n"), 2L), 0},
-        {"pen less", New<ObParamPen>(1L, T("n"), 1L, short{0}), New<ObParamPen>(1L, T("n"), 2L, short{0}), -1},
-        {"pen wraps", New<ObParamPen>(1L, T("n"), lo, short{0}), New<ObParamPen>(1L, T("n"), 1L, short{0}), 1},
+        {"pen against colour", New<ObParamPen>(1L, T("n"), 1L, short{0}),
+         New<ObParamColor>(1L, T("n"), 2L), 0},
+        {"pen less", New<ObParamPen>(1L, T("n"), 1L, short{0}),
+         New<ObParamPen>(1L, T("n"), 2L, short{0}), -1},
+        {"pen wraps", New<ObParamPen>(1L, T("n"), lo, short{0}),
+         New<ObParamPen>(1L, T("n"), 1L, short{0}), 1},
         {"colour wraps", New<ObParamColor>(1L, T("n"), lo), New<ObParamColor>(1L, T("n"), 1L), 1},
-        {"lt wraps back", New<ObParamLt>(1L, T("n"), 1L, 0, 0), New<ObParamLt>(1L, T("n"), lo, 0, 0), -1},
+        {"lt wraps back", New<ObParamLt>(1L, T("n"), 1L, 0, 0),
+         New<ObParamLt>(1L, T("n"), lo, 0, 0), -1},
         {"lt equal", New<ObParamLt>(1L, T("n"), 4L, 0, 0), New<ObParamLt>(1L, T("n"), 4L, 1, 0), 0},
         {"bool less", New<ObParamBool>(1L, T("n"), 0), New<ObParamBool>(1L, T("n"), 1), -1},
-        {"bool greater", New<ObParamBool>(1L, T("n"), INT_MAX), New<ObParamBool>(1L, T("n"), -1), 1},
-        {"float within 1e-5", New<ObParamFloat>(1L, T("n"), 1.0, T("")), New<ObParamFloat>(1L, T("n"), 1.000009, T("")), 0},
-        {"float at 1e-5", New<ObParamFloat>(1L, T("n"), 1.0, T("")), New<ObParamFloat>(1L, T("n"), 1.00001, T("")), -1},
-        {"float above", New<ObParamFloat>(1L, T("n"), 1.00001, T("")), New<ObParamFloat>(1L, T("n"), 1.0, T("")), 1},
+        {"bool greater", New<ObParamBool>(1L, T("n"), INT_MAX), New<ObParamBool>(1L, T("n"), -1),
+         1},
+        {"float within 1e-5", New<ObParamFloat>(1L, T("n"), 1.0, T("")),
+         New<ObParamFloat>(1L, T("n"), 1.000009, T("")), 0},
+        {"float at 1e-5", New<ObParamFloat>(1L, T("n"), 1.0, T("")),
+         New<ObParamFloat>(1L, T("n"), 1.00001, T("")), -1},
+        {"float above", New<ObParamFloat>(1L, T("n"), 1.00001, T("")),
+         New<ObParamFloat>(1L, T("n"), 1.0, T("")), 1},
         {"string equal", str("abc"), str("abc"), 0},
         {"string less", str("abc"), str("abd"), -1},
         {"string greater", str("abd"), str("abc"), 1},
@@ -221,16 +306,25 @@ TEST(Param, CompareToTable) {
         {"string not contained, orders after", noMatch(str("zz")), str("abc"), 1},
         {"string not contained, orders before", noMatch(str("aa")), str("abc"), -1},
         {"string contained, exact needed", str("bc"), str("abcd"), 1},
-        {"button same caption", New<ObParamButton>(1L, T("n"), T("OK"), 2L), New<ObParamButton>(1L, T("n"), T("OK"), 9L), 0},
-        {"button other caption", New<ObParamButton>(1L, T("n"), T("A"), 2L), New<ObParamButton>(1L, T("n"), T("B"), 2L), 1},
-        {"button other caption, reversed", New<ObParamButton>(1L, T("n"), T("B"), 2L), New<ObParamButton>(1L, T("n"), T("A"), 2L), 1},
+        {"button same caption", New<ObParamButton>(1L, T("n"), T("OK"), 2L),
+         New<ObParamButton>(1L, T("n"), T("OK"), 9L), 0},
+        {"button other caption", New<ObParamButton>(1L, T("n"), T("A"), 2L),
+         New<ObParamButton>(1L, T("n"), T("B"), 2L), 1},
+        {"button other caption, reversed", New<ObParamButton>(1L, T("n"), T("B"), 2L),
+         New<ObParamButton>(1L, T("n"), T("A"), 2L), 1},
         {"ptr equal", New<ObParamPtr>(1L, T("n"), low), New<ObParamPtr>(1L, T("n"), low), 0},
         {"ptr lower", New<ObParamPtr>(1L, T("n"), low), New<ObParamPtr>(1L, T("n"), high), -1},
-        {"ptr higher gives 0", New<ObParamPtr>(1L, T("n"), high), New<ObParamPtr>(1L, T("n"), low), 0},
+        {"ptr higher gives 0", New<ObParamPtr>(1L, T("n"), high), New<ObParamPtr>(1L, T("n"), low),
+         0},
         {"section", New<ObParamSection>(1L, T("n")), New<ObParamSection>(1L, T("n")), 0},
-        {"option selection", New<ObParamOption>(1L, T("n"), 1L), New<ObParamOption>(1L, T("n"), 2L), -1},
-        {"material key first", New<ObParamMaterial>(1L, T("n"), MatDbKey(2, 1)), New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 9)), 1},
-        {"material colour next", With<ObParamMaterial>(New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 1)), [](ObParamMaterial& m) { m.SetColor(3); }), New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 1)), 1},
+        {"option selection", New<ObParamOption>(1L, T("n"), 1L), New<ObParamOption>(1L, T("n"), 2L),
+         -1},
+        {"material key first", New<ObParamMaterial>(1L, T("n"), MatDbKey(2, 1)),
+         New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 9)), 1},
+        {"material colour next",
+         With<ObParamMaterial>(New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 1)),
+                               [](ObParamMaterial& m) { m.SetColor(3); }),
+         New<ObParamMaterial>(1L, T("n"), MatDbKey(1, 1)), 1},
     };
     for (const CompareRow& row : rows) {
         auto a = row.a();
@@ -243,7 +337,7 @@ struct BorderRow {
     long borders;
     double min, max, candidate;
     int expected;
-    double safe;  // GetValueSafe with the candidate as value
+    double safe;          // GetValueSafe with the candidate as value
     const char* message;  // expected bytes, or null for untouched
 };
 
@@ -340,9 +434,12 @@ TEST(Param, EqualityAssignmentAndOwnership) {
 
     // Equality fields one by one.
     const std::vector<std::function<void(ObParam&)>> differences = {
-        [](ObParam& p) { p.SetParamID(3); },       [](ObParam& p) { p.SetParamName(T("x")); },
-        [](ObParam& p) { p.SetParamType(4); },     [](ObParam& p) { p.SetAttrSubType(1); },
-        [](ObParam& p) { p.SetValid(0); },         [](ObParam& p) { p.SetLocked(true); },
+        [](ObParam& p) { p.SetParamID(3); },
+        [](ObParam& p) { p.SetParamName(T("x")); },
+        [](ObParam& p) { p.SetParamType(4); },
+        [](ObParam& p) { p.SetAttrSubType(1); },
+        [](ObParam& p) { p.SetValid(0); },
+        [](ObParam& p) { p.SetLocked(true); },
         [](ObParam& p) { p.SetRepresentative(true); },
         [](ObParam& p) { p.SetSourceAttrName(T("s")); }};
     for (size_t i = 0; i < differences.size(); ++i) {
@@ -357,7 +454,8 @@ TEST(Param, TextsKeepTheirEncodingAndCodePageZeroIsTheUsers) {
     ObParamString p(1, utf16, utf16, 0);
     EXPECT_TRUE(p.GetParamName().isUtf16EncodingType());
     EXPECT_EQ(p.GetValue().GetUtf16String(), u"Wärmedämmung");
-    const UtCString noPage("Dicke", static_cast<eUtEncodingType>(0), static_cast<eUtEncodingType>(0));
+    const UtCString noPage("Dicke", static_cast<eUtEncodingType>(0),
+                           static_cast<eUtEncodingType>(0));
     ASSERT_EQ(noPage.encodingType(), 0);
     ObParamFloat f(2, noPage, 1.0, noPage);
     EXPECT_EQ(f.GetParamName().encodingType(), UtCString::systemEncodingType());
@@ -490,7 +588,9 @@ struct Record : CParam {
     Record() { ++live; }
     ~Record() override { --live; }
     CParam* NewInstance() const override { return new Record; }
-    void Assign(const CParam& other) override { payload = dynamic_cast<const Record&>(other).payload; }
+    void Assign(const CParam& other) override {
+        payload = dynamic_cast<const Record&>(other).payload;
+    }
 };
 
 TEST(Param, RecordsAndTheParameterList) {
