@@ -223,24 +223,26 @@ int ObParam::DelConditionMaterial(ObParam* watched, long op, long color, long tr
 
 // ---- kind-blind readers ----
 
+namespace {
+// read(*kind) when self is of kind K, else the neutral value.
+template <typename K, typename R, typename F>
+R ReadAs(const ObParam* self, R neutral, F read) {
+    const K* p = dynamic_cast<const K*>(self);
+    return p != nullptr ? static_cast<R>(read(*p)) : neutral;
+}
+}  // namespace
+
 long ObParam::GetValueInt() const {
-    const auto* p = dynamic_cast<const ObParamInt*>(this);
-    return p != nullptr ? p->GetValue() : 0;
+    return ReadAs<ObParamInt>(this, 0L, [](const ObParamInt& p) { return p.GetValue(); });
 }
-
 long ObParam::GetValueSafeInt() const {
-    const auto* p = dynamic_cast<const ObParamInt*>(this);
-    return p != nullptr ? p->GetValueSafe() : 0;
+    return ReadAs<ObParamInt>(this, 0L, [](const ObParamInt& p) { return p.GetValueSafe(); });
 }
-
 double ObParam::GetValueFloat() const {
-    const auto* p = dynamic_cast<const ObParamFloat*>(this);
-    return p != nullptr ? p->GetValue() : 0.0;
+    return ReadAs<ObParamFloat>(this, 0.0, [](const ObParamFloat& p) { return p.GetValue(); });
 }
-
 double ObParam::GetValueSafeFloat() const {
-    const auto* p = dynamic_cast<const ObParamFloat*>(this);
-    return p != nullptr ? p->GetValueSafe() : 0.0;
+    return ReadAs<ObParamFloat>(this, 0.0, [](const ObParamFloat& p) { return p.GetValueSafe(); });
 }
 
 const UtCString& ObParam::GetValueString() const {
@@ -250,23 +252,17 @@ const UtCString& ObParam::GetValueString() const {
 }
 
 bool ObParam::GetValueBool() const {
-    const auto* p = dynamic_cast<const ObParamBool*>(this);
-    return p != nullptr && p->GetValue() != 0;
+    return ReadAs<ObParamBool>(this, false, [](const ObParamBool& p) { return p.GetValue() != 0; });
 }
-
 long ObParam::GetValueSelection() const {
-    const auto* p = dynamic_cast<const ObParamOption*>(this);
-    return p != nullptr ? p->GetValue() : 0;
+    return ReadAs<ObParamOption>(this, 0L, [](const ObParamOption& p) { return p.GetValue(); });
 }
-
 long ObParam::GetValueSelectionId() const {
-    const auto* p = dynamic_cast<const ObParamOption*>(this);
-    return p != nullptr ? p->GetSelectedId() : 0;
+    return ReadAs<ObParamOption>(this, 0L,
+                                 [](const ObParamOption& p) { return p.GetSelectedId(); });
 }
-
 long ObParam::GetValuePen() const {
-    const auto* p = dynamic_cast<const ObParamPen*>(this);
-    return p != nullptr ? p->GetValue() : 0;
+    return ReadAs<ObParamPen>(this, 0L, [](const ObParamPen& p) { return p.GetValue(); });
 }
 
 long ObParam::GetValueColor() const {
@@ -276,26 +272,21 @@ long ObParam::GetValueColor() const {
 }
 
 long ObParam::GetValueLt() const {
-    const auto* p = dynamic_cast<const ObParamLt*>(this);
-    return p != nullptr ? p->GetValue() : 0;
+    return ReadAs<ObParamLt>(this, 0L, [](const ObParamLt& p) { return p.GetValue(); });
 }
-
 long ObParam::GetValueTransparency() const {
-    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
-    return p != nullptr ? p->GetTransparency() : 0;
+    return ReadAs<ObParamMaterial>(this, 0L,
+                                   [](const ObParamMaterial& p) { return p.GetTransparency(); });
 }
-
 int ObParam::GetValueTranspValid() const {
-    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
-    return p != nullptr ? p->GetTranspValid() : 0;
+    return ReadAs<ObParamMaterial>(this, 0,
+                                   [](const ObParamMaterial& p) { return p.GetTranspValid(); });
 }
-
 bool ObParam::GetValueUseMaterial() const {
-    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
-    return p != nullptr && p->GetUseMaterial();
+    return ReadAs<ObParamMaterial>(this, false,
+                                   [](const ObParamMaterial& p) { return p.GetUseMaterial(); });
 }
-
 MatDbKey ObParam::GetValueMaterialKey() const {
-    const auto* p = dynamic_cast<const ObParamMaterial*>(this);
-    return p != nullptr ? p->GetValue() : MatDbKey();
+    return ReadAs<ObParamMaterial>(this, MatDbKey(),
+                                   [](const ObParamMaterial& p) { return p.GetValue(); });
 }

@@ -407,9 +407,7 @@ int ObParamPen::CompareTo(const ObParam& other) const {
 
 ObParamPen& ObParamPen::operator=(const ObParamPen& other) {
     ObParamInt::operator=(other);
-    filled_ = other.filled_;
-    enabledNoColor_ = other.enabledNoColor_;
-    enabledBackColor_ = other.enabledBackColor_;
+    flags_ = other.flags_;
     colorPaletteType_ = other.colorPaletteType_;
     return *this;
 }
@@ -438,9 +436,7 @@ int ObParamColor::CompareTo(const ObParam& other) const {
 
 ObParamColor& ObParamColor::operator=(const ObParamColor& other) {
     ObParamInt::operator=(other);
-    filled_ = other.filled_;
-    enabledNoColor_ = other.enabledNoColor_;
-    enabledBackColor_ = other.enabledBackColor_;
+    flags_ = other.flags_;
     return *this;
 }
 

@@ -226,6 +226,13 @@ class KBASE_API ObParamSection : public ObParam {
     ObParamSection& operator=(const ObParamSection& other);
 };
 
+// How the dialog offers a pen or colour: filled, "no colour" and "background colour" allowed.
+struct ObColorDisplayFlags {
+    int filled = 0;
+    int enabledNoColor = 0;
+    int enabledBackColor = 0;
+};
+
 // A pen number with its display flags.
 class KBASE_API ObParamPen : public ObParamInt {
   public:
@@ -237,19 +244,17 @@ class KBASE_API ObParamPen : public ObParamInt {
     int CompareTo(const ObParam& other) const override;
     ObParamPen& operator=(const ObParamPen& other);  // the flags are copied even onto itself
 
-    int GetFilled() const { return filled_; }
-    void SetFilled(int filled) { filled_ = filled; }
-    int IsEnabledNoColor() const { return enabledNoColor_; }
-    void SetEnabledNoColor(int on) { enabledNoColor_ = on; }
-    int IsEnabledBackColor() const { return enabledBackColor_; }
-    void SetEnabledBackColor(int on) { enabledBackColor_ = on; }
+    int GetFilled() const { return flags_.filled; }
+    void SetFilled(int filled) { flags_.filled = filled; }
+    int IsEnabledNoColor() const { return flags_.enabledNoColor; }
+    void SetEnabledNoColor(int on) { flags_.enabledNoColor = on; }
+    int IsEnabledBackColor() const { return flags_.enabledBackColor; }
+    void SetEnabledBackColor(int on) { flags_.enabledBackColor = on; }
     short ColorPaletteType() const { return colorPaletteType_; }
     void SetColorPaletteType(short type) { colorPaletteType_ = type; }
 
   private:
-    int filled_ = 0;
-    int enabledNoColor_ = 0;
-    int enabledBackColor_ = 0;
+    ObColorDisplayFlags flags_;
     int16_t colorPaletteType_ = 0;
 };
 
@@ -264,17 +269,15 @@ class KBASE_API ObParamColor : public ObParamInt {
     int CompareTo(const ObParam& other) const override;
     ObParamColor& operator=(const ObParamColor& other);  // the flags are copied even onto itself
 
-    int GetFilled() const { return filled_; }
-    void SetFilled(int filled) { filled_ = filled; }
-    int IsEnabledNoColor() const { return enabledNoColor_; }
-    void SetEnabledNoColor(int on) { enabledNoColor_ = on; }
-    int IsEnabledBackColor() const { return enabledBackColor_; }
-    void SetEnabledBackColor(int on) { enabledBackColor_ = on; }
+    int GetFilled() const { return flags_.filled; }
+    void SetFilled(int filled) { flags_.filled = filled; }
+    int IsEnabledNoColor() const { return flags_.enabledNoColor; }
+    void SetEnabledNoColor(int on) { flags_.enabledNoColor = on; }
+    int IsEnabledBackColor() const { return flags_.enabledBackColor; }
+    void SetEnabledBackColor(int on) { flags_.enabledBackColor = on; }
 
   private:
-    int filled_ = 0;
-    int enabledNoColor_ = 0;
-    int enabledBackColor_ = 0;
+    ObColorDisplayFlags flags_;
 };
 
 // A line type number.
