@@ -147,10 +147,13 @@ void ObParam::SetCondListType(long joinType) {
 
 namespace {
 
-// The add operations: a null watched parameter is refused before anything is built.
-int AddTo(ObCondList*& list, ObCondition* cond) {
+// The add operations: a null watched parameter is refused before anything is built; the first
+// condition creates an OR list.
+template <typename Make>
+int AddTo(ObCondList*& list, const ObParam* watched, Make make) {
+    if (watched == nullptr) return kObParamNullArgument;
     if (list == nullptr) list = new ObCondList(ObCondList::kOr);
-    return list->AddCond(cond);
+    return list->AddCond(make());
 }
 
 int DelFrom(ObCondList* list, const ObCondition& probe) {
@@ -173,30 +176,27 @@ ObConditionMaterial MaterialProbe(ObParam* watched, long op, long color, long tr
 }  // namespace
 
 int ObParam::AddConditionInt(ObParam* watched, long op, long value) {
-    if (watched == nullptr) return kObParamNullArgument;
-    return AddTo(condList_, new ObConditionInt(watched, op, value));
+    return AddTo(condList_, watched, [&] { return new ObConditionInt(watched, op, value); });
 }
 
 int ObParam::AddConditionFloat(ObParam* watched, long op, double value) {
-    if (watched == nullptr) return kObParamNullArgument;
-    return AddTo(condList_, new ObConditionFloat(watched, op, value));
+    return AddTo(condList_, watched, [&] { return new ObConditionFloat(watched, op, value); });
 }
 
 int ObParam::AddConditionString(ObParam* watched, long op, const UtCString& value, long) {
-    if (watched == nullptr) return kObParamNullArgument;
-    return AddTo(condList_, new ObConditionString(watched, op, value));
+    return AddTo(condList_, watched, [&] { return new ObConditionString(watched, op, value); });
 }
 
 int ObParam::AddConditionPtr(ObParam* watched, long op, void* value) {
-    if (watched == nullptr) return kObParamNullArgument;
-    return AddTo(condList_, new ObConditionPtr(watched, op, value));
+    return AddTo(condList_, watched, [&] { return new ObConditionPtr(watched, op, value); });
 }
 
 int ObParam::AddConditionMaterial(ObParam* watched, long op, long color, long transparency,
                                   int transpValid, const MatDbKey& key, bool useMaterial) {
-    if (watched == nullptr) return kObParamNullArgument;
-    return AddTo(condList_, new ObConditionMaterial(MaterialProbe(watched, op, color, transparency,
-                                                                  transpValid, key, useMaterial)));
+    return AddTo(condList_, watched, [&] {
+        return new ObConditionMaterial(
+            MaterialProbe(watched, op, color, transparency, transpValid, key, useMaterial));
+    });
 }
 
 int ObParam::DelConditionInt(ObParam* watched, long op, long value) {
