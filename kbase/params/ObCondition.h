@@ -16,11 +16,13 @@
 // The type code decides; a parameter whose class does not hold that kind of value (a type code
 // changed with SetParamType) counts as another type. A null watched parameter makes every kind
 // false. An unknown operator makes a condition false, except in the two "true whatever the
-// operator" rows above, which hold for unknown operators too. Reals are compared exactly; texts are
-// equal when lengths and contents are, and otherwise ordered by UtCString::CompareTo.
-// Material: equal when colour, transparency, key and use-material flag all equal the desired ones;
-// not equal is its negation; for less and greater the use-material flags must be equal (else
-// false), and then the keys are ordered when the desired flag is set, otherwise the colours.
+// operator" rows above: where the two rules meet, the evaluation by type wins, so a string or
+// material condition on another type is true for an unknown operator too. Reals are compared
+// exactly; texts are equal when lengths and contents are, and otherwise ordered by
+// UtCString::CompareTo. Material: equal when colour, transparency, key and use-material flag all
+// equal the desired ones; not equal is its negation; for less and greater the use-material flags
+// must be equal (else false), and then the keys are ordered when the desired flag is set, otherwise
+// the colours.
 //
 // ObCondList owns its conditions in a doubly linked list and joins them with AND (0) or OR (1):
 // ConditionsFulfilled walks from the first and stops as soon as the result is settled; an empty AND

@@ -214,7 +214,7 @@ class KBASE_API ObParam {
     int AddConditionMaterial(ObParam* watched, long op, long color, long transparency,
                              int transpValid, const MatDbKey& key, bool useMaterial);
     // Remove the equal condition: 0, 1005 when there is none or no list, 3011 for a null watched
-    // parameter. A list that becomes empty stays attached.
+    // parameter (checked first). A list that becomes empty stays attached.
     int DelConditionInt(ObParam* watched, long op, long value);
     int DelConditionFloat(ObParam* watched, long op, double value);
     int DelConditionString(ObParam* watched, long op, const UtCString& value);
