@@ -100,22 +100,6 @@ void ObParam::SetSourceAttrName(const UtCString& name) {
     StoreText(sourceAttrName_, name);
 }
 
-void ObParam::SetValid(long valid) {
-    StoreIfDifferent(valid_, valid);
-}
-void ObParam::SetLocked(bool locked) {
-    StoreIfDifferent(locked_, locked);
-}
-void ObParam::SetRepresentative(bool r) {
-    StoreIfDifferent(representative_, r);
-}
-void ObParam::SetDetailed(bool detailed) {
-    StoreIfDifferent(detailed_, detailed);
-}
-void ObParam::SetOnFilter(bool onFilter) {
-    StoreIfDifferent(onFilter_, onFilter);
-}
-
 void ObParam::SetMatch(bool match) {
     matchEnabled_ = true;  // on every call, also when the value stays
     StoreIfDifferent(match_, match);

@@ -168,20 +168,20 @@ class KBASE_API ObParam {
     const Commands& CommandFlags() const { return commands_; }
 
     // ---- flags that mark the parameter as changed (see the header's opening) ----
-    void SetValid(long valid);
+    void SetValid(long valid) { StoreIfDifferent(valid_, valid); }
     bool IsLocked() const { return locked_; }
-    void SetLocked(bool locked);
+    void SetLocked(bool locked) { StoreIfDifferent(locked_, locked); }
     bool IsRepresentative() const { return representative_; }
-    void SetRepresentative(bool representative);
+    void SetRepresentative(bool r) { StoreIfDifferent(representative_, r); }
     bool IsDetailed() const { return detailed_; }
-    void SetDetailed(bool detailed);
+    void SetDetailed(bool detailed) { StoreIfDifferent(detailed_, detailed); }
     bool IsLinkable() const { return linkable_; }
     void SetLinkable(bool linkable);
     bool GetMatch() const { return match_; }
     void SetMatch(bool match);
     bool IsMatchEnabled() const { return matchEnabled_; }
     bool IsOnFilter() const { return onFilter_; }
-    void SetOnFilter(bool onFilter);
+    void SetOnFilter(bool onFilter) { StoreIfDifferent(onFilter_, onFilter); }
 
     // ---- derived predicates ----
     bool IsChanged() const { return state_ == kStateChanged; }

@@ -44,19 +44,3 @@ ObParamMaterial& ObParamMaterial::operator=(const ObParamMaterial& other) {
     key_ = other.key_;
     return *this;
 }
-
-void ObParamMaterial::SetValue(const MatDbKey& key) {
-    StoreIfDifferent(key_, key);
-}
-void ObParamMaterial::SetColor(long color) {
-    StoreIfDifferent(color_, color);
-}
-void ObParamMaterial::SetTransparency(long t) {
-    StoreIfDifferent(transparency_, t);
-}
-void ObParamMaterial::SetTranspValid(int valid) {
-    StoreIfDifferent(transpValid_, valid);
-}
-void ObParamMaterial::SetUseMaterial(bool use) {
-    StoreIfDifferent(useMaterial_, use);
-}

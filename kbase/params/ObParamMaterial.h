@@ -21,15 +21,15 @@ class KBASE_API ObParamMaterial : public ObParam {
     ObParamMaterial& operator=(const ObParamMaterial& other);
 
     const MatDbKey& GetValue() const { return key_; }
-    void SetValue(const MatDbKey& key);
+    void SetValue(const MatDbKey& key) { StoreIfDifferent(key_, key); }
     long GetColor() const { return color_; }
-    void SetColor(long color);
+    void SetColor(long color) { StoreIfDifferent(color_, color); }
     long GetTransparency() const { return transparency_; }
-    void SetTransparency(long transparency);
+    void SetTransparency(long t) { StoreIfDifferent(transparency_, t); }
     int GetTranspValid() const { return transpValid_; }
-    void SetTranspValid(int valid);
+    void SetTranspValid(int valid) { StoreIfDifferent(transpValid_, valid); }
     bool GetUseMaterial() const { return useMaterial_; }
-    void SetUseMaterial(bool use);
+    void SetUseMaterial(bool use) { StoreIfDifferent(useMaterial_, use); }
 
   private:
     int32_t color_ = 0;
