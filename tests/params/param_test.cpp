@@ -56,7 +56,8 @@ std::vector<std::pair<Make, long>> AllKinds() {
 TEST(Param, TypeCodesDefaultsAndClones) {
     for (const auto& [make, type] : AllKinds()) {
         auto p = make();
-        SCOPED_TRACE(typeid(*p).name());
+        const ObParam& original = *p;
+        SCOPED_TRACE(typeid(original).name());
         EXPECT_EQ(p->GetParamType(), type);
         EXPECT_EQ(p->IsSection(), type == 10);
         EXPECT_EQ(p->GetState(), ObParam::kStateCreated);
@@ -70,7 +71,8 @@ TEST(Param, TypeCodesDefaultsAndClones) {
         EXPECT_EQ(p->GetCondListType(), -1);
         EXPECT_FALSE(p->HasCommands() || p->HasSourceAttrName());
         std::unique_ptr<ObParam> c(p->Clone());
-        EXPECT_EQ(typeid(*c), typeid(*p));
+        const ObParam& clone = *c;
+        EXPECT_EQ(typeid(clone), typeid(original));
         EXPECT_TRUE(*c == *p);
         EXPECT_EQ(c->CompareTo(*p), 0);
     }
