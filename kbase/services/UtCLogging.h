@@ -19,7 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
-#include <vector>
+#include <deque>
 
 #include "basert/xdr.h"
 #include "kbase/export.h"
@@ -67,7 +67,8 @@ private:
     const char* GetTime();
     void ShowMsg(const UtCString& msg, const UtCString& title) const;
 
-    std::vector<UtCString> records_;
+    // A deque: records are never moved once made (a moved UtCString allocates an empty buffer).
+    std::deque<UtCString> records_;
     UtCString path_;
     // Time cache and a scratch buffer for records; not carried by copies.
     int64_t timeSecond_ = INT64_MIN;

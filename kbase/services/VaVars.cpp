@@ -364,16 +364,34 @@ bool VaVars::ReplaceAll(char* text, short size) {
     if (std::strchr(text, '$') == nullptr) return true;
     const bool protocol = protocol_ != nullptr && g_protocolSubstitutions;
     const std::string input = protocol ? text : std::string();
+    // Where the text holds a '$': a key "$name" occurs exactly where one of them is followed by
+    // name, so each variable is compared there instead of searched for in the whole text.
+    std::vector<const char*> dollars;
+    auto findDollars = [&dollars, text] {
+        dollars.clear();
+        for (const char* d = std::strchr(text, '$'); d != nullptr; d = std::strchr(d + 1, '$')) dollars.push_back(d + 1);
+    };
+    auto occurs = [&dollars](const char* name, size_t n) {
+        for (const char* d : dollars) {
+            if (std::strncmp(d, name, n) == 0) return true;
+        }
+        return false;
+    };
     std::string key;
     bool replaced = true;
     while (replaced) {
         replaced = false;
+        findDollars();
         short i = 0;
-        for (VaVariable* v = list_.First(i); v != nullptr; v = list_.Next(i)) {
+        for (VaVariable* v = list_.First(i); v != nullptr && !dollars.empty(); v = list_.Next(i)) {
+            const char* name = v->Name();
+            if (!occurs(name, std::strlen(name))) continue;
             key.assign(1, '$');
-            key += v->Name();
-            if (std::strstr(text, key.c_str()) == nullptr) continue;
-            if (UtSubstSubStr(text, key.c_str(), v->Print().c_str(), size) > 0) replaced = true;
+            key += name;
+            if (UtSubstSubStr(text, key.c_str(), v->Print().c_str(), size) > 0) {
+                replaced = true;
+                findDollars();
+            }
         }
     }
     if (protocol) Line("Variables: substitute '", input.c_str(), "' to '", text, "'");
@@ -385,16 +403,32 @@ VaReplaceResult VaVars::ReplaceAllLimited(std::string& text, int maxPasses, size
     if (text.find('$') == std::string::npos) return VaReplaceResult::kDone;
     const bool protocol = protocol_ != nullptr && g_protocolSubstitutions;
     const std::string input = protocol ? text : std::string();
+    std::vector<size_t> dollars;  // offsets just behind each '$' (see ReplaceAll)
+    auto findDollars = [&dollars, &text] {
+        dollars.clear();
+        for (size_t d = text.find('$'); d != std::string::npos; d = text.find('$', d + 1)) dollars.push_back(d + 1);
+    };
+    auto occurs = [&dollars, &text](const char* name, size_t n) {
+        for (size_t d : dollars) {
+            if (text.compare(d, n, name, n) == 0) return true;
+        }
+        return false;
+    };
     std::string key;
     for (int pass = 0;; ++pass) {
         const VaVariable* first = nullptr;
+        findDollars();
         short i = 0;
-        for (VaVariable* v = list_.First(i); v != nullptr; v = list_.Next(i)) {
+        for (VaVariable* v = list_.First(i); v != nullptr && !dollars.empty(); v = list_.Next(i)) {
+            const char* name = v->Name();
+            if (!occurs(name, std::strlen(name))) continue;
             key.assign(1, '$');
-            key += v->Name();
-            if (text.find(key) == std::string::npos) continue;
+            key += name;
             bool tooLong = false;
-            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0 && first == nullptr) first = v;
+            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0) {
+                if (first == nullptr) first = v;
+                findDollars();
+            }
             if (tooLong) {
                 if (culprit != nullptr) *culprit = v->Name();
                 return VaReplaceResult::kTooLong;
