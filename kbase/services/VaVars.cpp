@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <type_traits>
+#include <unordered_map>
 
 #include "basert/files.h"
 #include "basert/memory.h"
@@ -62,6 +64,51 @@ size_t ReplaceIn(std::string& text, const std::string& key, const std::string& v
 }
 
 }  // namespace
+
+namespace kbase_services_internal {
+
+// Finds, for a substitution, the variables whose keys occur in a text. A key "$name" occurs
+// exactly where a '$' is followed by name, so the text is looked at only behind its '$' signs,
+// once per name length, instead of being searched once per variable.
+class KeyFinder {
+public:
+    explicit KeyFinder(const VaList& list) : count_(list.No()) {
+        short i = 0;
+        for (VaVariable* v = list.First(i); v != nullptr; v = list.Next(i)) {
+            const std::string_view name(v->Name());
+            vars_.push_back(v);
+            names_.emplace(name, i);  // names are unique in a VaVars
+            if (std::find(lengths_.begin(), lengths_.end(), name.size()) == lengths_.end()) {
+                lengths_.push_back(name.size());
+            }
+        }
+    }
+    // The position of the first variable, from position from on in list order, whose key occurs
+    // in text; -1 when there is none.
+    short Next(std::string_view text, short from) const {
+        short best = -1;
+        for (size_t d = text.find('$'); d != std::string_view::npos; d = text.find('$', d + 1)) {
+            for (size_t n : lengths_) {
+                if (d + 1 + n > text.size()) continue;
+                const auto it = names_.find(text.substr(d + 1, n));
+                if (it != names_.end() && it->second >= from && (best < 0 || it->second < best)) best = it->second;
+            }
+        }
+        return best;
+    }
+    VaVariable* Variable(short i) const { return vars_[static_cast<size_t>(i)]; }
+    short Count() const { return count_; }
+
+private:
+    short count_;
+    std::vector<VaVariable*> vars_;
+    std::unordered_map<std::string_view, short> names_;
+    std::vector<size_t> lengths_;
+};
+
+}  // namespace kbase_services_internal
+
+using kbase_services_internal::KeyFinder;
 
 void VaSetProtocolSubstitutions(bool on) { g_protocolSubstitutions = on; }
 bool VaProtocolSubstitutions() { return g_protocolSubstitutions; }
@@ -185,7 +232,14 @@ VaVariable* VaList::Search(int (*match)(const VaVariable*)) const {
 
 // ---- VaVars -----------------------------------------------------------------------------------
 
+VaVars::VaVars() = default;
 VaVars::~VaVars() { list_.DeleteAll(); }
+
+const KeyFinder& VaVars::Keys() {
+    // Variables are only ever added (Unset keeps them), so the count tells whether the list changed.
+    if (keys_ == nullptr || keys_->Count() != list_.No()) keys_ = std::make_unique<KeyFinder>(list_);
+    return *keys_;
+}
 
 VaVariable* VaVars::Find(const char* name) const {
     if (name == nullptr) return nullptr;
@@ -364,34 +418,17 @@ bool VaVars::ReplaceAll(char* text, short size) {
     if (std::strchr(text, '$') == nullptr) return true;
     const bool protocol = protocol_ != nullptr && g_protocolSubstitutions;
     const std::string input = protocol ? text : std::string();
-    // Where the text holds a '$': a key "$name" occurs exactly where one of them is followed by
-    // name, so each variable is compared there instead of searched for in the whole text.
-    std::vector<const char*> dollars;
-    auto findDollars = [&dollars, text] {
-        dollars.clear();
-        for (const char* d = std::strchr(text, '$'); d != nullptr; d = std::strchr(d + 1, '$')) dollars.push_back(d + 1);
-    };
-    auto occurs = [&dollars](const char* name, size_t n) {
-        for (const char* d : dollars) {
-            if (std::strncmp(d, name, n) == 0) return true;
-        }
-        return false;
-    };
+    const KeyFinder& keys = Keys();
     std::string key;
     bool replaced = true;
     while (replaced) {
+        // One pass: every variable in list order whose key occurs in the text as it is by then.
         replaced = false;
-        findDollars();
-        short i = 0;
-        for (VaVariable* v = list_.First(i); v != nullptr && !dollars.empty(); v = list_.Next(i)) {
-            const char* name = v->Name();
-            if (!occurs(name, std::strlen(name))) continue;
+        for (short i = keys.Next(text, 0); i >= 0; i = keys.Next(text, static_cast<short>(i + 1))) {
+            const VaVariable* v = keys.Variable(i);
             key.assign(1, '$');
-            key += name;
-            if (UtSubstSubStr(text, key.c_str(), v->Print().c_str(), size) > 0) {
-                replaced = true;
-                findDollars();
-            }
+            key += v->Name();
+            if (UtSubstSubStr(text, key.c_str(), v->Print().c_str(), size) > 0) replaced = true;
         }
     }
     if (protocol) Line("Variables: substitute '", input.c_str(), "' to '", text, "'");
@@ -403,32 +440,16 @@ VaReplaceResult VaVars::ReplaceAllLimited(std::string& text, int maxPasses, size
     if (text.find('$') == std::string::npos) return VaReplaceResult::kDone;
     const bool protocol = protocol_ != nullptr && g_protocolSubstitutions;
     const std::string input = protocol ? text : std::string();
-    std::vector<size_t> dollars;  // offsets just behind each '$' (see ReplaceAll)
-    auto findDollars = [&dollars, &text] {
-        dollars.clear();
-        for (size_t d = text.find('$'); d != std::string::npos; d = text.find('$', d + 1)) dollars.push_back(d + 1);
-    };
-    auto occurs = [&dollars, &text](const char* name, size_t n) {
-        for (size_t d : dollars) {
-            if (text.compare(d, n, name, n) == 0) return true;
-        }
-        return false;
-    };
+    const KeyFinder& keys = Keys();
     std::string key;
     for (int pass = 0;; ++pass) {
         const VaVariable* first = nullptr;
-        findDollars();
-        short i = 0;
-        for (VaVariable* v = list_.First(i); v != nullptr && !dollars.empty(); v = list_.Next(i)) {
-            const char* name = v->Name();
-            if (!occurs(name, std::strlen(name))) continue;
+        for (short i = keys.Next(text, 0); i >= 0; i = keys.Next(text, static_cast<short>(i + 1))) {
+            const VaVariable* v = keys.Variable(i);
             key.assign(1, '$');
-            key += name;
+            key += v->Name();
             bool tooLong = false;
-            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0) {
-                if (first == nullptr) first = v;
-                findDollars();
-            }
+            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0 && first == nullptr) first = v;
             if (tooLong) {
                 if (culprit != nullptr) *culprit = v->Name();
                 return VaReplaceResult::kTooLong;

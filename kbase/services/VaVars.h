@@ -34,11 +34,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "kbase/export.h"
 #include "kbase/services/PrProtocol.h"
+
+namespace kbase_services_internal {
+class KeyFinder;
+}
 
 enum eVaType : short {
     eVaNone = 0,
@@ -158,7 +163,7 @@ enum class VaReplaceResult { kDone, kPassLimit, kTooLong };
 
 class KBASE_API VaVars {
 public:
-    VaVars() = default;
+    VaVars();
     VaVars(const VaVars&) = delete;
     VaVars& operator=(const VaVars&) = delete;
     virtual ~VaVars();
@@ -228,6 +233,10 @@ private:
     void Line(const char* a, const char* b = nullptr, const char* c = nullptr,
               const char* d = nullptr, const char* e = nullptr);
 
+    // The names behind the keys, for substitution; rebuilt when a variable was added.
+    const kbase_services_internal::KeyFinder& Keys();
+
     VaList list_;  // owned variables
     PrProtocol* protocol_ = nullptr;
+    std::unique_ptr<kbase_services_internal::KeyFinder> keys_;
 };
