@@ -27,6 +27,13 @@ const char* Bytes(const UtCString& s) {
     return s.isUtf8EncodingType() ? s.stringSkipBOM() : s.ptr();
 }
 
+bool IsAscii(const char* text) {
+    for (; *text != '\0'; ++text) {
+        if (static_cast<unsigned char>(*text) >= 0x80) return false;
+    }
+    return true;
+}
+
 // Fills kRecordTemplate: each "%s" takes the next of the texts, everything else is copied.
 void FillTemplate(std::string& out, const char* const (&texts)[3], const size_t (&lengths)[3]) {
     int next = 0;
@@ -130,10 +137,23 @@ bool UtCLogging::DumpFile(const UtCString& name) const {
     if (name.IsEmpty()) return false;
     FILE* f = UtFileOpen(name.GetUtf8String().c_str(), "wb");
     if (f == nullptr) return false;
+    std::setvbuf(f, nullptr, _IOFBF, size_t{1} << 16);
     bool ok = true;
+    std::string converted;
     for (const UtCString& r : records_) {
-        const std::string line = r.GetUtf8String();
-        if (std::fwrite(line.data(), 1, line.size(), f) != line.size() || std::fputc('\n', f) == EOF) {
+        // ASCII text (every record's head, most messages) is UTF-8 as it stands.
+        const char* bytes = nullptr;
+        size_t n = 0;
+        if (r.isUtf8EncodingType() || (r.isAnsiEncodingType() && IsAscii(r.ptr()))) {
+            bytes = Bytes(r);
+            n = std::strlen(bytes);
+        }
+        if (bytes == nullptr) {
+            converted = r.GetUtf8String();
+            bytes = converted.data();
+            n = converted.size();
+        }
+        if (std::fwrite(bytes, 1, n, f) != n || std::fputc('\n', f) == EOF) {
             ok = false;
             break;
         }

@@ -110,6 +110,18 @@ TEST(Logging, LogDumpsOnErrorsOnlyAndRepeatsEarlierRecords) {
               "[ 2024-05-17 14:03:59 ERROR   ] broken\n"
               "[ 2024-05-17 14:04:00 INFO    ] more\n");
 
+    // Records of every encoding dump as UTF-8.
+    UtCLogging mixed(U8(dir.File("m.txt")));
+    mixed.LogOnly(UtCString("K\xF6ln", eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252), UtCLogging::eLogInfo);
+    mixed.LogOnly(UtCString(u"\u20AC", eUtEncodingTypeUtf16), UtCLogging::eLogInfo);
+    mixed.LogOnly(U8("\xE2\x82\xAC"), UtCLogging::eLogInfo);
+    EXPECT_TRUE(mixed.DumpAndShow(U8(""), false));
+    EXPECT_EQ(ReadFile(dir.File("m_2024-05-17 14-04-00.txt")),
+              "[ 2024-05-17 14:04:00 INFO    ] K\xC3\xB6ln\n"
+              "[ 2024-05-17 14:04:00 INFO    ] \xE2\x82\xAC\n"
+              "[ 2024-05-17 14:04:00 INFO    ] \xE2\x82\xAC\n");
+    std::filesystem::remove(dir.File("m_2024-05-17 14-04-00.txt"));
+
     // An empty log dumps an empty file; a path that is not .txt dumps nothing.
     UtCLogging empty(U8(dir.File("e.txt")));
     EXPECT_TRUE(empty.DumpAndShow(U8("x"), false));
