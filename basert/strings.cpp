@@ -10,51 +10,39 @@ int UtSubstSubStr(char* text, const char* key, const char* value, int size) {
     const char* first = std::strstr(text, key);
     if (first == nullptr) return 0;
 
+    // How many replacements fit, left to right (all of them when the value is not longer).
     const size_t valueLen = std::strlen(value);
     const size_t limit = static_cast<size_t>(size) - 1;  // characters the buffer can hold
-    size_t length = std::strlen(text);
-    if (valueLen <= keyLen) {
-        // Shrinking or same size: done in place, reading ahead of writing.
-        int count = 0;
-        char* out = text;
-        const char* in = text;
-        for (const char* hit = first; hit != nullptr; hit = std::strstr(in, key)) {
-            const size_t before = static_cast<size_t>(hit - in);
-            std::memmove(out, in, before);
-            out += before;
-            std::memcpy(out, value, valueLen);
-            out += valueLen;
-            in = hit + keyLen;
-            ++count;
-        }
-        std::memmove(out, in, std::strlen(in) + 1);
-        return count;
-    }
-    // Growing: count how many replacements fit, then build the result in a scratch copy.
-    const size_t growth = valueLen - keyLen;
+    const size_t length = std::strlen(text);
     int fit = 0;
     size_t newLength = length;
     for (const char* hit = first; hit != nullptr; hit = std::strstr(hit + keyLen, key)) {
-        if (newLength + growth > limit) break;
-        newLength += growth;
+        const size_t next = newLength - keyLen + valueLen;
+        if (valueLen > keyLen && next > limit) break;  // shrinking always fits
+        newLength = next;
         ++fit;
     }
     if (fit == 0) return 0;
-    char* copy = static_cast<char*>(std::malloc(length + 1));
-    if (copy == nullptr) return 0;
-    std::memcpy(copy, text, length + 1);
+
+    // A growing text is rebuilt from a copy; a shrinking one in place, reading ahead of writing.
+    char* copy = nullptr;
+    if (valueLen > keyLen) {
+        copy = static_cast<char*>(std::malloc(length + 1));
+        if (copy == nullptr) return 0;
+        std::memcpy(copy, text, length + 1);
+    }
+    const char* in = copy != nullptr ? copy : text;
     char* out = text;
-    const char* in = copy;
     for (int i = 0; i < fit; ++i) {
         const char* hit = std::strstr(in, key);
         const size_t before = static_cast<size_t>(hit - in);
-        std::memcpy(out, in, before);
+        std::memmove(out, in, before);
         out += before;
         std::memcpy(out, value, valueLen);
         out += valueLen;
         in = hit + keyLen;
     }
-    std::memcpy(out, in, std::strlen(in) + 1);
+    std::memmove(out, in, std::strlen(in) + 1);
     std::free(copy);
     return fit;
 }

@@ -153,106 +153,87 @@ TEST(Callbacks, ChangesDuringExecuteAllSkipNothingAndRepeatNothing) {
     std::string log;
     std::vector<Probe> probes(5);
     for (int i = 0; i < 5; ++i) probes[static_cast<size_t>(i)] = {&log, static_cast<char>('a' + i), {}};
-    auto make = [&](CallbackHandler& h, std::vector<std::unique_ptr<Callback>>& cbs) {
-        cbs.clear();
+    // Five callbacks a..e registered in that order with a handler of their own.
+    struct Scene {
+        std::unique_ptr<CallbackHandler> h = std::make_unique<CallbackHandler>();
+        std::vector<std::unique_ptr<Callback>> cbs;
+    };
+    auto make = [&] {
+        auto scene = std::make_unique<Scene>();
         for (auto& p : probes) {
             p.then = nullptr;
-            cbs.push_back(std::make_unique<Callback>(&Record, &p));
-            h.Add(cbs.back().get());
+            scene->cbs.push_back(std::make_unique<Callback>(&Record, &p));
+            scene->h->Add(scene->cbs.back().get());
         }
+        return scene;
     };
     CallbackArgs args(1);
+    // The tags of the callbacks one ExecuteAll calls.
+    auto run = [&](CallbackHandler& h) {
+        log.clear();
+        h.ExecuteAll(&args);
+        return log;
+    };
     Callback late;  // added while the handler runs
 
     // b removes c (not reached yet): c is not called.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
-        probes[1].then = [&](CallbackArgs*) { h.Remove(cbs[2].get()); };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abde");
+        auto s = make();
+        probes[1].then = [&](CallbackArgs*) { s->h->Remove(s->cbs[2].get()); };
+        EXPECT_EQ(run(*s->h), "abde");
     }
     // c removes a and b (already called): d and e still come, once each.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
-        probes[2].then = [&](CallbackArgs*) { h.Remove(cbs[0].get()), h.Remove(cbs[1].get()); };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abcde");
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "cde");
+        auto s = make();
+        probes[2].then = [&](CallbackArgs*) { s->h->Remove(s->cbs[0].get()), s->h->Remove(s->cbs[1].get()); };
+        EXPECT_EQ(run(*s->h), "abcde");
+        EXPECT_EQ(run(*s->h), "cde");
     }
     // c removes and destroys itself, and destroys d.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
-        probes[2].then = [&](CallbackArgs*) { cbs[2].reset(), cbs[3].reset(); };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abce");
-        EXPECT_EQ(h.Count(), 3);
+        auto s = make();
+        probes[2].then = [&](CallbackArgs*) { s->cbs[2].reset(), s->cbs[3].reset(); };
+        EXPECT_EQ(run(*s->h), "abce");
+        EXPECT_EQ(s->h->Count(), 3);
     }
     // b adds a callback: first called by the next ExecuteAll.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
+        auto s = make();
         Probe lateProbe{&log, 'L', {}};
         late.Set(&Record, &lateProbe);
-        probes[1].then = [&](CallbackArgs*) { h.Add(&late); };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abcde");
+        probes[1].then = [&](CallbackArgs*) { s->h->Add(&late); };
+        EXPECT_EQ(run(*s->h), "abcde");
         probes[1].then = nullptr;
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abcdeL");
-        h.Remove(&late);
+        EXPECT_EQ(run(*s->h), "abcdeL");
+        s->h->Remove(&late);
     }
     // c runs the handler again (nested) and removes d there: both walks skip d, none repeats.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
+        auto s = make();
         bool nested = false;
         probes[2].then = [&](CallbackArgs* a) {
             if (nested) return;
             nested = true;
             log += '(';
-            h.Remove(cbs[3].get());
-            h.ExecuteAll(a);
+            s->h->Remove(s->cbs[3].get());
+            s->h->ExecuteAll(a);
             log += ')';
         };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "abc(abce)e");
+        EXPECT_EQ(run(*s->h), "abc(abce)e");
     }
     // b destroys the handler: the walk stops and the callbacks no longer know it.
     {
-        auto h = std::make_unique<CallbackHandler>();
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(*h, cbs);
-        probes[1].then = [&](CallbackArgs*) { h.reset(); };
-        log.clear();
-        h->ExecuteAll(&args);
-        EXPECT_EQ(log, "ab");
-        for (const auto& cb : cbs) EXPECT_EQ(cb->Handlers().Count(), 0);
+        auto s = make();
+        CallbackHandler* h = s->h.get();
+        probes[1].then = [&](CallbackArgs*) { s->h.reset(); };
+        EXPECT_EQ(run(*h), "ab");
+        for (const auto& cb : s->cbs) EXPECT_EQ(cb->Handlers().Count(), 0);
     }
     // a suspends the handler: the walk stops before b.
     {
-        CallbackHandler h;
-        std::vector<std::unique_ptr<Callback>> cbs;
-        make(h, cbs);
-        probes[0].then = [&](CallbackArgs*) { h.Suspended(1); };
-        log.clear();
-        h.ExecuteAll(&args);
-        EXPECT_EQ(log, "a");
+        auto s = make();
+        probes[0].then = [&](CallbackArgs*) { s->h->Suspended(1); };
+        EXPECT_EQ(run(*s->h), "a");
     }
 }
 

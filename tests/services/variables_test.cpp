@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "basert/memory.h"
@@ -18,6 +20,13 @@ std::string Replace(VaVars& vars, const std::string& text, short size = 256) {
     std::memcpy(buf.data(), text.c_str(), std::min(text.size() + 1, buf.size()));
     EXPECT_TRUE(vars.ReplaceAll(buf.data(), size));
     return buf.data();
+}
+
+// ReplaceAll with text variables set in the order given.
+std::string Replace(std::initializer_list<std::pair<const char*, const char*>> values, const std::string& text) {
+    VaVars vars;
+    for (const auto& [name, value] : values) vars.Set(name, value);
+    return Replace(vars, text);
 }
 
 std::string TakeText(char* block) {
@@ -110,25 +119,14 @@ TEST(Variables, ReplaceAllFillsTextsWithItsKeptRules) {
     EXPECT_EQ(Replace(vars, "$nn $N"), "3n $N") << "keys have no terminator; names are case-sensitive";
 
     // A prefix name matches inside longer keys; the first variable in the list wins.
-    VaVars prefix;
-    prefix.Set("a", "A");
-    prefix.Set("ab", "AB");
-    EXPECT_EQ(Replace(prefix, "$ab"), "Ab");
-    VaVars longFirst;
-    longFirst.Set("ab", "AB");
-    longFirst.Set("a", "A");
-    EXPECT_EQ(Replace(longFirst, "$ab $a"), "AB A");
-
+    EXPECT_EQ(Replace({{"a", "A"}, {"ab", "AB"}}, "$ab"), "Ab");
+    EXPECT_EQ(Replace({{"ab", "AB"}, {"a", "A"}}, "$ab $a"), "AB A");
     // Values with keys are expanded by the next passes, in any list order.
-    VaVars chain;
-    chain.Set("first", "<$second>");
-    chain.Set("second", "$third$third");
-    chain.Set("third", "3");
-    EXPECT_EQ(Replace(chain, "$first"), "<33>");
-    VaVars env;
-    env.Set("dollar", "$");
-    env.Set("name", "dollar");
-    EXPECT_EQ(Replace(env, "$$name"), "$") << "'$' + 'dollar' made by a pass is a key of the next";
+    EXPECT_EQ(Replace({{"first", "<$second>"}, {"second", "$third$third"}, {"third", "3"}}, "$first"), "<33>");
+    EXPECT_EQ(Replace({{"third", "3"}, {"second", "$third$third"}, {"first", "<$second>"}}, "$first"), "<33>");
+    EXPECT_EQ(Replace({{"dollar", "$"}, {"name", "dollar"}}, "$$name"), "$")
+        << "'$' + 'dollar' made by a pass is a key of the next";
+    EXPECT_EQ(Replace({{"a", "$"}, {"b", "a"}}, "$$b"), "$") << "the key made in pass one is filled in pass two";
 
     EXPECT_FALSE(vars.ReplaceAll(nullptr, 10));
     char one[1] = {'\0'};
