@@ -2,7 +2,9 @@
 
 #include "basert/clock.h"
 
-int64_t OsTimeNow() { return static_cast<int64_t>(std::time(nullptr)); }
+int64_t OsTimeNow() {
+    return static_cast<int64_t>(std::time(nullptr));
+}
 
 bool OsLocalTime(int64_t seconds, OsLocalDateTime* out) {
     if (out == nullptr) return false;

@@ -74,14 +74,19 @@ void SpdlogFile(benchmark::State& state) {
     std::remove(path.c_str());
     state.SetItemsProcessed(state.iterations() * kRecords);
 }
-void BM_Spdlog_FileSt(benchmark::State& state) { SpdlogFile<spdlog::sinks::basic_file_sink_st>(state); }
-void BM_Spdlog_FileMt(benchmark::State& state) { SpdlogFile<spdlog::sinks::basic_file_sink_mt>(state); }
+void BM_Spdlog_FileSt(benchmark::State& state) {
+    SpdlogFile<spdlog::sinks::basic_file_sink_st>(state);
+}
+void BM_Spdlog_FileMt(benchmark::State& state) {
+    SpdlogFile<spdlog::sinks::basic_file_sink_mt>(state);
+}
 
 // Lines of prose with a key every few words: "$v00" .. "$v99" (no name is a prefix of another).
 const std::vector<std::string>& Lines() {
     static const std::vector<std::string> lines = [] {
         std::vector<std::string> out;
-        const char* words[] = {"Wand", "Decke", "Fenster", "Tuer", "Achse", "Raster", "Geschoss", "Dach"};
+        const char* words[] = {"Wand",  "Decke",  "Fenster",  "Tuer",
+                               "Achse", "Raster", "Geschoss", "Dach"};
         size_t total = 0;
         unsigned seed = 12345;
         while (total < kTextBytes) {
@@ -105,7 +110,9 @@ const std::vector<std::string>& Lines() {
     return lines;
 }
 
-std::string Value(int i) { return "Wert-" + std::to_string(i * 37); }
+std::string Value(int i) {
+    return "Wert-" + std::to_string(i * 37);
+}
 
 void BM_VaVars_ReplaceAll(benchmark::State& state) {
     VaVars vars;
@@ -124,7 +131,8 @@ void BM_VaVars_ReplaceAll(benchmark::State& state) {
             vars.ReplaceAll(buf.data(), kLineBuffer);
             out += std::strlen(buf.data()) + 1;
         }
-        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
     benchmark::DoNotOptimize(out);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTextBytes));
@@ -155,8 +163,10 @@ void BM_Envsubst(benchmark::State& state) {
         const auto start = std::chrono::steady_clock::now();
         pid_t pid = 0;
         int status = -1;
-        if (posix_spawnp(&pid, "envsubst", &actions, nullptr, argv, envp.data()) == 0) waitpid(pid, &status, 0);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        if (posix_spawnp(&pid, "envsubst", &actions, nullptr, argv, envp.data()) == 0)
+            waitpid(pid, &status, 0);
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         posix_spawn_file_actions_destroy(&actions);
         if (status != 0) {
             state.SkipWithError("envsubst did not run (apt-get install gettext-base)");
@@ -180,13 +190,14 @@ BENCHMARK(BM_Envsubst)->Unit(benchmark::kMillisecond)->Iterations(10)->UseManual
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
-    reporter.AddPair("LogOnly vs spdlog file sink st (goal >= 0.5x)", "BM_UtCLogging_LogOnly/iterations:5",
-                     "BM_Spdlog_FileSt/iterations:5");
-    reporter.AddPair("LogOnly vs spdlog file sink mt (goal >= 0.5x)", "BM_UtCLogging_LogOnly/iterations:5",
-                     "BM_Spdlog_FileMt/iterations:5");
-    reporter.AddPair("LogOnly + dump vs spdlog file sink st", "BM_UtCLogging_LogOnlyAndDump/iterations:3",
-                     "BM_Spdlog_FileSt/iterations:5");
-    reporter.AddRealTimePair("ReplaceAll 1 MB, 100 vars vs envsubst", "BM_VaVars_ReplaceAll/iterations:10/manual_time",
+    reporter.AddPair("LogOnly vs spdlog file sink st (goal >= 0.5x)",
+                     "BM_UtCLogging_LogOnly/iterations:5", "BM_Spdlog_FileSt/iterations:5");
+    reporter.AddPair("LogOnly vs spdlog file sink mt (goal >= 0.5x)",
+                     "BM_UtCLogging_LogOnly/iterations:5", "BM_Spdlog_FileMt/iterations:5");
+    reporter.AddPair("LogOnly + dump vs spdlog file sink st",
+                     "BM_UtCLogging_LogOnlyAndDump/iterations:3", "BM_Spdlog_FileSt/iterations:5");
+    reporter.AddRealTimePair("ReplaceAll 1 MB, 100 vars vs envsubst",
+                             "BM_VaVars_ReplaceAll/iterations:10/manual_time",
                              "BM_Envsubst/iterations:10/manual_time");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

@@ -115,21 +115,28 @@ int main(int argc, char** argv) {
         kbase_tool::SubstOptions subst;
         CLI::App* st = app.add_subcommand(
             "subst",
-            "Fill a text template: every $NAME becomes the value of the variable NAME, like envsubst\n"
-            "but with the library's rules: keys have no terminator (the first variable given whose\n"
-            "$NAME starts there wins), values are filled again until nothing changes, --var values\n"
-            "are typed by their form (32-bit whole number, real printed with 6 decimals, true/false,\n"
-            "text). A line still changing after --max-passes passes (a value that refers to itself)\n"
-            "is exit 3. Lines stream through, so any size takes memory for one line.");
+            "Fill a text template: every $NAME becomes the value of the variable NAME,\n"
+            "like envsubst but with the library's rules: keys have no terminator (the\n"
+            "first variable given whose $NAME starts there wins), values are filled again\n"
+            "until nothing changes, --var values are typed by their form (32-bit whole\n"
+            "number, real printed with 6 decimals, true/false, text). A line still\n"
+            "changing after --max-passes passes (a value that refers to itself) is exit 3.\n"
+            "Lines stream through, so any size takes memory for one line.");
         st->footer(kbase_tool::kExitCodeHelp);
-        st->add_option("template", subst.input, "Template file, or - for standard input")->required();
+        st->add_option("template", subst.input, "Template file, or - for standard input")
+            ->required();
         st->add_option("output", subst.output, "Output file, or - for standard output (default)");
         st->add_option("--var", "A variable, NAME=VALUE (repeatable)")
-            ->each([&subst](const std::string& v) { subst.definitions.push_back({false, v}); })
+            ->each([&subst](const std::string& v) {
+                subst.definitions.push_back({false, v});
+            })
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
             ->type_name("NAME=VALUE");
-        st->add_option("--env", "An environment variable with its default, NAME=DEFAULT (repeatable)")
-            ->each([&subst](const std::string& v) { subst.definitions.push_back({true, v}); })
+        st->add_option("--env",
+                       "An environment variable with its default, NAME=DEFAULT (repeatable)")
+            ->each([&subst](const std::string& v) {
+                subst.definitions.push_back({true, v});
+            })
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
             ->type_name("NAME=DEFAULT");
         st->add_option("--protocol", subst.protocol, "Write the variables' protocol lines to FILE");

@@ -17,7 +17,7 @@ const char* const kWho = "kbase subst";
 
 // Protocol lines into an output file of the program, so that it too is replaced only on success.
 class OutputProtocol : public PrProtocol {
-public:
+  public:
     explicit OutputProtocol(OutputFile& file) : file_(file) {}
     void Text(const char* text) override {
         if (text != nullptr) ok_ = file_.Write(text, std::strlen(text)) && ok_;
@@ -27,7 +27,7 @@ public:
     void EndLine() override { Char('\n'); }
     bool ok() const { return ok_; }
 
-private:
+  private:
     OutputFile& file_;
     bool ok_ = true;
 };
@@ -47,7 +47,8 @@ bool IsLong(const std::string& v, long& out) {
 
 bool IsReal(const std::string& v, double& out) {
     if (v.empty() || v.find_first_of(".eE") == std::string::npos) return false;
-    if (v.find_first_not_of("0123456789+-.eE") != std::string::npos) return false;  // no inf, nan, hex
+    if (v.find_first_not_of("0123456789+-.eE") != std::string::npos)
+        return false;  // no inf, nan, hex
     char* end = nullptr;
     errno = 0;
     const double d = std::strtod(v.c_str(), &end);
@@ -71,13 +72,15 @@ int DefineVariables(const SubstOptions& options, VaVars& vars, std::ostream& err
         const char* option = def.environment ? "--env" : "--var";
         const size_t eq = def.text.find('=');
         const std::string name = def.text.substr(0, eq);
-        if (eq == std::string::npos || name.empty() || name.find_first_of("\n$") != std::string::npos) {
+        if (eq == std::string::npos || name.empty() ||
+            name.find_first_of("\n$") != std::string::npos) {
             err << kWho << ": " << option << " '" << def.text
                 << "': give NAME=VALUE with a non-empty NAME without '$' or line breaks\n";
             return kExitUsage;
         }
         const std::string value = def.text.substr(eq + 1);
-        const bool ok = def.environment ? vars.SetEnv(name.c_str(), value.c_str()) : SetTyped(vars, name, value);
+        const bool ok = def.environment ? vars.SetEnv(name.c_str(), value.c_str())
+                                        : SetTyped(vars, name, value);
         if (!ok) {
             err << kWho << ": " << option << " '" << def.text << "': '" << name
                 << "' was given before with a value of another type\n";
@@ -89,8 +92,9 @@ int DefineVariables(const SubstOptions& options, VaVars& vars, std::ostream& err
 
 // Streams the template through, line by line.
 class Filler {
-public:
-    Filler(const SubstOptions& options, VaVars& vars, InputFile& in, OutputFile& out, std::ostream& err)
+  public:
+    Filler(const SubstOptions& options, VaVars& vars, InputFile& in, OutputFile& out,
+           std::ostream& err)
         : options_(options), vars_(vars), in_(in), out_(out), err_(err) {}
 
     int Run() {
@@ -110,7 +114,7 @@ public:
         return kExitOk;
     }
 
-private:
+  private:
     // Handles the complete lines of data: runs without '$' are written as they are.
     int Lines(std::string& pending, const char* data, size_t n) {
         size_t start = 0;
@@ -123,7 +127,8 @@ private:
                 size_t runEnd = end;
                 ++line_;
                 while (runEnd < n) {
-                    const char* next = static_cast<const char*>(std::memchr(data + runEnd, '\n', n - runEnd));
+                    const char* next =
+                        static_cast<const char*>(std::memchr(data + runEnd, '\n', n - runEnd));
                     if (next == nullptr) break;
                     const size_t e = static_cast<size_t>(next - data) + 1;
                     if (std::memchr(data + runEnd, '$', e - runEnd) != nullptr) break;
@@ -142,7 +147,8 @@ private:
         }
         pending.append(data + start, n - start);
         if (static_cast<int64_t>(pending.size()) > kMaxLineBytes) {
-            err_ << kWho << ": line " << line_ + 1 << " is longer than " << (kMaxLineBytes >> 20) << " MiB\n";
+            err_ << kWho << ": line " << line_ + 1 << " is longer than " << (kMaxLineBytes >> 20)
+                 << " MiB\n";
             return kExitContent;
         }
         return kExitOk;
@@ -151,17 +157,20 @@ private:
     int FillLine(std::string& text, bool newline) {
         ++line_;
         std::string culprit;
-        switch (vars_.ReplaceAllLimited(text, options_.maxPasses, static_cast<size_t>(kMaxLineBytes), &culprit)) {
+        switch (vars_.ReplaceAllLimited(text, options_.maxPasses,
+                                        static_cast<size_t>(kMaxLineBytes), &culprit)) {
             case VaReplaceResult::kPassLimit:
-                err_ << kWho << ": line " << line_ << ": '$" << culprit << "' is still replaced after "
-                     << options_.maxPasses
+                err_ << kWho << ": line " << line_ << ": '$" << culprit
+                     << "' is still replaced after " << options_.maxPasses
                      << " passes; does its value refer to itself? (--max-passes sets the limit)\n";
                 return kExitContent;
             case VaReplaceResult::kTooLong:
-                err_ << kWho << ": line " << line_ << ": replacing '$" << culprit << "' makes it longer than "
-                     << (kMaxLineBytes >> 20) << " MiB; does its value refer to itself?\n";
+                err_ << kWho << ": line " << line_ << ": replacing '$" << culprit
+                     << "' makes it longer than " << (kMaxLineBytes >> 20)
+                     << " MiB; does its value refer to itself?\n";
                 return kExitContent;
-            case VaReplaceResult::kDone: break;
+            case VaReplaceResult::kDone:
+                break;
         }
         if (newline) text += '\n';
         return out_.Write(text.data(), text.size()) ? kExitOk : kExitIo;

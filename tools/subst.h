@@ -38,7 +38,7 @@ struct SubstOptions {
     std::string input = "-";
     std::string output = "-";
     std::vector<SubstDefinition> definitions;
-    std::string protocol;              // empty: none
+    std::string protocol;  // empty: none
     bool protocolSubstitutions = false;
     int maxPasses = 100;
     int64_t blockSize = int64_t{1} << 20;  // bytes read at a time

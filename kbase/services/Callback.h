@@ -31,7 +31,7 @@ using CallbackFunction = void (*)(void* userData, CallbackArgs* args);
 
 // An ordered list of handlers, not owned.
 class KBASE_API CallbackHandlerList {
-public:
+  public:
     CallbackHandlerList() = default;
     virtual ~CallbackHandlerList();
 
@@ -41,17 +41,20 @@ public:
     bool Remove(const CallbackHandler* h);
     long Count() const { return list_.count(); }
     // Entry i; an index outside 0..Count()-1 is reported and gives null.
-    CallbackHandler* operator[](long i) const { return static_cast<CallbackHandler*>(list_.item(i)); }
+    CallbackHandler* operator[](long i) const {
+        return static_cast<CallbackHandler*>(list_.item(i));
+    }
     long IndexOf(const CallbackHandler* h) const { return list_.IndexOf(h); }
 
-private:
+  private:
     UtCPtrList list_;
 };
 
 class KBASE_API Callback {
-public:
+  public:
     Callback() = default;
-    Callback(CallbackFunction function, void* userData) : function_(function), userData_(userData) {}
+    Callback(CallbackFunction function, void* userData)
+        : function_(function), userData_(userData) {}
     Callback(const Callback&) = delete;
     Callback& operator=(const Callback&) = delete;
     // Removes the callback from every handler it is registered with.
@@ -78,7 +81,7 @@ public:
     // The handlers this callback is registered with, in registration order.
     const CallbackHandlerList& Handlers() const { return handlers_; }
 
-private:
+  private:
     friend class CallbackHandler;
 
     CallbackFunction function_ = nullptr;
@@ -88,7 +91,7 @@ private:
 };
 
 class KBASE_API CallbackHandler {
-public:
+  public:
     CallbackHandler() = default;
     CallbackHandler(const CallbackHandler&) = delete;
     CallbackHandler& operator=(const CallbackHandler&) = delete;
@@ -112,7 +115,7 @@ public:
     void Suspended(int suspended) { suspended_ = suspended; }
     int Suspended() const { return suspended_; }
 
-private:
+  private:
     // One running ExecuteAll: the next index to call and the end of the callbacks it calls, kept
     // right by every removal; walks nest (a callback may run ExecuteAll again).
     struct Walk {

@@ -4,7 +4,9 @@ CallbackArgsParam::~CallbackArgsParam() = default;
 ExpandTreeNodeCallbackArgs::~ExpandTreeNodeCallbackArgs() = default;
 
 CallbackArgs::CallbackArgs(unsigned short uniqueType) : uniqueType_(uniqueType) {}
-CallbackArgs::~CallbackArgs() { Clear(); }
+CallbackArgs::~CallbackArgs() {
+    Clear();
+}
 
 void CallbackArgs::AddParam(CallbackArgsParam* p) {
     if (params_ == nullptr) params_ = new UtCPtrList();
@@ -13,11 +15,15 @@ void CallbackArgs::AddParam(CallbackArgsParam* p) {
     if (params_->count() == before) delete p;  // the list could not grow: nothing is kept
 }
 
-void CallbackArgs::AddBoolParam(const UtCString& name, int value) { AddParam(new CallbackArgsParamBool(name, value)); }
+void CallbackArgs::AddBoolParam(const UtCString& name, int value) {
+    AddParam(new CallbackArgsParamBool(name, value));
+}
 void CallbackArgs::AddInt32Param(const UtCString& name, int32_t value) {
     AddParam(new CallbackArgsParamInt32(name, value));
 }
-void CallbackArgs::AddRealParam(const UtCString& name, double value) { AddParam(new CallbackArgsParamReal(name, value)); }
+void CallbackArgs::AddRealParam(const UtCString& name, double value) {
+    AddParam(new CallbackArgsParamReal(name, value));
+}
 void CallbackArgs::AddStringParam(const UtCString& name, const UtCString& value) {
     AddParam(new CallbackArgsParamString(name, value));
 }
@@ -33,7 +39,9 @@ void CallbackArgs::AddVoidPtrParam(const UtCString& name, void* value) {
 void CallbackArgs::AddRPT3Param(const UtCString& name, const RPT3& value) {
     AddParam(new CallbackArgsParamRPT3(name, value));
 }
-void CallbackArgs::AddErrTypeParam(int value) { AddParam(new CallbackArgsParamErrType(UtCString(), value)); }
+void CallbackArgs::AddErrTypeParam(int value) {
+    AddParam(new CallbackArgsParamErrType(UtCString(), value));
+}
 
 CallbackArgsParam* CallbackArgs::GetParam(long index) const {
     static const UtCPtrList empty;
@@ -54,7 +62,8 @@ CallbackArgsParamErrType* CallbackArgs::GetErrTypeParam() const {
     if (params_ == nullptr) return nullptr;
     for (long i = 0; i < params_->count(); ++i) {
         auto* p = static_cast<CallbackArgsParam*>(params_->item(i));
-        if (p->GetTypeId() == eCallbackArgsParamErrType) return static_cast<CallbackArgsParamErrType*>(p);
+        if (p->GetTypeId() == eCallbackArgsParamErrType)
+            return static_cast<CallbackArgsParamErrType*>(p);
     }
     return nullptr;
 }
@@ -62,7 +71,8 @@ CallbackArgsParamErrType* CallbackArgs::GetErrTypeParam() const {
 void CallbackArgs::Clear() {
     handled_ = 0;
     if (params_ == nullptr) return;
-    for (long i = 0; i < params_->count(); ++i) delete static_cast<CallbackArgsParam*>(params_->item(i));
+    for (long i = 0; i < params_->count(); ++i)
+        delete static_cast<CallbackArgsParam*>(params_->item(i));
     delete params_;
     params_ = nullptr;
 }

@@ -39,7 +39,7 @@ enum eCallbackArgsParamType {
 };
 
 class KBASE_API CallbackArgsParam {
-public:
+  public:
     explicit CallbackArgsParam(const UtCString& name) : name_(name) {}
     CallbackArgsParam(const CallbackArgsParam&) = delete;
     CallbackArgsParam& operator=(const CallbackArgsParam&) = delete;
@@ -48,20 +48,21 @@ public:
     const UtCString& Name() const { return name_; }
     virtual eCallbackArgsParamType GetTypeId() const = 0;
 
-private:
+  private:
     UtCString name_;
 };
 
 // One parameter kind: its value, given at construction.
 template <typename T, eCallbackArgsParamType Kind>
 class CallbackArgsParamOf : public CallbackArgsParam {
-public:
-    CallbackArgsParamOf(const UtCString& name, const T& value) : CallbackArgsParam(name), value_(value) {}
+  public:
+    CallbackArgsParamOf(const UtCString& name, const T& value)
+        : CallbackArgsParam(name), value_(value) {}
     const T& Value() const { return value_; }
     eCallbackArgsParamType GetTypeId() const override { return Kind; }
     static constexpr eCallbackArgsParamType TypeId() { return Kind; }
 
-private:
+  private:
     T value_;
 };
 
@@ -69,7 +70,8 @@ using CallbackArgsParamBool = CallbackArgsParamOf<int, eCallbackArgsParamBool>;
 using CallbackArgsParamInt32 = CallbackArgsParamOf<int32_t, eCallbackArgsParamInt32>;
 using CallbackArgsParamReal = CallbackArgsParamOf<double, eCallbackArgsParamReal>;
 using CallbackArgsParamString = CallbackArgsParamOf<UtCString, eCallbackArgsParamString>;
-using CallbackArgsParamStringList = CallbackArgsParamOf<UtCStringList, eCallbackArgsParamStringList>;
+using CallbackArgsParamStringList =
+    CallbackArgsParamOf<UtCStringList, eCallbackArgsParamStringList>;
 using CallbackArgsParamStringMap = CallbackArgsParamOf<UtCStringMap, eCallbackArgsParamStringMap>;
 using CallbackArgsParamVoidPtr = CallbackArgsParamOf<void*, eCallbackArgsParamVoidPtr>;
 using CallbackArgsParamRPT3 = CallbackArgsParamOf<RPT3, eCallbackArgsParamRPT3>;
@@ -77,14 +79,16 @@ using CallbackArgsParamRPT3 = CallbackArgsParamOf<RPT3, eCallbackArgsParamRPT3>;
 using CallbackArgsParamErrType = CallbackArgsParamOf<int, eCallbackArgsParamErrType>;
 
 class KBASE_API CallbackArgs {
-public:
+  public:
     explicit CallbackArgs(unsigned short uniqueType);
     CallbackArgs(const CallbackArgs&) = delete;
     CallbackArgs& operator=(const CallbackArgs&) = delete;
     virtual ~CallbackArgs();
 
     static constexpr CallbackTypeId TypeId() { return 1; }
-    static bool IsTypeOf(const CallbackArgs* args) { return args != nullptr && args->IsKindOf(TypeId()); }
+    static bool IsTypeOf(const CallbackArgs* args) {
+        return args != nullptr && args->IsKindOf(TypeId());
+    }
     virtual CallbackTypeId GetTypeId() const { return TypeId(); }
     // Whether this object is of class id or derived from it; a derived class adds its own id.
     virtual bool IsKindOf(CallbackTypeId id) const { return id == TypeId(); }
@@ -107,18 +111,30 @@ public:
     long ParamCount() const { return params_ != nullptr ? params_->count() : 0; }
     CallbackArgsParam* GetParamByName(const UtCString& name) const;
 
-    CallbackArgsParamBool* GetBoolParamByName(const UtCString& name) const { return Find<CallbackArgsParamBool>(name); }
-    CallbackArgsParamInt32* GetInt32ParamByName(const UtCString& name) const { return Find<CallbackArgsParamInt32>(name); }
-    CallbackArgsParamReal* GetRealParamByName(const UtCString& name) const { return Find<CallbackArgsParamReal>(name); }
-    CallbackArgsParamString* GetStringParamByName(const UtCString& name) const { return Find<CallbackArgsParamString>(name); }
+    CallbackArgsParamBool* GetBoolParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamBool>(name);
+    }
+    CallbackArgsParamInt32* GetInt32ParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamInt32>(name);
+    }
+    CallbackArgsParamReal* GetRealParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamReal>(name);
+    }
+    CallbackArgsParamString* GetStringParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamString>(name);
+    }
     CallbackArgsParamStringList* GetStringListParamByName(const UtCString& name) const {
         return Find<CallbackArgsParamStringList>(name);
     }
     CallbackArgsParamStringMap* GetStringMapParamByName(const UtCString& name) const {
         return Find<CallbackArgsParamStringMap>(name);
     }
-    CallbackArgsParamVoidPtr* GetVoidPtrParamByName(const UtCString& name) const { return Find<CallbackArgsParamVoidPtr>(name); }
-    CallbackArgsParamRPT3* GetRPT3ParamByName(const UtCString& name) const { return Find<CallbackArgsParamRPT3>(name); }
+    CallbackArgsParamVoidPtr* GetVoidPtrParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamVoidPtr>(name);
+    }
+    CallbackArgsParamRPT3* GetRPT3ParamByName(const UtCString& name) const {
+        return Find<CallbackArgsParamRPT3>(name);
+    }
     CallbackArgsParamErrType* GetErrTypeParam() const;
 
     void Handled(int handled) { handled_ = handled; }
@@ -126,7 +142,7 @@ public:
     // Sets the handled flag to 0 and frees every parameter and the list.
     void Clear();
 
-private:
+  private:
     void AddParam(CallbackArgsParam* p);
     template <typename P>
     P* Find(const UtCString& name) const {
@@ -142,21 +158,26 @@ private:
 // The arguments of a parameter tree's expand-node event: the node (opaque here) and whether it is
 // a detailed parent.
 class KBASE_API ExpandTreeNodeCallbackArgs : public CallbackArgs {
-public:
+  public:
     static constexpr unsigned short kUniqueType = 1;
-    ExpandTreeNodeCallbackArgs(void* node, bool isDetailedParent, unsigned short uniqueType = kUniqueType)
+    ExpandTreeNodeCallbackArgs(void* node, bool isDetailedParent,
+                               unsigned short uniqueType = kUniqueType)
         : CallbackArgs(uniqueType), node_(node), detailedParent_(isDetailedParent) {}
     ~ExpandTreeNodeCallbackArgs() override;
 
     static constexpr CallbackTypeId TypeId() { return 2; }
-    static bool IsTypeOf(const CallbackArgs* args) { return args != nullptr && args->IsKindOf(TypeId()); }
+    static bool IsTypeOf(const CallbackArgs* args) {
+        return args != nullptr && args->IsKindOf(TypeId());
+    }
     CallbackTypeId GetTypeId() const override { return TypeId(); }
-    bool IsKindOf(CallbackTypeId id) const override { return id == TypeId() || CallbackArgs::IsKindOf(id); }
+    bool IsKindOf(CallbackTypeId id) const override {
+        return id == TypeId() || CallbackArgs::IsKindOf(id);
+    }
 
     void* Node() const { return node_; }
     bool IsDetailedParent() const { return detailedParent_; }
 
-private:
+  private:
     void* node_;
     bool detailedParent_;
 };

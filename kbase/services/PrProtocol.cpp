@@ -33,16 +33,26 @@ void PrFileProtocol::Write(const char* data, size_t n) {
 void PrFileProtocol::Text(const char* text) {
     if (text != nullptr) Write(text, std::strlen(text));
 }
-void PrFileProtocol::Char(char c) { Write(&c, 1); }
+void PrFileProtocol::Char(char c) {
+    Write(&c, 1);
+}
 void PrFileProtocol::Number(long value) {
     const std::string s = std::to_string(value);
     Write(s.data(), s.size());
 }
-void PrFileProtocol::EndLine() { Write("\n", 1); }
+void PrFileProtocol::EndLine() {
+    Write("\n", 1);
+}
 
 void PrMemoryProtocol::Text(const char* text) {
     if (text != nullptr) contents_ += text;
 }
-void PrMemoryProtocol::Char(char c) { contents_ += c; }
-void PrMemoryProtocol::Number(long value) { contents_ += std::to_string(value); }
-void PrMemoryProtocol::EndLine() { contents_ += '\n'; }
+void PrMemoryProtocol::Char(char c) {
+    contents_ += c;
+}
+void PrMemoryProtocol::Number(long value) {
+    contents_ += std::to_string(value);
+}
+void PrMemoryProtocol::EndLine() {
+    contents_ += '\n';
+}

@@ -10,7 +10,7 @@
 #include "kbase/export.h"
 
 class KBASE_API PrProtocol {
-public:
+  public:
     PrProtocol() = default;
     PrProtocol(const PrProtocol&) = delete;
     PrProtocol& operator=(const PrProtocol&) = delete;
@@ -18,13 +18,13 @@ public:
 
     virtual void Text(const char* text) = 0;  // null writes nothing
     virtual void Char(char c) = 0;
-    virtual void Number(long value) = 0;      // decimal
+    virtual void Number(long value) = 0;  // decimal
     virtual void EndLine() = 0;
 };
 
 // Lines into a file, each ended by "\n". A failed write is remembered: Close reports it.
 class KBASE_API PrFileProtocol : public PrProtocol {
-public:
+  public:
     PrFileProtocol() = default;
     ~PrFileProtocol() override;
 
@@ -38,7 +38,7 @@ public:
     void Number(long value) override;
     void EndLine() override;
 
-private:
+  private:
     void Write(const char* data, size_t n);
     FILE* file_ = nullptr;
     bool failed_ = false;
@@ -46,7 +46,7 @@ private:
 
 // Lines kept in memory, each ended by "\n".
 class KBASE_API PrMemoryProtocol : public PrProtocol {
-public:
+  public:
     void Text(const char* text) override;
     void Char(char c) override;
     void Number(long value) override;
@@ -55,6 +55,6 @@ public:
     const std::string& Contents() const { return contents_; }
     void Clear() { contents_.clear(); }
 
-private:
+  private:
     std::string contents_;
 };

@@ -70,9 +70,12 @@ UtCLogging::~UtCLogging() = default;
 
 const char* UtCLogging::GetLogLevel(eLogLevel level) {
     switch (level) {
-        case eLogWarning: return "WARNING";
-        case eLogError: return "ERROR  ";
-        default: return "INFO   ";
+        case eLogWarning:
+            return "WARNING";
+        case eLogError:
+            return "ERROR  ";
+        default:
+            return "INFO   ";
     }
 }
 
@@ -122,8 +125,8 @@ UtCString UtCLogging::CreateDumpFile() const {
     const std::string path = path_.GetUtf8String();
     const int64_t dot = UtSplitFileExtension(path.c_str());
     if (dot < 0 || UtCString(path.c_str() + dot, eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)
-                           .CompareToNoCase(UtCString(".txt", eUtEncodingTypeUtf8,
-                                                      eUtEncodingTypeUtf8)) != 0) {
+                           .CompareToNoCase(
+                               UtCString(".txt", eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)) != 0) {
         return UtCString(eUtEncodingTypeUtf8);
     }
     std::string name = path.substr(0, static_cast<size_t>(dot));
@@ -214,8 +217,12 @@ int UtLogging::OpenWith(const UtCString& path, const char* mode) {
     return file_ != nullptr ? 0 : -1;
 }
 
-int UtLogging::Open(const UtCString& path) { return OpenWith(path, "wb"); }
-int UtLogging::Append(const UtCString& path) { return OpenWith(path, "ab"); }
+int UtLogging::Open(const UtCString& path) {
+    return OpenWith(path, "wb");
+}
+int UtLogging::Append(const UtCString& path) {
+    return OpenWith(path, "ab");
+}
 
 int UtLogging::Close() {
     if (file_ == nullptr) return -1;
@@ -235,7 +242,9 @@ int UtLogging::Write(const char* text, size_t n) {
     return 0;
 }
 
-int UtLogging::Str(const char* text) { return text == nullptr ? (file_ ? 0 : -1) : Write(text, std::strlen(text)); }
+int UtLogging::Str(const char* text) {
+    return text == nullptr ? (file_ ? 0 : -1) : Write(text, std::strlen(text));
+}
 int UtLogging::Str(const UtCString& text) {
     const std::string s = text.GetUtf8String();
     return Write(s.data(), s.size());
@@ -249,7 +258,9 @@ int UtLogging::Real(double value, int decimals) {
     const std::string s = RealText(value, decimals);
     return Write(s.data(), s.size());
 }
-int UtLogging::Ln() { return Write("\n", 1); }
+int UtLogging::Ln() {
+    return Write("\n", 1);
+}
 int UtLogging::CurDate() {
     char buf[20];
     return UtFormatLocalTime(UtClockNow(), buf) == 0 ? -1 : Write(buf, 10);
@@ -274,5 +285,6 @@ UtCString UtLogging::RealToStr(double value, int decimals) {
     return UtCString(RealText(value, decimals).c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
 }
 UtCString UtLogging::Point2DToStr(const RPT3& p, int decimals) {
-    return UtCString(PointText(p, decimals, false).c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+    return UtCString(PointText(p, decimals, false).c_str(), eUtEncodingTypeUtf8,
+                     eUtEncodingTypeUtf8);
 }

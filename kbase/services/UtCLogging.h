@@ -18,15 +18,15 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <string>
 #include <deque>
+#include <string>
 
 #include "basert/xdr.h"
 #include "kbase/export.h"
 #include "kbase/text/UtCString.h"
 
 class KBASE_API UtCLogging {
-public:
+  public:
     enum eLogLevel { eLogInfo = 0, eLogWarning = 1, eLogError = 2 };
 
     // An empty path selects "log.txt" in the runtime's temporary folder (the path stays empty when
@@ -59,7 +59,7 @@ public:
     // The dump file name for the clock's current time (empty: not a ".txt" path).
     UtCString GetDumpFileName() const { return CreateDumpFile(); }
 
-private:
+  private:
     bool DumpFile(const UtCString& name) const;
     UtCString CreateDumpFile() const;
     static const char* GetLogLevel(eLogLevel level);
@@ -82,7 +82,7 @@ private:
 // coordinate as Real. CurDate writes "YYYY-MM-DD", CurTime "hh:mm:ss", CurDateTime both with a
 // blank between, in local time from the clock of UtClock.h. Ln ends the line with "\n".
 class KBASE_API UtLogging {
-public:
+  public:
     UtLogging() = default;
     UtLogging(const UtLogging&) = delete;
     UtLogging& operator=(const UtLogging&) = delete;
@@ -97,8 +97,8 @@ public:
     int Close();
     bool IsOpen() const { return file_ != nullptr; }
 
-    int Str(const char* text);          // null writes nothing
-    int Str(const UtCString& text);     // as UTF-8
+    int Str(const char* text);       // null writes nothing
+    int Str(const UtCString& text);  // as UTF-8
     int Int(int value);
     int Real(double value, int decimals);
     int Ln();
@@ -112,7 +112,7 @@ public:
     static UtCString RealToStr(double value, int decimals);
     static UtCString Point2DToStr(const RPT3& p, int decimals);
 
-private:
+  private:
     int OpenWith(const UtCString& path, const char* mode);
     int Write(const char* text, size_t n);
 

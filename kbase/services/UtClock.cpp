@@ -12,7 +12,9 @@ UtClockFunction UtSetClock(UtClockFunction f) {
     return previous;
 }
 
-int64_t UtClockNow() { return g_clock != nullptr ? g_clock() : OsTimeNow(); }
+int64_t UtClockNow() {
+    return g_clock != nullptr ? g_clock() : OsTimeNow();
+}
 
 int UtFormatLocalTime(int64_t t, char* buf) {
     OsLocalDateTime d{};

@@ -71,7 +71,7 @@ namespace kbase_services_internal {
 // exactly where a '$' is followed by name, so the text is looked at only behind its '$' signs,
 // once per name length, instead of being searched once per variable.
 class KeyFinder {
-public:
+  public:
     explicit KeyFinder(const VaList& list) : count_(list.No()) {
         short i = 0;
         for (VaVariable* v = list.First(i); v != nullptr; v = list.Next(i)) {
@@ -91,7 +91,8 @@ public:
             for (size_t n : lengths_) {
                 if (d + 1 + n > text.size()) continue;
                 const auto it = names_.find(text.substr(d + 1, n));
-                if (it != names_.end() && it->second >= from && (best < 0 || it->second < best)) best = it->second;
+                if (it != names_.end() && it->second >= from && (best < 0 || it->second < best))
+                    best = it->second;
             }
         }
         return best;
@@ -99,7 +100,7 @@ public:
     VaVariable* Variable(short i) const { return vars_[static_cast<size_t>(i)]; }
     short Count() const { return count_; }
 
-private:
+  private:
     short count_;
     std::vector<VaVariable*> vars_;
     std::unordered_map<std::string_view, short> names_;
@@ -110,19 +111,31 @@ private:
 
 using kbase_services_internal::KeyFinder;
 
-void VaSetProtocolSubstitutions(bool on) { g_protocolSubstitutions = on; }
-bool VaProtocolSubstitutions() { return g_protocolSubstitutions; }
+void VaSetProtocolSubstitutions(bool on) {
+    g_protocolSubstitutions = on;
+}
+bool VaProtocolSubstitutions() {
+    return g_protocolSubstitutions;
+}
 
 std::string VaValue::Print(const char* name) const {
     switch (type) {
-        case eVaBool: return b ? "true" : "false";
-        case eVaShort: return std::to_string(static_cast<int>(s));
-        case eVaLong: return std::to_string(static_cast<long>(l));
-        case eVaFloat: return Printf("%f", static_cast<double>(f));
-        case eVaDouble: return Printf("%lf", d);
-        case eVaText: return text;
-        case eVaEnv: return fromEnv ? EnvValue(name) : text;
-        default: return std::string();
+        case eVaBool:
+            return b ? "true" : "false";
+        case eVaShort:
+            return std::to_string(static_cast<int>(s));
+        case eVaLong:
+            return std::to_string(static_cast<long>(l));
+        case eVaFloat:
+            return Printf("%f", static_cast<double>(f));
+        case eVaDouble:
+            return Printf("%lf", d);
+        case eVaText:
+            return text;
+        case eVaEnv:
+            return fromEnv ? EnvValue(name) : text;
+        default:
+            return std::string();
     }
 }
 
@@ -146,12 +159,16 @@ short VaList::Add(VaVariable* v) {
     items_.push_back(v);
     return static_cast<short>(items_.size() - 1);
 }
-short VaList::Append(VaVariable* v) { return Add(v); }
+short VaList::Append(VaVariable* v) {
+    return Add(v);
+}
 VaList& VaList::operator+=(VaVariable* v) {
     Add(v);
     return *this;
 }
-short VaList::Prepend(VaVariable* v) { return Insert(v, 0); }
+short VaList::Prepend(VaVariable* v) {
+    return Insert(v, 0);
+}
 short VaList::Insert(const VaVariable* v, short pos) {
     if (Full() || pos < 0 || pos > No()) return -1;
     items_.insert(items_.begin() + pos, const_cast<VaVariable*>(v));
@@ -162,7 +179,9 @@ bool VaList::Set(short pos, VaVariable* v) {
     items_[static_cast<size_t>(pos)] = v;
     return true;
 }
-bool VaList::Remove(const VaVariable* v) { return RemovePos(Index(v)); }
+bool VaList::Remove(const VaVariable* v) {
+    return RemovePos(Index(v));
+}
 bool VaList::RemovePos(short pos) {
     if (pos < 0 || pos >= No()) return false;
     items_.erase(items_.begin() + pos);
@@ -172,23 +191,35 @@ VaList& VaList::operator-=(const VaVariable* v) {
     Remove(v);
     return *this;
 }
-void VaList::RemoveAll() { items_.clear(); }
-short VaList::No() const { return static_cast<short>(items_.size()); }
+void VaList::RemoveAll() {
+    items_.clear();
+}
+short VaList::No() const {
+    return static_cast<short>(items_.size());
+}
 short VaList::Index(const VaVariable* v) const {
     const auto it = std::find(items_.begin(), items_.end(), v);
     return it == items_.end() ? short{-1} : static_cast<short>(it - items_.begin());
 }
-bool VaList::Member(const VaVariable* v) const { return Index(v) >= 0; }
+bool VaList::Member(const VaVariable* v) const {
+    return Index(v) >= 0;
+}
 VaVariable* VaList::Elem(short pos) const {
     return pos >= 0 && pos < No() ? items_[static_cast<size_t>(pos)] : nullptr;
 }
-VaVariable* VaList::operator[](short pos) const { return Elem(pos); }
-VaVariable* VaList::First() const { return Elem(0); }
+VaVariable* VaList::operator[](short pos) const {
+    return Elem(pos);
+}
+VaVariable* VaList::First() const {
+    return Elem(0);
+}
 VaVariable* VaList::First(short& i) const {
     i = 0;
     return Elem(i);
 }
-VaVariable* VaList::Last() const { return Elem(static_cast<short>(No() - 1)); }
+VaVariable* VaList::Last() const {
+    return Elem(static_cast<short>(No() - 1));
+}
 VaVariable* VaList::Last(short& i) const {
     i = static_cast<short>(No() - 1);
     return Elem(i);
@@ -219,8 +250,9 @@ void VaList::DeleteAll() {
 }
 void VaList::Sort(int (*compare)(const VaVariable*, const VaVariable*)) {
     if (compare == nullptr) return;
-    std::stable_sort(items_.begin(), items_.end(),
-                     [compare](const VaVariable* a, const VaVariable* b) { return compare(a, b) < 0; });
+    std::stable_sort(
+        items_.begin(), items_.end(),
+        [compare](const VaVariable* a, const VaVariable* b) { return compare(a, b) < 0; });
 }
 VaVariable* VaList::Search(int (*match)(const VaVariable*)) const {
     if (match == nullptr) return nullptr;
@@ -233,11 +265,15 @@ VaVariable* VaList::Search(int (*match)(const VaVariable*)) const {
 // ---- VaVars -----------------------------------------------------------------------------------
 
 VaVars::VaVars() = default;
-VaVars::~VaVars() { list_.DeleteAll(); }
+VaVars::~VaVars() {
+    list_.DeleteAll();
+}
 
 const KeyFinder& VaVars::Keys() {
-    // Variables are only ever added (Unset keeps them), so the count tells whether the list changed.
-    if (keys_ == nullptr || keys_->Count() != list_.No()) keys_ = std::make_unique<KeyFinder>(list_);
+    // Variables are only ever added (Unset keeps them), so the count tells whether the list
+    // changed.
+    if (keys_ == nullptr || keys_->Count() != list_.No())
+        keys_ = std::make_unique<KeyFinder>(list_);
     return *keys_;
 }
 
@@ -287,10 +323,18 @@ bool VaVars::SetValue(const char* name, short type, const T& value, const char* 
     return true;
 }
 
-bool VaVars::Set(const char* name, bool value, const char* comment) { return SetValue(name, eVaBool, value, comment); }
-bool VaVars::Set(const char* name, short value, const char* comment) { return SetValue(name, eVaShort, value, comment); }
-bool VaVars::Set(const char* name, long value, const char* comment) { return SetValue(name, eVaLong, value, comment); }
-bool VaVars::Set(const char* name, float value, const char* comment) { return SetValue(name, eVaFloat, value, comment); }
+bool VaVars::Set(const char* name, bool value, const char* comment) {
+    return SetValue(name, eVaBool, value, comment);
+}
+bool VaVars::Set(const char* name, short value, const char* comment) {
+    return SetValue(name, eVaShort, value, comment);
+}
+bool VaVars::Set(const char* name, long value, const char* comment) {
+    return SetValue(name, eVaLong, value, comment);
+}
+bool VaVars::Set(const char* name, float value, const char* comment) {
+    return SetValue(name, eVaFloat, value, comment);
+}
 bool VaVars::Set(const char* name, double value, const char* comment) {
     return SetValue(name, eVaDouble, value, comment);
 }
@@ -318,7 +362,9 @@ bool VaVars::Get(const char* name, char*& value) {
     if (protocol_ != nullptr) Line("Variables: '", name, "' is '", text.c_str(), "'");
     return true;
 }
-bool VaVars::Get(const char* name, bool& value) { return GetValue(name, eVaBool, &VaValue::b, value); }
+bool VaVars::Get(const char* name, bool& value) {
+    return GetValue(name, eVaBool, &VaValue::b, value);
+}
 bool VaVars::Get(const char* name, short& value) {
     int16_t v = 0;
     if (!GetValue(name, eVaShort, &VaValue::s, v)) return false;
@@ -331,8 +377,12 @@ bool VaVars::Get(const char* name, long& value) {
     value = v;
     return true;
 }
-bool VaVars::Get(const char* name, float& value) { return GetValue(name, eVaFloat, &VaValue::f, value); }
-bool VaVars::Get(const char* name, double& value) { return GetValue(name, eVaDouble, &VaValue::d, value); }
+bool VaVars::Get(const char* name, float& value) {
+    return GetValue(name, eVaFloat, &VaValue::f, value);
+}
+bool VaVars::Get(const char* name, double& value) {
+    return GetValue(name, eVaDouble, &VaValue::d, value);
+}
 
 bool VaVars::SetEnv(const char* name, const char* defaultValue) {
     VaVariable* var = FindOrCreate(name, nullptr);
@@ -344,12 +394,14 @@ bool VaVars::SetEnv(const char* name, const char* defaultValue) {
         v.text.clear();
         v.text.shrink_to_fit();
         v.fromEnv = true;
-        if (protocol_ != nullptr) Line("Variables: Environment '", name, "' has value '", EnvValue(name).c_str(), "'");
+        if (protocol_ != nullptr)
+            Line("Variables: Environment '", name, "' has value '", EnvValue(name).c_str(), "'");
     } else {
         v.text = defaultValue != nullptr ? defaultValue : "";
         v.fromEnv = false;
         if (protocol_ != nullptr) {
-            Line("Variables: No Envrionment value for '", name, "', use default '", v.text.c_str(), "'");
+            Line("Variables: No Envrionment value for '", name, "', use default '", v.text.c_str(),
+                 "'");
         }
     }
     return true;
@@ -370,7 +422,8 @@ bool VaVars::Comment(const char* name, char*& comment) {
         return comment != nullptr;
     }
     var->SetComment(comment);
-    if (protocol_ != nullptr) Line("Variables: variable's '", name, "' new comment: '", comment, "'");
+    if (protocol_ != nullptr)
+        Line("Variables: variable's '", name, "' new comment: '", comment, "'");
     return true;
 }
 
@@ -449,7 +502,8 @@ VaReplaceResult VaVars::ReplaceAllLimited(std::string& text, int maxPasses, size
             key.assign(1, '$');
             key += v->Name();
             bool tooLong = false;
-            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0 && first == nullptr) first = v;
+            if (ReplaceIn(text, key, v->Print(), maxLength, tooLong) > 0 && first == nullptr)
+                first = v;
             if (tooLong) {
                 if (culprit != nullptr) *culprit = v->Name();
                 return VaReplaceResult::kTooLong;

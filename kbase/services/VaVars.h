@@ -21,11 +21,11 @@
 // Protocol: with a sink attached (SetProtocol), every successful change or query writes one line:
 //   Variables: set '$<name>' to '<value>'
 //   Variables: Environment '<name>' has value '<value>'
-//   Variables: No Envrionment value for '<name>', use default '<default>'   (sic: the spelling is kept)
-//   Variables: '<name>' is '<value>'                       (Get)
-//   Variables: variable's '<name>' new comment: '<comment>'
-//   Variables: push '<name>'    Variables: pop '<name>'    Variables: Undefine '<name>'
-//   Variables: substitute '<input>' to '<result>'          (ReplaceAll, only while
+//   Variables: No Envrionment value for '<name>', use default '<default>'   (sic: the spelling is
+//   kept) Variables: '<name>' is '<value>'                       (Get) Variables: variable's
+//   '<name>' new comment: '<comment>' Variables: push '<name>'    Variables: pop '<name>'
+//   Variables: Undefine '<name>' Variables: substitute '<input>' to '<result>' (ReplaceAll, only
+//   while
 //                                                            VaProtocolSubstitutions() is true)
 // Values in the lines are printed as in a substitution.
 //
@@ -77,7 +77,7 @@ struct KBASE_API VaValue {
 
 // The earlier values of one variable, last pushed on top.
 class KBASE_API VaStack {
-public:
+  public:
     void Push(const VaValue& v) { values_.push_back(v); }
     // Moves the top into v; false when empty.
     bool Pop(VaValue& v);
@@ -85,12 +85,12 @@ public:
     size_t Depth() const { return values_.size(); }
     void Clear() { values_.clear(); }
 
-private:
+  private:
     std::vector<VaValue> values_;
 };
 
 class KBASE_API VaVariable {
-public:
+  public:
     explicit VaVariable(const char* name, const char* comment = nullptr);
     virtual ~VaVariable();
 
@@ -104,7 +104,7 @@ public:
     std::string Print() const { return value_.Print(name_.c_str()); }
     VaStack& Saved() { return saved_; }
 
-private:
+  private:
     std::string name_;
     std::string comment_;
     VaValue value_;
@@ -116,24 +116,24 @@ private:
 // not destroy its variables when it is destroyed. It holds at most 32767 variables: beyond that
 // the adding members refuse (-1).
 class KBASE_API VaList {
-public:
+  public:
     VaList() = default;
     VaList(const VaList&) = delete;
     VaList& operator=(const VaList&) = delete;
     virtual ~VaList();
 
-    virtual short Add(VaVariable* v);                        // appends; position or -1
-    virtual short Append(VaVariable* v);                     // the same as Add
+    virtual short Add(VaVariable* v);     // appends; position or -1
+    virtual short Append(VaVariable* v);  // the same as Add
     virtual VaList& operator+=(VaVariable* v);
-    virtual short Prepend(VaVariable* v);                    // 0, or -1
-    virtual short Insert(const VaVariable* v, short pos);    // before pos (pos == No(): at the end)
-    virtual bool Set(short pos, VaVariable* v);              // replaces the entry at pos
-    virtual bool Remove(const VaVariable* v);                // its first entry
+    virtual short Prepend(VaVariable* v);                  // 0, or -1
+    virtual short Insert(const VaVariable* v, short pos);  // before pos (pos == No(): at the end)
+    virtual bool Set(short pos, VaVariable* v);            // replaces the entry at pos
+    virtual bool Remove(const VaVariable* v);              // its first entry
     virtual bool RemovePos(short pos);
     virtual VaList& operator-=(const VaVariable* v);
     virtual void RemoveAll();
     virtual short No() const;
-    virtual short Index(const VaVariable* v) const;          // first position, or -1
+    virtual short Index(const VaVariable* v) const;  // first position, or -1
     virtual bool Member(const VaVariable* v) const;
     virtual VaVariable* Elem(short pos) const;
     virtual VaVariable* operator[](short pos) const;
@@ -153,7 +153,7 @@ public:
     // The first variable for which match returns non-zero, or null.
     virtual VaVariable* Search(int (*match)(const VaVariable*)) const;
 
-private:
+  private:
     bool Full() const { return items_.size() >= 32767; }
     std::vector<VaVariable*> items_;
 };
@@ -162,7 +162,7 @@ private:
 enum class VaReplaceResult { kDone, kPassLimit, kTooLong };
 
 class KBASE_API VaVars {
-public:
+  public:
     VaVars();
     VaVars(const VaVars&) = delete;
     VaVars& operator=(const VaVars&) = delete;
@@ -193,7 +193,8 @@ public:
     // An environment variable with a default (see the header's opening). False when the variable
     // is set with a type other than 7.
     virtual bool SetEnv(const char* name, const char* defaultValue);
-    // Whether the variable takes its value from the environment settings (type 7); false when absent.
+    // Whether the variable takes its value from the environment settings (type 7); false when
+    // absent.
     virtual bool IsEnv(const char* name, bool& isEnv);
     // With a non-null comment: gives the variable that comment (protocol line). With a null one:
     // hands out a copy of the current comment. False when the variable is absent.
@@ -224,7 +225,7 @@ public:
     VaVariable* Find(const char* name) const;
     const VaList& List() const { return list_; }
 
-private:
+  private:
     template <typename T>
     bool SetValue(const char* name, short type, const T& value, const char* comment);
     template <typename T>

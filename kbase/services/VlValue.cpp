@@ -29,8 +29,12 @@ int32_t Saturate(double v) {
 
 }  // namespace
 
-VlValue::VlValue(const VlValue& other) { *this = other; }
-VlValue::VlValue(VlValue&& other) noexcept { *this = std::move(other); }
+VlValue::VlValue(const VlValue& other) {
+    *this = other;
+}
+VlValue::VlValue(VlValue&& other) noexcept {
+    *this = std::move(other);
+}
 
 VlValue& VlValue::operator=(const VlValue& other) {
     if (this == &other) return *this;
@@ -60,22 +64,30 @@ VlValue& VlValue::operator=(VlValue&& other) noexcept {
     return *this;
 }
 
-VlValue::~VlValue() { UtFreeMemory(text_); }
+VlValue::~VlValue() {
+    UtFreeMemory(text_);
+}
 
 double VlValue::GetReal() const {
     switch (type_) {
-        case eVlReal: return real_;
-        case eVlLong: return long_;
-        default: return 0;
+        case eVlReal:
+            return real_;
+        case eVlLong:
+            return long_;
+        default:
+            return 0;
     }
 }
 
 long VlValue::GetLong() const {
     switch (type_) {
-        case eVlReal: return Saturate(real_);
+        case eVlReal:
+            return Saturate(real_);
         case eVlLong:
-        case eVlVoid: return long_;
-        default: return 0;
+        case eVlVoid:
+            return long_;
+        default:
+            return 0;
     }
 }
 
@@ -133,21 +145,32 @@ char* VlValue::RemoveText() {
 bool VlValue::operator==(const VlValue& other) const {
     if (type_ != other.type_) return false;
     switch (type_) {
-        case eVlReal: return real_ == other.real_;
-        case eVlText: return std::strcmp(text_, other.text_) == 0;
-        case eVlVptr: return ptr_ == other.ptr_;
-        default: return long_ == other.long_;
+        case eVlReal:
+            return real_ == other.real_;
+        case eVlText:
+            return std::strcmp(text_, other.text_) == 0;
+        case eVlVptr:
+            return ptr_ == other.ptr_;
+        default:
+            return long_ == other.long_;
     }
 }
 
 XdOStream& operator<<(XdOStream& out, const VlValue& v) {
     out << static_cast<unsigned char>(v.GetType());
     switch (v.GetType()) {
-        case VlValue::eVlReal: out << v.GetReal(); break;
+        case VlValue::eVlReal:
+            out << v.GetReal();
+            break;
         case VlValue::eVlLong:
-        case VlValue::eVlVoid: out << v.GetLong(); break;
-        case VlValue::eVlText: out << v.GetText(); break;
-        case VlValue::eVlVptr: break;
+        case VlValue::eVlVoid:
+            out << v.GetLong();
+            break;
+        case VlValue::eVlText:
+            out << v.GetText();
+            break;
+        case VlValue::eVlVptr:
+            break;
     }
     return out;
 }
@@ -182,8 +205,11 @@ XdIStream& operator>>(XdIStream& in, VlValue& v) {
             if (!copied) throw kbase::ExMem("VlValue", kLineUnknownKind, "no memory for a text");
             break;
         }
-        case VlValue::eVlVptr: v.SetVptr(nullptr); break;
-        default: throw kbase::ExRead("VlValue", kLineUnknownKind, "unknown value kind");
+        case VlValue::eVlVptr:
+            v.SetVptr(nullptr);
+            break;
+        default:
+            throw kbase::ExRead("VlValue", kLineUnknownKind, "unknown value kind");
     }
     return in;
 }

@@ -24,8 +24,14 @@ class XdIStream;
 class XdOStream;
 
 class KBASE_API VlValue {
-public:
-    enum eVlType : unsigned char { eVlVoid = 0, eVlLong = 1, eVlReal = 2, eVlText = 3, eVlVptr = 4 };
+  public:
+    enum eVlType : unsigned char {
+        eVlVoid = 0,
+        eVlLong = 1,
+        eVlReal = 2,
+        eVlText = 3,
+        eVlVptr = 4
+    };
 
     VlValue() = default;
     explicit VlValue(double v) { SetReal(v); }
@@ -71,7 +77,7 @@ public:
     bool operator==(const VlValue& other) const;
     bool operator!=(const VlValue& other) const { return !(*this == other); }
 
-private:
+  private:
     eVlType type_ = eVlVoid;
     double real_ = 0;
     int32_t long_ = 0;  // long and void payload

@@ -1,5 +1,7 @@
 // Callbacks, handlers and arguments: execution order, suspension, registrations on both sides in
 // every order of adding and destroying, changes made by a callback while its handler runs.
+#include "kbase/services/Callback.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "kbase/services/Callback.h"
 #include "test_support.h"
 
 namespace {
@@ -152,7 +153,8 @@ TEST(Callbacks, EveryOrderOfRegistrationAndDestruction) {
 TEST(Callbacks, ChangesDuringExecuteAllSkipNothingAndRepeatNothing) {
     std::string log;
     std::vector<Probe> probes(5);
-    for (int i = 0; i < 5; ++i) probes[static_cast<size_t>(i)] = {&log, static_cast<char>('a' + i), {}};
+    for (int i = 0; i < 5; ++i)
+        probes[static_cast<size_t>(i)] = {&log, static_cast<char>('a' + i), {}};
     // Five callbacks a..e registered in that order with a handler of their own.
     struct Scene {
         std::unique_ptr<CallbackHandler> h = std::make_unique<CallbackHandler>();
@@ -185,7 +187,9 @@ TEST(Callbacks, ChangesDuringExecuteAllSkipNothingAndRepeatNothing) {
     // c removes a and b (already called): d and e still come, once each.
     {
         auto s = make();
-        probes[2].then = [&](CallbackArgs*) { s->h->Remove(s->cbs[0].get()), s->h->Remove(s->cbs[1].get()); };
+        probes[2].then = [&](CallbackArgs*) {
+            s->h->Remove(s->cbs[0].get()), s->h->Remove(s->cbs[1].get());
+        };
         EXPECT_EQ(run(*s->h), "abcde");
         EXPECT_EQ(run(*s->h), "cde");
     }
@@ -257,15 +261,15 @@ TEST(CallbackArgs, ParametersByIndexNameAndKind) {
     args.AddVoidPtrParam(UtCString("p"), &target);
     args.AddRPT3Param(UtCString("pt"), RPT3{1, 2, 3});
     args.AddErrTypeParam(17);
-    args.AddInt32Param(UtCString("n"), 5);       // same name: the first wins
+    args.AddInt32Param(UtCString("n"), 5);  // same name: the first wins
     args.AddStringParam(UtCString("N"), UtCString("upper"));
     ASSERT_EQ(args.ParamCount(), 11);
 
     const eCallbackArgsParamType kinds[] = {
-        eCallbackArgsParamBool,   eCallbackArgsParamInt32,     eCallbackArgsParamReal,
-        eCallbackArgsParamString, eCallbackArgsParamStringList, eCallbackArgsParamStringMap,
-        eCallbackArgsParamVoidPtr, eCallbackArgsParamRPT3,     eCallbackArgsParamErrType,
-        eCallbackArgsParamInt32,  eCallbackArgsParamString};
+        eCallbackArgsParamBool,    eCallbackArgsParamInt32,      eCallbackArgsParamReal,
+        eCallbackArgsParamString,  eCallbackArgsParamStringList, eCallbackArgsParamStringMap,
+        eCallbackArgsParamVoidPtr, eCallbackArgsParamRPT3,       eCallbackArgsParamErrType,
+        eCallbackArgsParamInt32,   eCallbackArgsParamString};
     for (long i = 0; i < 11; ++i) EXPECT_EQ(args.GetParam(i)->GetTypeId(), kinds[i]) << i;
     EXPECT_EQ(args.GetParam(8)->Name().GetLength(), 0) << "the error type has no name";
 
@@ -278,7 +282,8 @@ TEST(CallbackArgs, ParametersByIndexNameAndKind) {
     EXPECT_EQ(args.GetVoidPtrParamByName(UtCString("p"))->Value(), &target);
     EXPECT_EQ(args.GetRPT3ParamByName(UtCString("pt"))->Value().z, 3);
     EXPECT_EQ(args.GetErrTypeParam()->Value(), 17);
-    EXPECT_EQ(args.GetStringParamByName(UtCString("N"))->Value(), "upper") << "names are case-sensitive";
+    EXPECT_EQ(args.GetStringParamByName(UtCString("N"))->Value(), "upper")
+        << "names are case-sensitive";
     EXPECT_EQ(args.GetParamByName(UtCString("FLAG")), nullptr);
     EXPECT_EQ(args.GetParamByName(UtCString("fla")), nullptr) << "a prefix is no match";
     EXPECT_EQ(args.GetParamByName(UtCString("flags")), nullptr);

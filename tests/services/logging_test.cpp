@@ -16,7 +16,9 @@ using services_test::FixedClock;
 using services_test::ReadFile;
 using services_test::TempDir;
 
-UtCString U8(const std::string& s) { return UtCString(s.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8); }
+UtCString U8(const std::string& s) {
+    return UtCString(s.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+}
 
 TEST(Logging, RecordsHaveTheExactFormatForEveryLevel) {
     FixedClock clock;
@@ -31,19 +33,23 @@ TEST(Logging, RecordsHaveTheExactFormatForEveryLevel) {
         {7, "[ 2024-05-17 14:03:59 INFO    ] message"},
         {-1, "[ 2024-05-17 14:03:59 INFO    ] message"},
     };
-    for (const Case& c : cases) log.LogOnly(U8("message"), static_cast<UtCLogging::eLogLevel>(c.level));
+    for (const Case& c : cases)
+        log.LogOnly(U8("message"), static_cast<UtCLogging::eLogLevel>(c.level));
     ASSERT_EQ(log.GetLogSize(), 5);
     for (long i = 0; i < 5; ++i) EXPECT_EQ(log.GetRecord(i).GetUtf8String(), cases[i].record) << i;
 
-    // The time follows the clock, also within one logging object; texts keep '%' and their encoding.
+    // The time follows the clock, also within one logging object; texts keep '%' and their
+    // encoding.
     FixedClock::Set(services_test::kFixedTime + 3601);
     log.LogOnly(U8("100% K\xC3\xB6ln %s"), UtCLogging::eLogInfo);
-    EXPECT_EQ(log.GetRecord(5).GetUtf8String(), "[ 2024-05-17 15:04:00 INFO    ] 100% K\xC3\xB6ln %s");
+    EXPECT_EQ(log.GetRecord(5).GetUtf8String(),
+              "[ 2024-05-17 15:04:00 INFO    ] 100% K\xC3\xB6ln %s");
     EXPECT_TRUE(log.GetRecord(5).isUtf8EncodingType());
     log.LogOnly(UtCString(u"\u20AC 16", eUtEncodingTypeUtf16), UtCLogging::eLogWarning);
     EXPECT_TRUE(log.GetRecord(6).isUtf16EncodingType());
     EXPECT_EQ(log.GetRecord(6).GetUtf8String(), "[ 2024-05-17 15:04:00 WARNING ] \xE2\x82\xAC 16");
-    log.LogOnly(UtCString("\xE4", eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252), UtCLogging::eLogInfo);
+    log.LogOnly(UtCString("\xE4", eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252),
+                UtCLogging::eLogInfo);
     EXPECT_EQ(log.GetRecord(7).GetUtf8String(), "[ 2024-05-17 15:04:00 INFO    ] \xC3\xA4");
     log.LogOnly(U8(""), UtCLogging::eLogInfo);
     EXPECT_EQ(log.GetRecord(8).GetUtf8String(), "[ 2024-05-17 15:04:00 INFO    ] ");
@@ -69,14 +75,16 @@ TEST(Logging, DumpFileNameFollowsThePathAndTheClock) {
         {"/var/x/.txt", ""},
         {"/var/x/log.txt.gz", ""},
     };
-    for (const Case& c : cases) EXPECT_EQ(UtCLogging(U8(c.path)).GetDumpFileName().GetUtf8String(), c.dump) << c.path;
+    for (const Case& c : cases)
+        EXPECT_EQ(UtCLogging(U8(c.path)).GetDumpFileName().GetUtf8String(), c.dump) << c.path;
 
     // An empty path means log.txt in the temporary folder.
     char dir[512];
     ASSERT_GT(UtGetTempDir(dir, sizeof dir), 0u);
     UtCLogging byDefault{UtCString()};
     EXPECT_EQ(byDefault.GetPath().GetUtf8String(), std::string(dir) + "log.txt");
-    EXPECT_EQ(byDefault.GetDumpFileName().GetUtf8String(), std::string(dir) + "log_2024-05-17 14-03-59.txt");
+    EXPECT_EQ(byDefault.GetDumpFileName().GetUtf8String(),
+              std::string(dir) + "log_2024-05-17 14-03-59.txt");
 }
 
 TEST(Logging, LogDumpsOnErrorsOnlyAndRepeatsEarlierRecords) {
@@ -88,7 +96,8 @@ TEST(Logging, LogDumpsOnErrorsOnlyAndRepeatsEarlierRecords) {
     log.Log(U8("careful"), UtCLogging::eLogWarning);
     EXPECT_EQ(log.GetLogSize(), 1);
     EXPECT_FALSE(std::filesystem::exists(dump)) << "a warning writes no file";
-    EXPECT_FALSE(std::filesystem::exists(dir.File("log.txt"))) << "the log path itself is never written";
+    EXPECT_FALSE(std::filesystem::exists(dir.File("log.txt")))
+        << "the log path itself is never written";
 
     kbase_test::DiagCapture diag;
     log.Log(U8("broken"), UtCLogging::eLogError);
@@ -112,7 +121,8 @@ TEST(Logging, LogDumpsOnErrorsOnlyAndRepeatsEarlierRecords) {
 
     // Records of every encoding dump as UTF-8.
     UtCLogging mixed(U8(dir.File("m.txt")));
-    mixed.LogOnly(UtCString("K\xF6ln", eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252), UtCLogging::eLogInfo);
+    mixed.LogOnly(UtCString("K\xF6ln", eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252),
+                  UtCLogging::eLogInfo);
     mixed.LogOnly(UtCString(u"\u20AC", eUtEncodingTypeUtf16), UtCLogging::eLogInfo);
     mixed.LogOnly(U8("\xE2\x82\xAC"), UtCLogging::eLogInfo);
     EXPECT_TRUE(mixed.DumpAndShow(U8(""), false));
@@ -149,7 +159,8 @@ TEST(Logging, UnwritableDumpIsFalseAndKeepsTheRecords) {
     }
     // A read-only folder; root writes anywhere, so only other users can check it.
     std::filesystem::create_directory(dir.path() / "ro");
-    std::filesystem::permissions(dir.path() / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    std::filesystem::permissions(
+        dir.path() / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     if (::access((dir.path() / "ro").c_str(), W_OK) != 0) {
         kbase_test::DiagCapture diag;
         UtCLogging log(U8(dir.File("ro/log.txt")));

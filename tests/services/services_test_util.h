@@ -19,7 +19,7 @@ constexpr int64_t kFixedTime = 1715954639;
 
 // Sets the clock to a time the test chooses while it lives.
 class FixedClock {
-public:
+  public:
     explicit FixedClock(int64_t t = kFixedTime) {
         now_ = t;
         previous_ = UtSetClock(&Now);
@@ -29,7 +29,7 @@ public:
     FixedClock& operator=(const FixedClock&) = delete;
     static void Set(int64_t t) { now_ = t; }
 
-private:
+  private:
     static int64_t Now() { return now_; }
     static inline int64_t now_ = 0;
     UtClockFunction previous_;
@@ -37,11 +37,12 @@ private:
 
 // A fresh folder in the temporary folder, removed with everything in it when the object goes.
 class TempDir {
-public:
+  public:
     explicit TempDir(const std::string& name) {
         char dir[512];
         UtGetTempDir(dir, sizeof dir);
-        path_ = std::filesystem::path(dir) / ("kbase_services_" + std::to_string(::getpid()) + "_" + name);
+        path_ = std::filesystem::path(dir) /
+                ("kbase_services_" + std::to_string(::getpid()) + "_" + name);
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
@@ -55,7 +56,7 @@ public:
     std::string File(const std::string& name) const { return (path_ / name).string(); }
     const std::filesystem::path& path() const { return path_; }
 
-private:
+  private:
     std::filesystem::path path_;
 };
 

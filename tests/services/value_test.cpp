@@ -1,6 +1,5 @@
 // VlValue: kinds, conversions, ownership of the text, and the stream form through an XDR file.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cmath>
@@ -112,9 +111,14 @@ TEST(Value, WrittenAndReadBackThroughAnXdrFile) {
     VlValue ptr;
     ptr.SetVptr(&target);
     std::string longText(70000, 'x');
-    const std::vector<VlValue> values = {VlValue(-0.0),   VlValue(1e-300), VlValue(-2147483647L - 1),
-                                         VlValue("K\xF6ln"), VlValue(""),  VlValue(longText.c_str()),
-                                         voidValue,       ptr};
+    const std::vector<VlValue> values = {VlValue(-0.0),
+                                         VlValue(1e-300),
+                                         VlValue(-2147483647L - 1),
+                                         VlValue("K\xF6ln"),
+                                         VlValue(""),
+                                         VlValue(longText.c_str()),
+                                         voidValue,
+                                         ptr};
     {
         XdStdio out(UtCString(path.c_str()), UtCString("w"));
         for (const VlValue& v : values) out << v;

@@ -23,7 +23,8 @@ std::string Replace(VaVars& vars, const std::string& text, short size = 256) {
 }
 
 // ReplaceAll with text variables set in the order given.
-std::string Replace(std::initializer_list<std::pair<const char*, const char*>> values, const std::string& text) {
+std::string Replace(std::initializer_list<std::pair<const char*, const char*>> values,
+                    const std::string& text) {
     VaVars vars;
     for (const auto& [name, value] : values) vars.Set(name, value);
     return Replace(vars, text);
@@ -57,8 +58,9 @@ TEST(Variables, TypesAreFixedByTheFirstSet) {
         const char* name;
         short type;
         const char* printed;
-    } cases[] = {{"b", eVaBool, "false"},    {"s", eVaShort, "-32768"},       {"l", eVaLong, "2147483647"},
-                 {"f", eVaFloat, "0.100000"}, {"d", eVaDouble, "-2.500000"},   {"t", eVaText, "K\xF6ln"}};
+    } cases[] = {{"b", eVaBool, "false"},       {"s", eVaShort, "-32768"},
+                 {"l", eVaLong, "2147483647"},  {"f", eVaFloat, "0.100000"},
+                 {"d", eVaDouble, "-2.500000"}, {"t", eVaText, "K\xF6ln"}};
     EXPECT_TRUE(vars.Set("b", false, "a flag"));
     EXPECT_TRUE(vars.Set("s", static_cast<short>(-32768)));
     EXPECT_TRUE(vars.Set("l", 2147483647L));
@@ -116,17 +118,23 @@ TEST(Variables, ReplaceAllFillsTextsWithItsKeptRules) {
     EXPECT_EQ(Replace(vars, "$x"), "true");
     EXPECT_EQ(Replace(vars, "no dollar"), "no dollar");
     EXPECT_EQ(Replace(vars, "$$n$"), "$3$") << "a lone dollar stays";
-    EXPECT_EQ(Replace(vars, "$nn $N"), "3n $N") << "keys have no terminator; names are case-sensitive";
+    EXPECT_EQ(Replace(vars, "$nn $N"), "3n $N")
+        << "keys have no terminator; names are case-sensitive";
 
     // A prefix name matches inside longer keys; the first variable in the list wins.
     EXPECT_EQ(Replace({{"a", "A"}, {"ab", "AB"}}, "$ab"), "Ab");
     EXPECT_EQ(Replace({{"ab", "AB"}, {"a", "A"}}, "$ab $a"), "AB A");
     // Values with keys are expanded by the next passes, in any list order.
-    EXPECT_EQ(Replace({{"first", "<$second>"}, {"second", "$third$third"}, {"third", "3"}}, "$first"), "<33>");
-    EXPECT_EQ(Replace({{"third", "3"}, {"second", "$third$third"}, {"first", "<$second>"}}, "$first"), "<33>");
+    EXPECT_EQ(
+        Replace({{"first", "<$second>"}, {"second", "$third$third"}, {"third", "3"}}, "$first"),
+        "<33>");
+    EXPECT_EQ(
+        Replace({{"third", "3"}, {"second", "$third$third"}, {"first", "<$second>"}}, "$first"),
+        "<33>");
     EXPECT_EQ(Replace({{"dollar", "$"}, {"name", "dollar"}}, "$$name"), "$")
         << "'$' + 'dollar' made by a pass is a key of the next";
-    EXPECT_EQ(Replace({{"a", "$"}, {"b", "a"}}, "$$b"), "$") << "the key made in pass one is filled in pass two";
+    EXPECT_EQ(Replace({{"a", "$"}, {"b", "a"}}, "$$b"), "$")
+        << "the key made in pass one is filled in pass two";
 
     EXPECT_FALSE(vars.ReplaceAll(nullptr, 10));
     char one[1] = {'\0'};
@@ -215,7 +223,8 @@ TEST(Variables, ProtocolLinesAreExact) {
     EXPECT_EQ(Replace(vars, "$n"), "3");
     vars.Set("n", 4L);
     VaSetProtocolSubstitutions(true);
-    EXPECT_EQ(p.Contents(), "Variables: set '$n' to '4'\n") << "the switch silences substitutions only";
+    EXPECT_EQ(p.Contents(), "Variables: set '$n' to '4'\n")
+        << "the switch silences substitutions only";
 
     p.Clear();
     vars.SetProtocol(nullptr);
@@ -233,14 +242,16 @@ TEST(Variables, EnvironmentValuesAndDefaults) {
     vars.SetProtocol(&p);
     EXPECT_TRUE(vars.SetEnv("KBASE_SERVICES_ENV_SET", "default"));
     EXPECT_TRUE(vars.SetEnv("KBASE_SERVICES_ENV_UNSET", "fallback"));
-    EXPECT_EQ(p.Contents(),
-              "Variables: Environment 'KBASE_SERVICES_ENV_SET' has value 'from environment'\n"
-              "Variables: No Envrionment value for 'KBASE_SERVICES_ENV_UNSET', use default 'fallback'\n");
+    EXPECT_EQ(
+        p.Contents(),
+        "Variables: Environment 'KBASE_SERVICES_ENV_SET' has value 'from environment'\n"
+        "Variables: No Envrionment value for 'KBASE_SERVICES_ENV_UNSET', use default 'fallback'\n");
     bool isEnv = false;
     EXPECT_TRUE(vars.IsEnv("KBASE_SERVICES_ENV_SET", isEnv));
     EXPECT_TRUE(isEnv);
     EXPECT_EQ(vars.Find("KBASE_SERVICES_ENV_SET")->Type(), eVaEnv);
-    EXPECT_EQ(Replace(vars, "$KBASE_SERVICES_ENV_SET/$KBASE_SERVICES_ENV_UNSET"), "from environment/fallback");
+    EXPECT_EQ(Replace(vars, "$KBASE_SERVICES_ENV_SET/$KBASE_SERVICES_ENV_UNSET"),
+              "from environment/fallback");
 
     // The environment is read at each use; a default stays a default.
     setenv("KBASE_SERVICES_ENV_SET", "changed", 1);
@@ -311,7 +322,8 @@ TEST(Variables, LimitedReplacementStopsSelfReference) {
     chain.Set("x", "$y");
     chain.Set("y", "1");
     text = "$x";
-    EXPECT_EQ(chain.ReplaceAllLimited(text, 1, 100), VaReplaceResult::kDone) << "x then y in one pass";
+    EXPECT_EQ(chain.ReplaceAllLimited(text, 1, 100), VaReplaceResult::kDone)
+        << "x then y in one pass";
     EXPECT_EQ(text, "1");
     VaVars reverse;
     reverse.Set("y", "1");
@@ -358,13 +370,14 @@ TEST(VariableList, PositionsWalksAndOwnership) {
     EXPECT_EQ(list.Insert(c, 1), 1);
     EXPECT_EQ(list.Insert(c, 9), -1);
     EXPECT_EQ(names(), "acbd");
-    list.Sort([](const VaVariable* x, const VaVariable* y) { return std::strcmp(y->Name(), x->Name()); });
+    list.Sort(
+        [](const VaVariable* x, const VaVariable* y) { return std::strcmp(y->Name(), x->Name()); });
     EXPECT_EQ(names(), "dcba");
     EXPECT_EQ(list.Search([](const VaVariable* v) { return v->Name()[0] == 'b' ? 1 : 0; }), b);
     EXPECT_EQ(list.Search([](const VaVariable*) { return 0; }), nullptr);
     EXPECT_TRUE(list.Set(0, a));  // d unlinked, a twice
     EXPECT_FALSE(list.Set(4, a));
-    list -= a;                    // the first a only
+    list -= a;  // the first a only
     EXPECT_EQ(names(), "cba");
     EXPECT_TRUE(list.RemovePos(2));
     EXPECT_FALSE(list.RemovePos(2));

@@ -1,11 +1,12 @@
 // The subst job in process: typed values, block boundaries anywhere, the pass and length limits,
 // usage errors, and the protocol and output files replaced only on success.
+#include "subst.h"
+
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
 
-#include "subst.h"
 #include "tool_test_support.h"
 
 namespace {
@@ -38,12 +39,23 @@ TEST(Subst, ValuesAreTypedByTheirForm) {
         const char* var;
         const char* printed;
     } cases[] = {
-        {"v=42", "42"},         {"v=-2147483648", "-2147483648"}, {"v=2147483648", "2147483648"},
-        {"v=+7", "7"},          {"v=2.5", "2.500000"},            {"v=1e3", "1000.000000"},
-        {"v=.5", "0.500000"},   {"v=true", "true"},               {"v=false", "false"},
-        {"v=True", "True"},     {"v=inf", "inf"},                 {"v=1e999", "1e999"},
-        {"v=0x10", "0x10"},     {"v=", ""},                       {"v=a=b", "a=b"},
-        {"v=12abc", "12abc"},   {"v=1.2.3", "1.2.3"},
+        {"v=42", "42"},
+        {"v=-2147483648", "-2147483648"},
+        {"v=2147483648", "2147483648"},
+        {"v=+7", "7"},
+        {"v=2.5", "2.500000"},
+        {"v=1e3", "1000.000000"},
+        {"v=.5", "0.500000"},
+        {"v=true", "true"},
+        {"v=false", "false"},
+        {"v=True", "True"},
+        {"v=inf", "inf"},
+        {"v=1e999", "1e999"},
+        {"v=0x10", "0x10"},
+        {"v=", ""},
+        {"v=a=b", "a=b"},
+        {"v=12abc", "12abc"},
+        {"v=1.2.3", "1.2.3"},
     };
     for (const Case& c : cases) {
         const SubstRun r = Fill(With({c.var}), "[$v]\n");
@@ -75,7 +87,9 @@ TEST(Subst, SelfReferenceEndsWithExitThree) {
     o.maxPasses = 7;
     SubstRun r = Fill(o, "$ok\n$ok $loop\n");
     EXPECT_EQ(r.rc, kbase_tool::kExitContent);
-    EXPECT_NE(r.err.find("kbase subst: line 2: '$loop' is still replaced after 7 passes"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("kbase subst: line 2: '$loop' is still replaced after 7 passes"),
+              std::string::npos)
+        << r.err;
 
     // A chain of exactly max-passes steps is fine; one more is not.
     o = With({"a=done", "b=$a", "c=$b"});  // in list order each pass takes one step
