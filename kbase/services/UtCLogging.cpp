@@ -62,8 +62,10 @@ UtCLogging& UtCLogging::operator=(const UtCLogging& other) {
     return *this;
 }
 UtCLogging& UtCLogging::operator=(UtCLogging&& other) noexcept {
-    records_ = std::move(other.records_);
-    path_ = std::move(other.path_);
+    if (this != &other) {
+        records_ = std::move(other.records_);
+        path_ = std::move(other.path_);
+    }
     return *this;
 }
 UtCLogging::~UtCLogging() = default;

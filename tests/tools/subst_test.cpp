@@ -98,6 +98,11 @@ TEST(Subst, SelfReferenceEndsWithExitThree) {
     o.maxPasses = 2;
     EXPECT_EQ(Fill(o, "$c\n").rc, kbase_tool::kExitContent);
 
+    // A line longer than the limit is refused rather than held.
+    r = Fill(With({}), std::string(static_cast<size_t>(kbase_tool::kMaxLineBytes) + 1, 'x'));
+    EXPECT_EQ(r.rc, kbase_tool::kExitContent);
+    EXPECT_NE(r.err.find("line 1 is longer than 16 MiB"), std::string::npos) << r.err;
+
     r = Fill(With({"d=$d$d"}), "$d\n");
     EXPECT_EQ(r.rc, kbase_tool::kExitContent);
     EXPECT_NE(r.err.find("replacing '$d' makes it longer than 16 MiB"), std::string::npos) << r.err;
