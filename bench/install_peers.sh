@@ -6,4 +6,4 @@ SUDO=""
 $SUDO apt-get update -qq
 DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq \
   libbenchmark-dev libicu-dev libtirpc-dev libsqlite3-dev libboost-dev \
-  libfccp-dev libcsv-dev python3-pandas >/dev/null
+  libfccp-dev libcsv-dev python3-pandas libspdlog-dev gettext-base >/dev/null

@@ -8,8 +8,8 @@
 # The data (about 500 MB of German text) is generated once into $KBASE_BENCH_DATA (default
 # ${TMPDIR:-/tmp}/kbase_program_bench) and kept for later runs. KBASE_BENCH_RSS=1 also measures
 # the peak memory of kbase recode on a 2 GB file (made from the 500 MB one, removed afterwards).
-# Peers: hyperfine, iconv (libc-bin), uconv (icu-devtools), miller, csvkit and GNU sort, installed
-# with apt-get when missing. The csv part generates its own file (see below).
+# Peers: hyperfine, iconv (libc-bin), uconv (icu-devtools), miller, csvkit, GNU sort and envsubst, installed
+# with apt-get when missing. The csv and subst parts generate their own files (see below).
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -165,3 +165,28 @@ for args in "" "--group Bezirk --sum Betrag" "--sort Betrag"; do
     rss=$(/usr/bin/time -v "$kbase" csv "$csv" $args 2>&1 >/dev/null | awk -F': ' '/Maximum resident set size/ {print $2}')
     echo "kbase csv ${args:-(describe)}: peak RSS $((rss / 1024)) MiB"
 done
+
+# The subst job beside envsubst (gettext-base) on about 100 MB of text with 100 variables, keys
+# $v00..$v99 (none a prefix of another, so both fill the same text), and its peak memory.
+need envsubst gettext-base
+template=$data/subst_template.txt
+if [ ! -s "$template" ]; then
+    awk 'BEGIN { srand(7); split("Wand Decke Fenster Tuer Achse Raster Geschoss Dach", w, " ");
+                 while (bytes < 100000000) { line = "";
+                     while (length(line) < 72) line = line (rand() < 0.2 ? sprintf("$v%02d", int(rand() * 100)) : w[int(rand() * 8) + 1]) " ";
+                     print line; bytes += length(line) + 1 } }' >"$template"
+fi
+vars=""
+envs=""
+i=0
+while [ $i -lt 100 ]; do
+    name=$(printf 'v%02d' $i)
+    vars="$vars --var $name=Wert-$((i * 37))"
+    envs="$envs $name=Wert-$((i * 37))"
+    i=$((i + 1))
+done
+echo "== subst (median of $runs runs; ratio = peer / kbase) =="
+compare "subst vs envsubst" "env $envs envsubst <'$template' >/dev/null" "'$kbase' subst '$template' $vars >/dev/null"
+# shellcheck disable=SC2086
+rss=$(/usr/bin/time -v "$kbase" subst "$template" $vars 2>&1 >/dev/null | awk -F': ' '/Maximum resident set size/ {print $2}')
+echo "kbase subst on $(($(wc -c <"$template") / 1000000)) MB: peak RSS $((rss / 1024)) MiB"

@@ -9,6 +9,7 @@
 #include "io.h"
 #include "kbase/version.h"
 #include "recode.h"
+#include "subst.h"
 
 namespace {
 
@@ -113,17 +114,54 @@ int main(int argc, char** argv) {
             "32M are spilled to temporary files)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
+        kbase_tool::SubstOptions subst;
+        CLI::App* st = app.add_subcommand(
+            "subst",
+            "Fill a text template: every $NAME becomes the value of the variable NAME,\n"
+            "like envsubst but with the library's rules: keys have no terminator (the\n"
+            "first variable given whose $NAME starts there wins), values are filled again\n"
+            "until nothing changes, --var values are typed by their form (32-bit whole\n"
+            "number, real printed with 6 decimals, true/false, text). A line still\n"
+            "changing after --max-passes passes (a value that refers to itself) is exit 3.\n"
+            "Lines stream through, so any size takes memory for one line.");
+        st->footer(kbase_tool::kExitCodeHelp);
+        st->add_option("template", subst.input, "Template file, or - for standard input")
+            ->required();
+        st->add_option("output", subst.output, "Output file, or - for standard output (default)");
+        st->add_option("--var", "A variable, NAME=VALUE (repeatable)")
+            ->each([&subst](const std::string& v) {
+                subst.definitions.push_back({false, v});
+            })
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->type_name("NAME=VALUE");
+        st->add_option("--env",
+                       "An environment variable with its default, NAME=DEFAULT (repeatable)")
+            ->each([&subst](const std::string& v) {
+                subst.definitions.push_back({true, v});
+            })
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->type_name("NAME=DEFAULT");
+        st->add_option("--protocol", subst.protocol, "Write the variables' protocol lines to FILE");
+        st->add_flag("--protocol-substitutions", subst.protocolSubstitutions,
+                     "Also protocol every line that changed");
+        st->add_option("--max-passes", subst.maxPasses, "Passes allowed per line (default 100)")
+            ->check(CLI::Range(1, 1000000));
+
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
             // Every other parser error is a usage error, whatever number CLI11 gives it.
-            const char* who = rc->parsed() ? "kbase recode" : cs->parsed() ? "kbase csv" : "kbase";
+            const char* who = rc->parsed()   ? "kbase recode"
+                              : cs->parsed() ? "kbase csv"
+                              : st->parsed() ? "kbase subst"
+                                             : "kbase";
             std::cerr << who << ": " << e.what() << "\nRun '" << who
                       << " --help' for more information.\n";
             return kbase_tool::kExitUsage;
         }
         if (rc->parsed()) return kbase_tool::Recode(recode, std::cerr);
+        if (st->parsed()) return kbase_tool::Subst(subst, std::cerr);
         if (cs->parsed()) {
             csv.progress = !noProgress && UtFileIsTerminal(stderr);
             return kbase_tool::Csv(csv, std::cout, std::cerr);

@@ -5,7 +5,7 @@
 #   kbase_cli_test.sh KBASE SAMPLE WORKDIR GROUP
 #
 # GROUP: "exit-codes" (every row of the table), "files" (links, permissions, a full disk),
-# "csv" (the csv job's streams, exit codes and output), "memory" (address-space limits; not under AddressSanitizer, which needs terabytes of it).
+# "csv" (the csv job's streams, exit codes and output), "subst" (the subst job), "memory" (address-space limits; not under AddressSanitizer, which needs terabytes of it).
 set -u
 K=$1
 SAMPLE=$2
@@ -208,6 +208,29 @@ csv)
     expect 2 "kbase csv: unknown code page 'klingon'" '"$K" csv "$CSV" -e klingon'
     # 3: content.
     expect 3 'kbase csv: line 2 is not valid' 'printf "a;b\nK\366ln;1\n" | "$K" csv -e utf-8 - --sort 1'
+    ;;
+subst)
+    # The template filled from typed variables and the environment, through files and pipes.
+    printf 'Dear $name, you owe $sum (due: $paid) in $HOME_KBASE_SUBST.\n' >t.txt
+    expect 0 '^Dear Anna, you owe 12.500000 \(due: false\) in Berlin\.$' \
+        '"$K" subst t.txt --var name=Anna --var sum=12.5 --var paid=false --env HOME_KBASE_SUBST=Berlin'
+    expect 0 '^Dear Anna, .* in Köln\.$' \
+        'HOME_KBASE_SUBST=Köln "$K" subst - --var name=Anna --env HOME_KBASE_SUBST=Berlin < t.txt'
+    expect 0 "^Variables: Environment 'HOME_KBASE_SUBST' has value 'x'$" \
+        'HOME_KBASE_SUBST=x "$K" subst t.txt out.txt --env HOME_KBASE_SUBST=y --protocol p.txt && cat p.txt'
+    # 3: a value that refers to itself stops at the pass limit; the output is left as it was.
+    echo previous >out.txt
+    expect 3 "kbase subst: line 1: '\\\$a' is still replaced after 100 passes" \
+        'printf "x \$a\n" | "$K" subst - out.txt --var "a=(\$a)"'
+    untouched out.txt
+    expect 3 "after 4 passes" 'printf "\$a\n" | "$K" subst - --var "a=\$a" --max-passes 4'
+    # 2: usage; 1: files.
+    expect 2 "kbase subst: --var 'x': give NAME=VALUE" '"$K" subst t.txt --var x'
+    expect 2 'kbase subst: .*max-passes' '"$K" subst t.txt --max-passes 0'
+    expect 1 "kbase subst: cannot open 'missing.txt'" '"$K" subst missing.txt'
+    if [ -w /dev/full ]; then
+        expect 1 'kbase subst: cannot write' '"$K" subst t.txt --var name=x >/dev/full'
+    fi
     ;;
 *)
     echo "unknown group $group"
