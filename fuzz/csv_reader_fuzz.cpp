@@ -2,7 +2,8 @@
 // size of the line source, the switches and the token limit. Properties: every row that
 // ParseNextRow cuts is the file's line cut by the format's rule (token starts, terminators
 // written, verdict), computed here one character at a time; every record of ReadRecord joined
-// by the delimiter is the line again (lines here also end at a lone CR); the scan counted every data row.
+// by the delimiter is the line again (lines here also end at a lone CR); the scan counted every
+// data row.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -122,7 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             double v = 0;
             (void)r.GetTokenDouble(i, v);
             const bool inside = i >= 0 && static_cast<size_t>(i) < cut.starts.size();
-            const std::string expected = inside ? std::string(cut.line.c_str() + cut.starts[i]) : std::string();
+            const std::string expected =
+                inside ? std::string(cut.line.c_str() + cut.starts[i]) : std::string();
             if (std::strcmp(r.GetTokenPtr(i), expected.c_str()) != 0) std::abort();
         }
         ++row;

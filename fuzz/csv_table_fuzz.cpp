@@ -48,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const char delimiter = static_cast<char>(data[0]);
     kbase_tables_internal::SetLineSourceLimitsForTesting(1 + data[0] % 97, 0);
     FuzzFile file(data + 1, size - 1);
-    CSVTableWithHeader t(UtCString(file.path().c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8), delimiter, true);
+    CSVTableWithHeader t(UtCString(file.path().c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8),
+                         delimiter, true);
     kbase_tables_internal::SetLineSourceLimitsForTesting(0, 0);
     if (!t.IsLoaded()) std::abort();
     const std::vector<std::vector<std::string>> rows = t.GetTable();
@@ -74,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             for (size_t c = 0; c < header.size(); ++c) {
                 if (header[c] == header[0]) lastCol = c;
             }
-            const std::string expected = lastCol < rows[lastRow].size() ? rows[lastRow][lastCol] : std::string();
+            const std::string expected =
+                lastCol < rows[lastRow].size() ? rows[lastRow][lastCol] : std::string();
             if (t.GetData(rows[r][0], header[0]) != expected) std::abort();
             break;  // one lookup per input keeps the target fast
         }
@@ -83,10 +85,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     UtTable table;
     for (const auto& row : rows) {
         table.AddRow();
-        for (const auto& f : row) table.AddElem(UtCString(f.c_str(), static_cast<int>(f.size()), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252));
+        for (const auto& f : row)
+            table.AddElem(UtCString(f.c_str(), static_cast<int>(f.size()), eUtEncodingTypeAnsi1252,
+                                    eUtEncodingTypeAnsi1252));
     }
     const long cols[] = {0, 1, 2};
-    const short dirs[] = {static_cast<short>(data[0] & 1), static_cast<short>((data[0] >> 1) & 3), 0};
+    const short dirs[] = {static_cast<short>(data[0] & 1), static_cast<short>((data[0] >> 1) & 3),
+                          0};
     UtTable sorted(table);
     sorted.Sort(3, cols, dirs);
     if (sorted.GetRowCount() != table.GetRowCount()) std::abort();
@@ -97,7 +102,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (before != after) std::abort();
     UtTable unique(table);
     unique.RemoveDuplicate();
-    if (unique.GetRowCount() > table.GetRowCount() || (table.GetRowCount() > 0 && unique.GetRowCount() == 0)) std::abort();
+    if (unique.GetRowCount() > table.GetRowCount() ||
+        (table.GetRowCount() > 0 && unique.GetRowCount() == 0))
+        std::abort();
     const long sums[] = {1};
     const long carry[] = {2};
     table.SumColumn(1, sums, nullptr, 1, carry);

@@ -20,7 +20,9 @@ KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 namespace {
 
-int Sign(int v) { return (v > 0) - (v < 0); }
+int Sign(int v) {
+    return (v > 0) - (v < 0);
+}
 
 UtCString Make(const char* p, size_t n, eUtEncodingType e) {
     return UtCString(p, static_cast<int>(n), eUtEncodingTypeAnsi1252, e);
@@ -38,8 +40,8 @@ bool HasNumberChars(const UtCString& s) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
-    static const eUtEncodingType kEncodings[] = {eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252, eUtEncodingTypeUtf8,
-                                                 eUtEncodingTypeUtf16};
+    static const eUtEncodingType kEncodings[] = {eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252,
+                                                 eUtEncodingTypeUtf8, eUtEncodingTypeUtf16};
     const eUtEncodingType ea = kEncodings[data[0] & 3];
     const eUtEncodingType eb = kEncodings[(data[0] >> 2) & 3];
     const char* text = reinterpret_cast<const char*>(data + 1);
@@ -60,11 +62,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (a.CompareToNoCase(copy) != 0) std::abort();
 
     UtCStringMultiNumberComparator numbers;
-    const bool noValues = a.GetLength() == b.GetLength() || !HasNumberChars(a) || a.isUtf8EncodingType() ||
-                          a.isUtf16EncodingType();
+    const bool noValues = a.GetLength() == b.GetLength() || !HasNumberChars(a) ||
+                          a.isUtf8EncodingType() || a.isUtf16EncodingType();
     if (noValues && Sign(numbers.Compare(a, b)) != ab) std::abort();
     (void)numbers.Compare(b, a);
-    if (a.CompareToNoCaseTokenizeNumeric(copy) != 0 || a.CompareToNoCaseTokenizeNumeric(copy, false) != 0) std::abort();
+    if (a.CompareToNoCaseTokenizeNumeric(copy) != 0 ||
+        a.CompareToNoCaseTokenizeNumeric(copy, false) != 0)
+        std::abort();
     (void)a.CompareToNoCaseTokenizeNumeric(b, (data[0] & 16) != 0);
 
     UtCStringList list;

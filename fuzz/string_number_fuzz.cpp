@@ -55,13 +55,17 @@ void CheckInteger(const UtCString& s, const std::string& cut, Parse parse) {
         // The decimal text of the value reads back to it.
         T back{};
         const std::string text = std::to_string(value);
-        if (!UtCString(text.c_str(), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252).Convert(back) || back != value) {
+        if (!UtCString(text.c_str(), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252)
+                 .Convert(back) ||
+            back != value) {
             std::abort();
         }
     }
 }
 
-bool SameDouble(double a, double b) { return (std::isnan(a) && std::isnan(b)) || a == b; }
+bool SameDouble(double a, double b) {
+    return (std::isnan(a) && std::isnan(b)) || a == b;
+}
 
 void CheckReal(const UtCString& s, const std::string& cut) {
     double value = -1;
@@ -82,7 +86,9 @@ void CheckReal(const UtCString& s, const std::string& cut) {
         char text[64];
         std::snprintf(text, sizeof text, "%.17g", value);
         double back = 0;
-        if (!UtCString(text, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252).Convert(back) || back != value) std::abort();
+        if (!UtCString(text, eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252).Convert(back) ||
+            back != value)
+            std::abort();
     }
 }
 
@@ -95,7 +101,9 @@ void CheckBool(const UtCString& s, const std::string& ansi, bool ascii) {
     if (ok != (isTrue || isFalse) || (ok && value != isTrue)) std::abort();
 }
 
-bool IsAsciiDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+bool IsAsciiDigit(char16_t c) {
+    return c >= u'0' && c <= u'9';
+}
 
 void CheckSplit(const UtCString& s) {
     UtCString prefix("p", eUtEncodingTypeAnsi1252), suffix("s", eUtEncodingTypeAnsi1252);
@@ -107,11 +115,13 @@ void CheckSplit(const UtCString& s) {
     size_t begin = end;
     while (begin > 0 && IsAsciiDigit(w[begin - 1])) --begin;
     if (end == 0 || end - begin > 18) {
-        if (ok || number != -7 || digits != -7 || prefix != UtCString("p", eUtEncodingTypeAnsi1252)) std::abort();
+        if (ok || number != -7 || digits != -7 || prefix != UtCString("p", eUtEncodingTypeAnsi1252))
+            std::abort();
         return;
     }
     if (!ok || digits != static_cast<long>(end - begin)) std::abort();
-    const UtCString again(prefix, number, digits, UtCString(s.encodingType()), -1, suffix, s.encodingType());
+    const UtCString again(prefix, number, digits, UtCString(s.encodingType()), -1, suffix,
+                          s.encodingType());
     if (again.GetUtf16String() != w) std::abort();
 }
 
@@ -153,7 +163,8 @@ void CheckValueList(const UtCString& s, const std::string& ansi) {
     }
     if (n > 0) {
         bool finite = true;
-        for (int i = 0; i < n && i < 8; ++i) finite = finite && std::isfinite(values[i]) && std::fabs(values[i]) < 1e15;
+        for (int i = 0; i < n && i < 8; ++i)
+            finite = finite && std::isfinite(values[i]) && std::fabs(values[i]) < 1e15;
         if (finite) {
             UtCString list;
             list.DoubleValueListToGuiString(values, n < 8 ? n : 8, 6);
@@ -169,7 +180,8 @@ void CheckUnFormat(const UtCString& s, const std::string& ansi) {
     double d = 0, ed = 0;
     const int n = s.UnFormat("%d %63s %lf %x", &a, word, &d, &b);
     const int expected = std::sscanf(ansi.c_str(), "%d %63s %lf %x", &ea, eword, &ed, &eb);
-    if (n != expected || a != ea || std::strcmp(word, eword) != 0 || !SameDouble(d, ed) || b != eb) std::abort();
+    if (n != expected || a != ea || std::strcmp(word, eword) != 0 || !SameDouble(d, ed) || b != eb)
+        std::abort();
 }
 
 }  // namespace
@@ -178,24 +190,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const uint8_t control = data[0];
     OsUserSetDecimalType((control & 4) != 0 ? kOsDecimalComma : kOsDecimalPoint);
-    const std::string raw(reinterpret_cast<const char*>(data + 1), strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
-    static const eUtEncodingType kEncodings[] = {eUtEncodingTypeAnsi1252, eUtEncodingTypeUtf8, eUtEncodingTypeUtf16,
-                                                 eUtEncodingTypeAnsi1252};
+    const std::string raw(reinterpret_cast<const char*>(data + 1),
+                          strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
+    static const eUtEncodingType kEncodings[] = {eUtEncodingTypeAnsi1252, eUtEncodingTypeUtf8,
+                                                 eUtEncodingTypeUtf16, eUtEncodingTypeAnsi1252};
     const eUtEncodingType e = kEncodings[control & 3];
     const UtCString s(raw.c_str(), static_cast<int>(raw.size()), eUtEncodingTypeAnsi1252, e);
     const std::string ansi = s.GetAnsiString();
-    if (e == eUtEncodingTypeAnsi1252 && ansi != raw) std::abort();  // the 8-bit form is the text itself
+    if (e == eUtEncodingTypeAnsi1252 && ansi != raw)
+        std::abort();  // the 8-bit form is the text itself
     const std::string cut = BlankCut(ansi);
     bool ascii = true;
     for (unsigned char c : ansi) ascii = ascii && c < 0x80;
 
-    CheckInteger<short, long long>(s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
-    CheckInteger<int, long long>(s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
-    CheckInteger<long, long long>(s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
-    CheckInteger<long long, long long>(s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
-    CheckInteger<unsigned short, unsigned long long>(s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
-    CheckInteger<unsigned long, unsigned long long>(s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
-    CheckInteger<unsigned long long, unsigned long long>(s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
+    CheckInteger<short, long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
+    CheckInteger<int, long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
+    CheckInteger<long, long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
+    CheckInteger<long long, long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoll(p, end, 10); });
+    CheckInteger<unsigned short, unsigned long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
+    CheckInteger<unsigned long, unsigned long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
+    CheckInteger<unsigned long long, unsigned long long>(
+        s, cut, [](const char* p, char** end) { return std::strtoull(p, end, 10); });
     CheckReal(s, cut);
     CheckBool(s, ansi, ascii);
     CheckSplit(s);

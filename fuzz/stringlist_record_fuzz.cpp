@@ -5,7 +5,10 @@
 #include <cstring>
 
 #include "basert/memory.h"
+#include "fuzz_support.h"
 #include "kbase/text/UtCStringList.h"
+
+KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     UtCStringList l;
@@ -25,10 +28,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (l.SaveToMem(&block, written)) {
         UtCStringList back;
         uint64_t at = 0;
-        if (!back.ReadFromMem(block, written, at) || at != written || back.CompareTo(l) != 0) std::abort();
+        if (!back.ReadFromMem(block, written, at) || at != written || back.CompareTo(l) != 0)
+            std::abort();
         unsigned char* again = nullptr;
         uint64_t size = 0;
-        if (back.SaveToMem(&again, size) && (size != written || std::memcmp(again, block, size) != 0)) std::abort();
+        if (back.SaveToMem(&again, size) &&
+            (size != written || std::memcmp(again, block, size) != 0))
+            std::abort();
         UtFreeMemory(again);
     }
     UtFreeMemory(block);

@@ -29,8 +29,27 @@ constexpr size_t kProgram = 8;
 constexpr int kMaxItems = 64;
 
 enum Kind {
-    kInt, kSlong, kUlong, kSshort, kUshort, kChar, kUbyte, kFloat, kReal, kUlong64, kLong64, kFpos,
-    kPointer, kIpt, kRpt, kRpt3, kRpt3h, kFpt3, kMat44, kText, kKinds
+    kInt,
+    kSlong,
+    kUlong,
+    kSshort,
+    kUshort,
+    kChar,
+    kUbyte,
+    kFloat,
+    kReal,
+    kUlong64,
+    kLong64,
+    kFpos,
+    kPointer,
+    kIpt,
+    kRpt,
+    kRpt3,
+    kRpt3h,
+    kFpt3,
+    kMat44,
+    kText,
+    kKinds
 };
 
 // The value of one item, as the bytes of its C type (a text: its bytes).
@@ -41,41 +60,79 @@ struct Item {
 
 size_t ValueSize(Kind k) {
     switch (k) {
-        case kInt: return sizeof(int);
-        case kSlong: return sizeof(long);
-        case kUlong: return sizeof(unsigned long);
-        case kSshort: return sizeof(short);
-        case kUshort: return sizeof(unsigned short);
-        case kChar: return 1;
-        case kUbyte: return 1;
-        case kFloat: return sizeof(float);
-        case kReal: return sizeof(double);
-        case kUlong64: return 8;
-        case kLong64: return 8;
-        case kFpos: return sizeof(XdrFilePos);
-        case kPointer: return sizeof(void*);
-        case kIpt: return sizeof(IPT);
-        case kRpt: return sizeof(RPT);
-        case kRpt3: return sizeof(RPT3);
-        case kRpt3h: return sizeof(RPT3H);
-        case kFpt3: return sizeof(FPT3);
-        case kMat44: return sizeof(UT_MAT44);
-        default: return 0;
+        case kInt:
+            return sizeof(int);
+        case kSlong:
+            return sizeof(long);
+        case kUlong:
+            return sizeof(unsigned long);
+        case kSshort:
+            return sizeof(short);
+        case kUshort:
+            return sizeof(unsigned short);
+        case kChar:
+            return 1;
+        case kUbyte:
+            return 1;
+        case kFloat:
+            return sizeof(float);
+        case kReal:
+            return sizeof(double);
+        case kUlong64:
+            return 8;
+        case kLong64:
+            return 8;
+        case kFpos:
+            return sizeof(XdrFilePos);
+        case kPointer:
+            return sizeof(void*);
+        case kIpt:
+            return sizeof(IPT);
+        case kRpt:
+            return sizeof(RPT);
+        case kRpt3:
+            return sizeof(RPT3);
+        case kRpt3h:
+            return sizeof(RPT3H);
+        case kFpt3:
+            return sizeof(FPT3);
+        case kMat44:
+            return sizeof(UT_MAT44);
+        default:
+            return 0;
     }
 }
 
 size_t WireSize(const Item& item) {
     switch (item.kind) {
-        case kFloat: case kInt: case kSlong: case kUlong: case kSshort: case kUshort: case kChar: case kUbyte:
+        case kFloat:
+        case kInt:
+        case kSlong:
+        case kUlong:
+        case kSshort:
+        case kUshort:
+        case kChar:
+        case kUbyte:
             return 4;
-        case kIpt: case kReal: case kUlong64: case kLong64: case kFpos: case kPointer:
+        case kIpt:
+        case kReal:
+        case kUlong64:
+        case kLong64:
+        case kFpos:
+        case kPointer:
             return 8;
-        case kRpt: return 16;
-        case kRpt3: return 24;
-        case kRpt3h: return 32;
-        case kFpt3: return 12;
-        case kMat44: return 128;
-        default: return 4 + (item.bytes.size() + 3) / 4 * 4;
+        case kRpt:
+            return 16;
+        case kRpt3:
+            return 24;
+        case kRpt3h:
+            return 32;
+        case kFpt3:
+            return 12;
+        case kMat44:
+            return 128;
+        default:
+            return 4 + (item.bytes.size() + 3) / 4 * 4;
     }
 }
 
@@ -83,25 +140,44 @@ size_t WireSize(const Item& item) {
 int Code(XD_XDR_STRUCT* x, Item& item) {
     void* v = item.bytes.data();
     switch (item.kind) {
-        case kInt: return Xdr_INT(x, static_cast<int*>(v));
-        case kSlong: return Xdr_SLONG(x, static_cast<long*>(v));
-        case kUlong: return Xdr_ULONG(x, static_cast<unsigned long*>(v));
-        case kSshort: return Xdr_SSHORT(x, static_cast<short*>(v));
-        case kUshort: return Xdr_USHORT(x, static_cast<unsigned short*>(v));
-        case kChar: return Xdr_CHAR(x, static_cast<char*>(v));
-        case kUbyte: return Xdr_UBYTE(x, static_cast<unsigned char*>(v));
-        case kFloat: return Xdr_FLOAT(x, static_cast<float*>(v));
-        case kReal: return Xdr_REAL(x, static_cast<double*>(v));
-        case kUlong64: return Xdr_ULONG64(x, static_cast<unsigned long long*>(v));
-        case kLong64: return Xdr_LONG64(x, static_cast<long long*>(v));
-        case kFpos: return Xdr_F_POS(x, static_cast<XdrFilePos*>(v));
-        case kPointer: return Xdr_POINTER(x, static_cast<void**>(v));
-        case kIpt: return Xdr_IPT(x, static_cast<IPT*>(v));
-        case kRpt: return Xdr_RPT(x, static_cast<RPT*>(v));
-        case kRpt3: return Xdr_RPT3(x, static_cast<RPT3*>(v));
-        case kRpt3h: return Xdr_RPT3H(x, static_cast<RPT3H*>(v));
-        case kFpt3: return Xdr_FPT3(x, static_cast<FPT3*>(v));
-        case kMat44: return Xdr_UT_MAT44(x, *static_cast<UT_MAT44*>(v));
+        case kInt:
+            return Xdr_INT(x, static_cast<int*>(v));
+        case kSlong:
+            return Xdr_SLONG(x, static_cast<long*>(v));
+        case kUlong:
+            return Xdr_ULONG(x, static_cast<unsigned long*>(v));
+        case kSshort:
+            return Xdr_SSHORT(x, static_cast<short*>(v));
+        case kUshort:
+            return Xdr_USHORT(x, static_cast<unsigned short*>(v));
+        case kChar:
+            return Xdr_CHAR(x, static_cast<char*>(v));
+        case kUbyte:
+            return Xdr_UBYTE(x, static_cast<unsigned char*>(v));
+        case kFloat:
+            return Xdr_FLOAT(x, static_cast<float*>(v));
+        case kReal:
+            return Xdr_REAL(x, static_cast<double*>(v));
+        case kUlong64:
+            return Xdr_ULONG64(x, static_cast<unsigned long long*>(v));
+        case kLong64:
+            return Xdr_LONG64(x, static_cast<long long*>(v));
+        case kFpos:
+            return Xdr_F_POS(x, static_cast<XdrFilePos*>(v));
+        case kPointer:
+            return Xdr_POINTER(x, static_cast<void**>(v));
+        case kIpt:
+            return Xdr_IPT(x, static_cast<IPT*>(v));
+        case kRpt:
+            return Xdr_RPT(x, static_cast<RPT*>(v));
+        case kRpt3:
+            return Xdr_RPT3(x, static_cast<RPT3*>(v));
+        case kRpt3h:
+            return Xdr_RPT3H(x, static_cast<RPT3H*>(v));
+        case kFpt3:
+            return Xdr_FPT3(x, static_cast<FPT3*>(v));
+        case kMat44:
+            return Xdr_UT_MAT44(x, *static_cast<UT_MAT44*>(v));
         default: {
             if (x->x_op == XDR_ENCODE) {
                 char* p = item.bytes.data();
@@ -140,7 +216,8 @@ struct Handle {
     int fd = -1;
     FILE* file = nullptr;
 
-    bool Open(int kind, std::vector<unsigned char>& block, xdr_op op, const void* content, size_t size) {
+    bool Open(int kind, std::vector<unsigned char>& block, xdr_op op, const void* content,
+              size_t size) {
         if (kind == 0) return XdOpenMemIo(&x, block.data(), block.size(), op) != 0;
         fd = memfd_create("xdr_roundtrip", MFD_CLOEXEC);
         if (fd < 0) std::abort();
@@ -160,8 +237,10 @@ struct Handle {
         const off_t end = lseek(fd, 0, SEEK_END);
         out.resize(static_cast<size_t>(end));
         if (pread(fd, out.data(), out.size(), 0) != static_cast<ssize_t>(out.size())) std::abort();
-        if (file != nullptr) std::fclose(file);
-        else close(fd);
+        if (file != nullptr)
+            std::fclose(file);
+        else
+            close(fd);
         fd = -1;
         file = nullptr;
         return out;
