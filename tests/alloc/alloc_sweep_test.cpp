@@ -438,32 +438,44 @@ void LinkAndWalkObjects(SweepPoint& p) {
 // Parameters: a dialog's list filled with parameters of each kind, with conditions between them.
 void FillParameterList(SweepPoint& p) {
     bool threw = false;
-    long count = 0;
-    {
-        ObParamList list;
-        try {
-            Armed armed(p);
-            auto* width = new ObParamInt(1, Text("Breite"), 240);
-            list.Add(width);
-            list.Add(new ObParamFloat(2, Text("H\xF6he"), 2.5, Text("m")));
-            list.Add(new ObParamString(3, Text("Name"), Text("Wand 1"), 40));
-            auto* flag = new ObParamBool(4, Text("Tragend"), 1);
-            const long at = list.Add(flag);
-            if (at >= 0 && list.Get(at) == flag) {
-                // Refused or not, no empty condition list is left: it would disable the flag.
-                (void)flag->AddConditionInt(width, 2, 100);
-                EXPECT_TRUE(flag->GetCondList() == nullptr ||
-                            flag->GetCondList()->GetCondCount() == 1);
+    ObParamList list;
+    const UtCString names[] = {Text("Breite"), Text("H\xF6he"), Text("Name"), Text("Tragend")};
+    const UtCString unit = Text("m"), value = Text("Wand 1");
+    ObParam* made[4] = {};
+    for (int i = 0; i < 4; ++i) {
+        long at = -1;
+        Step(p, threw, [&] {
+            ObParam* param = nullptr;
+            switch (i) {
+                case 0:
+                    param = new ObParamInt(1, names[0], 240);
+                    break;
+                case 1:
+                    param = new ObParamFloat(2, names[1], 2.5, unit);
+                    break;
+                case 2:
+                    param = new ObParamString(3, names[2], value, 40);
+                    break;
+                default:
+                    param = new ObParamBool(4, names[3], 1);
+                    break;
             }
-            count = list.GetCount();
-        } catch (const std::bad_alloc&) {
-            threw = true;
-        }
-        for (long i = 0; i < list.GetCount(); ++i) ASSERT_NE(list.Get(i), nullptr);
-        if (!p.Failed()) {
-            EXPECT_FALSE(threw);
-            EXPECT_EQ(count, 4);
-        }
+            at = list.Add(param);  // a refused one is destroyed by the list
+        });
+        if (at >= 0) made[i] = list.Get(at);
+    }
+    for (long i = 0; i < list.GetCount(); ++i) ASSERT_NE(list.Get(i), nullptr);
+    if (made[0] != nullptr && made[3] != nullptr) {
+        Step(p, threw, [&] { (void)made[3]->AddConditionInt(made[0], 2, 100); });
+        // Refused or not, no empty condition list is left behind: it would disable the flag.
+        const ObCondList* conditions = made[3]->GetCondList();
+        EXPECT_TRUE(conditions == nullptr || conditions->GetCondCount() == 1);
+    }
+    if (!p.Failed()) {
+        EXPECT_FALSE(threw);
+        EXPECT_EQ(list.GetCount(), 4);
+        ASSERT_NE(made[3], nullptr);
+        EXPECT_NE(made[3]->GetCondList(), nullptr);
     }
 }
 
