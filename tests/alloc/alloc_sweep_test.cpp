@@ -299,6 +299,21 @@ void ReadCsvFile(SweepPoint& p) {
     }
 }
 
+// Runs an operation with allocations counted; true when it failed as the checked streams say
+// they fail (an ExMain exception) or with std::bad_alloc.
+template <typename F>
+bool FailsAsDocumented(SweepPoint& p, F operation) {
+    try {
+        Armed armed(p);
+        operation();
+        return false;
+    } catch (const kbase::ExMain&) {
+        return true;
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+}
+
 // A checked XDR file written and read back by name.
 void WriteAndReadXdrFile(SweepPoint& p) {
     const std::string file = (std::filesystem::temp_directory_path() /
@@ -307,28 +322,20 @@ void WriteAndReadXdrFile(SweepPoint& p) {
     const UtCString path(file.c_str(), kU8, kU8), writeMode = Text("w"), readMode = Text("r");
     std::remove(file.c_str());
     int written = 0;
-    bool writeFailed = false;
-    try {
-        Armed armed(p);
+    const bool writeFailed = FailsAsDocumented(p, [&] {
         XdStdio out(path, writeMode);
         for (int i = 0; i < 40; ++i) {
             out << i << static_cast<double>(i) / 4 << (i % 5 == 0 ? "Bezirk Nord" : "");
             ++written;
         }
-        if (!out.Flush()) writeFailed = true;
-    } catch (const kbase::ExMain&) {
-        writeFailed = true;
-    } catch (const std::bad_alloc&) {
-        writeFailed = true;
-    }
+        if (!out.Flush()) throw kbase::ExWrite("flush", 0);
+    });
     if (!p.Failed()) {
         EXPECT_FALSE(writeFailed);
     }
     // Reading: the items come back in order, as far as they were written and memory lasts.
     int readBack = 0;
-    bool readFailed = false;
-    try {
-        Armed armed(p);
+    const bool readFailed = FailsAsDocumented(p, [&] {
         XdStdio in(path, readMode);
         for (int i = 0; i < written; ++i) {
             int n = -1;
@@ -342,11 +349,7 @@ void WriteAndReadXdrFile(SweepPoint& p) {
             EXPECT_EQ(t, i % 5 == 0 ? "Bezirk Nord" : "");
             ++readBack;
         }
-    } catch (const kbase::ExMain&) {
-        readFailed = true;
-    } catch (const std::bad_alloc&) {
-        readFailed = true;
-    }
+    });
     if (!p.Failed()) {
         EXPECT_FALSE(readFailed);
         EXPECT_EQ(readBack, 40);
