@@ -9,11 +9,10 @@
 #include <string>
 
 class FuzzFile {
-  public:
+public:
     FuzzFile(const uint8_t* data, size_t size) {
         const char* dir = std::getenv("TMPDIR");
-        path_ = std::string(dir != nullptr ? dir : "/tmp") + "/kbase_fuzz_" +
-                std::to_string(getpid()) + ".csv";
+        path_ = std::string(dir != nullptr ? dir : "/tmp") + "/kbase_fuzz_" + std::to_string(getpid()) + ".csv";
         FILE* f = std::fopen(path_.c_str(), "wb");
         if (f == nullptr) std::abort();
         if (size != 0 && std::fwrite(data, 1, size, f) != size) std::abort();
@@ -22,6 +21,6 @@ class FuzzFile {
     ~FuzzFile() { std::remove(path_.c_str()); }
     const std::string& path() const { return path_; }
 
-  private:
+private:
     std::string path_;
 };

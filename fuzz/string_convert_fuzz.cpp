@@ -13,9 +13,9 @@
 KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 namespace {
-const eUtEncodingType kFamilies[] = {
-    eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1250, static_cast<eUtEncodingType>(932),
-    eUtEncodingTypeUtf8,     eUtEncodingTypeUtf16,    static_cast<eUtEncodingType>(54936)};
+const eUtEncodingType kFamilies[] = {eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1250,
+                                     static_cast<eUtEncodingType>(932), eUtEncodingTypeUtf8,
+                                     eUtEncodingTypeUtf16, static_cast<eUtEncodingType>(54936)};
 constexpr size_t kCount = sizeof kFamilies / sizeof kFamilies[0];
 
 bool SingleByte(eUtEncodingType e) {

@@ -28,13 +28,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (l.SaveToMem(&block, written)) {
         UtCStringList back;
         uint64_t at = 0;
-        if (!back.ReadFromMem(block, written, at) || at != written || back.CompareTo(l) != 0)
-            std::abort();
+        if (!back.ReadFromMem(block, written, at) || at != written || back.CompareTo(l) != 0) std::abort();
         unsigned char* again = nullptr;
         uint64_t size = 0;
-        if (back.SaveToMem(&again, size) &&
-            (size != written || std::memcmp(again, block, size) != 0))
-            std::abort();
+        if (back.SaveToMem(&again, size) && (size != written || std::memcmp(again, block, size) != 0)) std::abort();
         UtFreeMemory(again);
     }
     UtFreeMemory(block);

@@ -39,21 +39,15 @@ const UtCString* CellAt(const UtTableRow& row, long col) {
 UtTableRow::UtTableRow() : actElem_(-1), priorities_(nullptr), priorityCount_(0), priorityCap_(0) {}
 
 UtTableRow::UtTableRow(const UtTableRow& other)
-    : UtCStringList(other),
-      actElem_(other.actElem_),
-      priorities_(nullptr),
-      priorityCount_(0),
-      priorityCap_(0) {
+    : UtCStringList(other), actElem_(other.actElem_), priorities_(nullptr), priorityCount_(0), priorityCap_(0) {
     priorityCount_ = other.priorityCount_;
     if (other.priorities_ != nullptr && priorityCount_ > 0) {
         // Without memory for them the copy's priorities all read 0.
         void* block = nullptr;
-        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(priorityCount_),
-                               sizeof(unsigned short)) == kUtMemOk) {
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(priorityCount_), sizeof(unsigned short)) == kUtMemOk) {
             priorities_ = static_cast<unsigned short*>(block);
             priorityCap_ = priorityCount_;
-            std::memcpy(priorities_, other.priorities_,
-                        sizeof(unsigned short) * static_cast<size_t>(priorityCount_));
+            std::memcpy(priorities_, other.priorities_, sizeof(unsigned short) * static_cast<size_t>(priorityCount_));
         }
     }
 }
@@ -89,9 +83,7 @@ UtTableRow& UtTableRow::operator=(UtTableRow&& other) noexcept {
     return *this;
 }
 
-UtTableRow::~UtTableRow() {
-    UtFreeMemory(priorities_);
-}
+UtTableRow::~UtTableRow() { UtFreeMemory(priorities_); }
 
 // Grows the priority array to n entries, new ones 0 (kept entries keep their values). While no
 // priority is stored only the count moves.
@@ -105,14 +97,11 @@ bool UtTableRow::GrowPriorities(long n) {
         long cap = priorityCap_ < 4 ? 4 : 2L * priorityCap_;
         if (cap < n) cap = n;
         void* block = priorities_;
-        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(cap), sizeof(unsigned short)) !=
-            kUtMemOk)
-            return false;
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(cap), sizeof(unsigned short)) != kUtMemOk) return false;
         priorities_ = static_cast<unsigned short*>(block);
         priorityCap_ = static_cast<int32_t>(cap);
     }
-    std::memset(priorities_ + priorityCount_, 0,
-                sizeof(unsigned short) * static_cast<size_t>(n - priorityCount_));
+    std::memset(priorities_ + priorityCount_, 0, sizeof(unsigned short) * static_cast<size_t>(n - priorityCount_));
     priorityCount_ = static_cast<int32_t>(n);
     return true;
 }
@@ -122,9 +111,7 @@ void UtTableRow::priority(const long& i, const unsigned short& value) {
         if (value == 0) return;  // already reads 0
         const long n = priorityCount_ > i + 1 ? priorityCount_ : i + 1;
         void* block = nullptr;
-        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(n), sizeof(unsigned short)) !=
-            kUtMemOk)
-            return;
+        if (UtAllocMemoryBlock(&block, static_cast<uint64_t>(n), sizeof(unsigned short)) != kUtMemOk) return;
         priorities_ = static_cast<unsigned short*>(block);
         std::memset(priorities_, 0, sizeof(unsigned short) * static_cast<size_t>(n));
         priorityCap_ = static_cast<int32_t>(n);
@@ -186,9 +173,7 @@ bool UtTableRow::GetElem(long i, UtCString& out) const {
     return true;
 }
 
-bool UtTableRow::GetElem(UtCString& out) const {
-    return GetElem(actElem_, out);
-}
+bool UtTableRow::GetElem(UtCString& out) const { return GetElem(actElem_, out); }
 
 bool UtTableRow::GetFirstElem(UtCString& out) {
     actElem_ = 0;
@@ -203,9 +188,7 @@ bool UtTableRow::GetNextElem(UtCString& out) {
     return true;
 }
 
-void UtTableRow::Clear() {
-    UtCStringList::Clear();
-}
+void UtTableRow::Clear() { UtCStringList::Clear(); }
 
 // ---- UtTable: rows and cursors ------------------------------------------------------------------
 
@@ -229,12 +212,8 @@ UtTableRow& UtTable::AddRow() {
     return rows_.back();
 }
 
-int UtTable::AddElem(const UtCString& text) {
-    return AddElem(actRow_, text);
-}
-int UtTable::AddElem(const char* text) {
-    return AddElem(actRow_, text);
-}
+int UtTable::AddElem(const UtCString& text) { return AddElem(actRow_, text); }
+int UtTable::AddElem(const char* text) { return AddElem(actRow_, text); }
 
 int UtTable::AddElem(uint64_t row, const UtCString& text) {
     if (row >= rows_.size()) return kOutOfRange;
@@ -282,9 +261,7 @@ bool UtTable::GetElem(uint64_t row, long col, UtCString& out) const {
     return true;
 }
 
-bool UtTable::GetElem(long col, UtCString& out) const {
-    return GetElem(actRow_, col, out);
-}
+bool UtTable::GetElem(long col, UtCString& out) const { return GetElem(actRow_, col, out); }
 
 bool UtTable::IsElemEqualTo(uint64_t row, long col, const char* text) const {
     if (row >= rows_.size()) return false;
@@ -344,8 +321,8 @@ void Permute(UtTable::RowList& rows, const std::vector<uint32_t>& order) {
 
 // The general order, row by row: each key cell read once, then a stable merge sort that compares
 // the keys as Sort describes.
-std::vector<uint32_t> CompareSortOrder(const UtTable::RowList& rows, unsigned short n,
-                                       const long* cols, const short* dirs) {
+std::vector<uint32_t> CompareSortOrder(const UtTable::RowList& rows, unsigned short n, const long* cols,
+                                       const short* dirs) {
     const size_t rowCount = rows.size();
     std::vector<KeyCell> keys(rowCount * n);
     for (size_t r = 0; r < rowCount; ++r) {
@@ -364,8 +341,7 @@ std::vector<uint32_t> CompareSortOrder(const UtTable::RowList& rows, unsigned sh
             const KeyCell& y = keys[b * size_t{n} + k];
             if (x.isNumber && y.isNumber) {
                 // Equal numbers end the comparison too: no later key is consulted.
-                return dirs[k] == 0 ? x.number < y.number
-                                    : (dirs[k] == 1 ? x.number > y.number : false);
+                return dirs[k] == 0 ? x.number < y.number : (dirs[k] == 1 ? x.number > y.number : false);
             }
             const int c = CompareCells(x.text, y.text);
             if (c != 0) return dirs[k] == 0 ? c < 0 : (dirs[k] == 1 ? c > 0 : false);
@@ -410,8 +386,7 @@ void UtTable::Sort(unsigned short n, const long* cols, const short* dirs) {
                 ++key.numbers;
                 key.nan = key.nan || std::isnan(value);
             }
-            if (key.numbers <= 1 && !key.mixed)
-                key.mixed = !key.texts.Add(ViewOf(cell), key.ids[r]);
+            if (key.numbers <= 1 && !key.mixed) key.mixed = !key.texts.Add(ViewOf(cell), key.ids[r]);
         }
     }
     CompositeKey composite(rowCount);
@@ -474,8 +449,7 @@ void UtTable::RemoveDuplicate() {
         constexpr uint32_t kMissing = ~uint32_t{0};
         constexpr size_t kIdBudget = size_t{1} << 25;
         const size_t columns = static_cast<size_t>(width);
-        const size_t block =
-            std::max<size_t>(1, std::min(columns, kIdBudget / std::max<size_t>(rowCount, 1)));
+        const size_t block = std::max<size_t>(1, std::min(columns, kIdBudget / std::max<size_t>(rowCount, 1)));
         CompositeKey composite(rowCount);
         for (size_t first = 0; first < columns && ranked; first += block) {
             const size_t last = std::min(columns, first + block);
@@ -486,8 +460,7 @@ void UtTable::RemoveDuplicate() {
                 const size_t cells = static_cast<size_t>(row.count());
                 for (size_t col = first; col < last && ranked; ++col) {
                     if (col < cells) {
-                        ranked = rankers[col - first].Add(ViewOf(&row.item(static_cast<long>(col))),
-                                                          ids[col - first][r]);
+                        ranked = rankers[col - first].Add(ViewOf(&row.item(static_cast<long>(col))), ids[col - first][r]);
                     } else {
                         ids[col - first][r] = kMissing;
                     }
@@ -510,8 +483,7 @@ void UtTable::RemoveDuplicate() {
     if (!ranked) {
         order.resize(rowCount);
         for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
-        kbase_tables_internal::StableSort(
-            order, [&](uint32_t a, uint32_t b) { return rows_[a] < rows_[b]; });
+        kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return rows_[a] < rows_[b]; });
         size_t first = 0;
         for (size_t i = 1; i < rowCount; ++i) {
             keep[i] = !(rows_[order[i]] == rows_[order[first]]);
@@ -607,8 +579,7 @@ void StartTotals(const SumPlan& plan, const UtTableRow& first, UtCDecimalSum* to
         if (p != nullptr) {
             totals[k].AddLenient(p, n);
         } else {
-            totals[k].AddDouble(own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own)
-                                               : 0.0);
+            totals[k].AddDouble(own != nullptr ? kbase_tables_internal::CellToDoubleLenient(*own) : 0.0);
         }
     }
 }
@@ -635,15 +606,12 @@ void FoldRow(const SumPlan& plan, const UtTableRow& row, UtTableRow& rep, UtCDec
 }
 
 // Writes the totals into the representative.
-void WriteTotals(const SumPlan& plan, const UtCStringList* formats, const UtCDecimalSum* totals,
-                 UtTableRow& rep) {
+void WriteTotals(const SumPlan& plan, const UtCStringList* formats, const UtCDecimalSum* totals, UtTableRow& rep) {
     for (unsigned short k = 0; k < plan.nSum; ++k) {
         if (plan.sumCols[k] < 0) continue;
-        const UtCString* format =
-            (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
+        const UtCString* format = (formats != nullptr && k < formats->count()) ? &formats->item(k) : nullptr;
         const UtCString* own = CellAt(rep, plan.sumCols[k]);
-        const eUtEncodingType e =
-            own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
+        const eUtEncodingType e = own != nullptr ? own->encodingType() : UtCString::systemEncodingType();
         SetCell(rep, plan.sumCols[k], FormatTotal(totals[k], format, e));
     }
 }
@@ -701,8 +669,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
             key[g] = ViewOf(CellAt(row, groupCols[g]));
             if (key[g].n != 0) {
                 if (enc == 0) enc = key[g].enc;
-                if (key[g].enc != enc)
-                    return false;  // only reached before any change (nCarry == 0)
+                if (key[g].enc != enc) return false;  // only reached before any change (nCarry == 0)
             }
             h = (h ^ kbase_tables_internal::HashView(key[g])) * 0x9E3779B97F4A7C15ULL;
             h ^= h >> 29;
@@ -726,8 +693,7 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
                 UtTableRow& rep = rows[firstOf[group]];
                 const CellView* repKey = firstKeys.data() + group * width;
                 bool same = true;
-                for (size_t g = 0; g < width && same; ++g)
-                    same = kbase_tables_internal::EqualCells(repKey[g], key[g]);
+                for (size_t g = 0; g < width && same; ++g) same = kbase_tables_internal::EqualCells(repKey[g], key[g]);
                 if (same) {
                     FoldRow(plan, row, rep, totals.data() + group * nSum);
                     break;
@@ -741,8 +707,8 @@ bool GroupByHash(UtTable::RowList& rows, const std::vector<long>& groupCols, con
 
 }  // namespace
 
-void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStringList* formats,
-                        unsigned short nCarry, const long* carryCols) {
+void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStringList* formats, unsigned short nCarry,
+                        const long* carryCols) {
     const size_t rowCount = rows_.size();
     if (sumCols == nullptr) nSum = 0;
     if (carryCols == nullptr) nCarry = 0;
@@ -753,8 +719,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
     const SumPlan plan{nSum, sumCols, nCarry, carryCols};
     std::vector<long> groupCols;
     for (long col = 0; col < rows_[0].count(); ++col) {
-        if (!ItemInList(nSum, sumCols, col) && !ItemInList(nCarry, carryCols, col))
-            groupCols.push_back(col);
+        if (!ItemInList(nSum, sumCols, col) && !ItemInList(nCarry, carryCols, col)) groupCols.push_back(col);
     }
     const size_t width = groupCols.size();
 
@@ -767,8 +732,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
         for (uint32_t g = 0; g < order.size(); ++g) order[g] = g;
         std::vector<CellView> views(firstOf.size() * width);
         for (size_t g = 0; g < firstOf.size(); ++g) {
-            for (size_t c = 0; c < width; ++c)
-                views[g * width + c] = ViewOf(CellAt(rows_[firstOf[g]], groupCols[c]));
+            for (size_t c = 0; c < width; ++c) views[g * width + c] = ViewOf(CellAt(rows_[firstOf[g]], groupCols[c]));
         }
         std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
             for (size_t c = 0; c < width; ++c) {
@@ -792,8 +756,7 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
     // are stable-sorted by the full comparison and each group is folded in that order.
     std::vector<CellView> views(rowCount * width);
     for (size_t r = 0; r < rowCount; ++r) {
-        for (size_t g = 0; g < width; ++g)
-            views[r * width + g] = ViewOf(CellAt(rows_[r], groupCols[g]));
+        for (size_t g = 0; g < width; ++g) views[r * width + g] = ViewOf(CellAt(rows_[r], groupCols[g]));
     }
     auto compareRows = [&](uint32_t a, uint32_t b) {
         for (size_t g = 0; g < width; ++g) {
@@ -804,15 +767,13 @@ void UtTable::SumColumn(unsigned short nSum, const long* sumCols, const UtCStrin
     };
     std::vector<uint32_t> order(rowCount);
     for (size_t r = 0; r < rowCount; ++r) order[r] = static_cast<uint32_t>(r);
-    kbase_tables_internal::StableSort(
-        order, [&](uint32_t a, uint32_t b) { return compareRows(a, b) < 0; });
+    kbase_tables_internal::StableSort(order, [&](uint32_t a, uint32_t b) { return compareRows(a, b) < 0; });
 
     totals.resize(nSum);
     for (size_t start = 0; start < rowCount;) {
         size_t end = start + 1;
         while (end < rowCount && compareRows(order[start], order[end]) == 0) ++end;
-        // The first row is not read again, and moving it keeps its strings where the views see
-        // them.
+        // The first row is not read again, and moving it keeps its strings where the views see them.
         UtTableRow rep(std::move(rows_[order[start]]));
         StartTotals(plan, rep, totals.data());
         for (size_t i = start + 1; i < end; ++i) FoldRow(plan, rows_[order[i]], rep, totals.data());

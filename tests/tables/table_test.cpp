@@ -15,9 +15,7 @@ namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
 
-UtCString S(const std::string& s) {
-    return UtCString(s.c_str(), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252);
-}
+UtCString S(const std::string& s) { return UtCString(s.c_str(), eUtEncodingTypeAnsi1252, eUtEncodingTypeAnsi1252); }
 
 UtTable Make(const Rows& rows) {
     UtTable t;
@@ -33,8 +31,7 @@ Rows Dump(UtTable& t) {
     for (uint64_t r = 0; r < t.GetRowCount(); ++r) {
         std::vector<std::string> row;
         UtTableRow& tr = t.GetTableRow(static_cast<unsigned long>(r));
-        for (long c = 0; c < tr.GetElemCount(); ++c)
-            row.push_back(UtCString(tr[c], eUtEncodingTypeAnsi1252).ptr());
+        for (long c = 0; c < tr.GetElemCount(); ++c) row.push_back(UtCString(tr[c], eUtEncodingTypeAnsi1252).ptr());
         out.push_back(row);
     }
     return out;
@@ -183,9 +180,7 @@ struct SortCase {
 };
 
 // GoogleTest prints a parameter it cannot print as its bytes, padding included.
-void PrintTo(const SortCase& c, std::ostream* os) {
-    *os << c.name;
-}
+void PrintTo(const SortCase& c, std::ostream* os) { *os << c.name; }
 
 class TableSort : public ::testing::TestWithParam<SortCase> {};
 
@@ -201,42 +196,17 @@ TEST_P(TableSort, OrdersAsTheKeyRulesSay) {
 INSTANTIATE_TEST_SUITE_P(
     Keys, TableSort,
     ::testing::Values(
-        SortCase{
-            "numbers_before_text", {{"10"}, {"9"}, {"abc"}}, {0}, {0}, {{"9"}, {"10"}, {"abc"}}},
-        SortCase{"equal_numbers_end_the_comparison",
-                 {{"1", "b"}, {"1", "a"}},
-                 {0, 1},
-                 {0, 0},
-                 {{"1", "b"}, {"1", "a"}}},
-        SortCase{"equal_texts_go_to_the_next_key",
-                 {{"x", "b"}, {"x", "a"}},
-                 {0, 1},
-                 {0, 0},
-                 {{"x", "a"}, {"x", "b"}}},
+        SortCase{"numbers_before_text", {{"10"}, {"9"}, {"abc"}}, {0}, {0}, {{"9"}, {"10"}, {"abc"}}},
+        SortCase{"equal_numbers_end_the_comparison", {{"1", "b"}, {"1", "a"}}, {0, 1}, {0, 0}, {{"1", "b"}, {"1", "a"}}},
+        SortCase{"equal_texts_go_to_the_next_key", {{"x", "b"}, {"x", "a"}}, {0, 1}, {0, 0}, {{"x", "a"}, {"x", "b"}}},
         SortCase{"descending", {{"b"}, {"c"}, {"a"}}, {0}, {1}, {{"c"}, {"b"}, {"a"}}},
         SortCase{"descending_numbers", {{"2"}, {"10"}, {"-1"}}, {0}, {1}, {{"10"}, {"2"}, {"-1"}}},
         SortCase{"other_direction_orders_nothing", {{"b"}, {"a"}}, {0}, {2}, {{"b"}, {"a"}}},
-        SortCase{"missing_cell_is_empty_text",
-                 {{"b", "2"}, {"a"}, {"c", "1"}},
-                 {1},
-                 {0},
-                 {{"a"}, {"c", "1"}, {"b", "2"}}},
-        SortCase{"stable_on_ties",
-                 {{"x", "1"}, {"x", "2"}, {"x", "3"}},
-                 {0},
-                 {0},
-                 {{"x", "1"}, {"x", "2"}, {"x", "3"}}},
-        SortCase{"mixed_column_compares_pairwise",
-                 {{"b"}, {"10"}, {"9"}, {"a"}},
-                 {0},
-                 {0},
-                 {{"9"}, {"10"}, {"a"}, {"b"}}},
-        SortCase{
-            "blank_padded_numbers", {{" 5"}, {"40 "}, {"7"}}, {0}, {0}, {{" 5"}, {"7"}, {"40 "}}},
-        SortCase{"text_then_number_key",
-                 {{"b", "2"}, {"a", "9"}, {"b", "10"}, {"a", "1"}},
-                 {0, 1},
-                 {0, 1},
+        SortCase{"missing_cell_is_empty_text", {{"b", "2"}, {"a"}, {"c", "1"}}, {1}, {0}, {{"a"}, {"c", "1"}, {"b", "2"}}},
+        SortCase{"stable_on_ties", {{"x", "1"}, {"x", "2"}, {"x", "3"}}, {0}, {0}, {{"x", "1"}, {"x", "2"}, {"x", "3"}}},
+        SortCase{"mixed_column_compares_pairwise", {{"b"}, {"10"}, {"9"}, {"a"}}, {0}, {0}, {{"9"}, {"10"}, {"a"}, {"b"}}},
+        SortCase{"blank_padded_numbers", {{" 5"}, {"40 "}, {"7"}}, {0}, {0}, {{" 5"}, {"7"}, {"40 "}}},
+        SortCase{"text_then_number_key", {{"b", "2"}, {"a", "9"}, {"b", "10"}, {"a", "1"}}, {0, 1}, {0, 1},
                  {{"a", "9"}, {"a", "1"}, {"b", "10"}, {"b", "2"}}}),
     [](const ::testing::TestParamInfo<SortCase>& p) { return std::string(p.param.name); });
 
@@ -250,26 +220,22 @@ TEST(Table, SortMatchesABruteForceStableSort) {
     for (const auto& cols : keySets) {
         for (int round = 0; round < 20; ++round) {
             Rows rows;
-            for (int r = 0; r < 60; ++r)
-                rows.push_back({words[rng() % 8], words[rng() % 3], std::to_string(rng() % 5)});
+            for (int r = 0; r < 60; ++r) rows.push_back({words[rng() % 8], words[rng() % 3], std::to_string(rng() % 5)});
             UtTable t = Make(rows);
             t.Sort(3, cols.data(), dirs);
-            auto before = [&](const std::vector<std::string>& a,
-                              const std::vector<std::string>& b) {
+            auto before = [&](const std::vector<std::string>& a, const std::vector<std::string>& b) {
                 for (size_t k = 0; k < 3; ++k) {
                     const std::string& x = a[static_cast<size_t>(cols[k])];
                     const std::string& y = b[static_cast<size_t>(cols[k])];
                     double dx = 0, dy = 0;
-                    if (S(x).Convert(dx) && S(y).Convert(dy))
-                        return dirs[k] == 0 ? dx < dy : dx > dy;
+                    if (S(x).Convert(dx) && S(y).Convert(dy)) return dirs[k] == 0 ? dx < dy : dx > dy;
                     if (x != y) return dirs[k] == 0 ? x < y : x > y;
                 }
                 return false;
             };
             Rows expected = rows;
             for (size_t i = 1; i < expected.size(); ++i) {
-                for (size_t j = i; j > 0 && before(expected[j], expected[j - 1]); --j)
-                    std::swap(expected[j], expected[j - 1]);
+                for (size_t j = i; j > 0 && before(expected[j], expected[j - 1]); --j) std::swap(expected[j], expected[j - 1]);
             }
             EXPECT_EQ(Dump(t), expected) << cols[0] << " round " << round;
         }
@@ -282,8 +248,7 @@ TEST(Table, ManyDistinctKeysSortAndDeduplicateLikeTheStandardAlgorithms) {
     std::mt19937 rng(11);
     Rows rows;
     for (int r = 0; r < 20000; ++r) {
-        rows.push_back({"k" + std::to_string(rng() % 300), "m" + std::to_string(rng() % 300),
-                        std::to_string(rng() % 4)});
+        rows.push_back({"k" + std::to_string(rng() % 300), "m" + std::to_string(rng() % 300), std::to_string(rng() % 4)});
     }
     const long cols[] = {0, 1};
     const short dirs[] = {1, 0};
@@ -386,8 +351,7 @@ TEST(Table, SumColumnMatchesTheSortAndWalkAlgorithm) {
         const bool mixed = round % 4 >= 2;  // with and without a carried column
         Rows rows;
         for (int r = 0; r < 80; ++r) {
-            std::vector<std::string> row = {keys[rng() % 6], values[rng() % 7], keys[rng() % 3],
-                                            values[rng() % 7]};
+            std::vector<std::string> row = {keys[rng() % 6], values[rng() % 7], keys[rng() % 3], values[rng() % 7]};
             if (rng() % 4 == 0) row.resize(2);  // some short rows
             rows.push_back(row);
         }
@@ -411,9 +375,7 @@ TEST(Table, SumColumnMatchesTheSortAndWalkAlgorithm) {
         for (size_t c = 0; c < rows[0].size(); ++c) {
             if (c != 1 && !(withCarry && c == 3)) groupCols.push_back(c);
         }
-        auto cell = [](const std::vector<std::string>& r, size_t c) {
-            return c < r.size() ? r[c] : std::string();
-        };
+        auto cell = [](const std::vector<std::string>& r, size_t c) { return c < r.size() ? r[c] : std::string(); };
         auto less = [&](const std::vector<std::string>& a, const std::vector<std::string>& b) {
             for (size_t c : groupCols) {
                 if (cell(a, c) != cell(b, c)) return cell(a, c) < cell(b, c);
@@ -467,15 +429,13 @@ TEST(Table, SumColumnTotalsDecimalTextsExactly) {
     for (int i = 0; i < 3; ++i) rows.push_back({"tenths", i % 2 == 0 ? "0.1" : "0.2"});
     rows.push_back({"mixed", " 12kg"});  // the first cell, read like atof
     rows.push_back({"mixed", "0.70"});
-    rows.push_back({"mixed", "kg"});      // no number: skipped
+    rows.push_back({"mixed", "kg"});  // no number: skipped
     rows.push_back({"mixed", "0x1p-2"});  // a number, though not a decimal
     UtTable t = Make(rows);
     const long sum[] = {1};
     UtCStringList formats{S("%.17g")};
     t.SumColumn(1, sum, &formats, 0, nullptr);
-    EXPECT_EQ(Dump(t), (Rows{{"mixed", "12.949999999999999"},
-                             {"money", "76543210900"},
-                             {"tenths", "0.40000000000000002"}}));
+    EXPECT_EQ(Dump(t), (Rows{{"mixed", "12.949999999999999"}, {"money", "76543210900"}, {"tenths", "0.40000000000000002"}}));
 
     UtTable u = Make(rows);
     u.SumColumn(1, sum, nullptr, 0, nullptr);
