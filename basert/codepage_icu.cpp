@@ -142,9 +142,10 @@ void UseWindowsSubstitution(UConverter* c, const CodePage& cp) {
 
 std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     if (number == 1200 || number == 1201 || number == 256 || number == 65535) return nullptr;
+    // The record first: when it cannot be had (std::bad_alloc) no converter is open yet.
+    auto cp = std::make_unique<CodePage>();
     UConverter* c = OpenIcu(number);
     if (c == nullptr) return nullptr;
-    auto cp = std::make_unique<CodePage>();
     cp->number = number;
     cp->maxBytes = number == kBrCodePageUtf8 ? 3 : ucnv_getMaxCharSize(c);
     const bool stateful = IsStateful(c);

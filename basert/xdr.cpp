@@ -14,6 +14,16 @@ static_assert(sizeof(off_t) >= 8, "64-bit file positions are needed");
 
 namespace {
 
+// A fuzz build makes the buffer a few bytes (KBASE_XDR_BUFFER_BYTES), so that short inputs cross
+// it and every refill, spill and straddling item is reached; 8 is the widest item a codec moves
+// through it at once.
+#ifdef KBASE_XDR_BUFFER_BYTES
+constexpr size_t kBufferBytes = KBASE_XDR_BUFFER_BYTES;
+#else
+constexpr size_t kBufferBytes = kXdBufferSize;
+#endif
+static_assert(kBufferBytes >= 8, "a hyper must fit the buffer");
+
 // Which routines move the bytes, and what the handle may do with its file.
 constexpr uint32_t kViaStdio = 1u;   // fread/fwrite/fseeko on x_file
 constexpr uint32_t kViaFd = 2u;      // read/write/lseek on x_fd
@@ -195,13 +205,13 @@ int OpenHandle(XD_XDR_STRUCT* x, xdr_op op, XD_HOW how, FILE* file, int fd, uint
     x->x_fd = -1;
     if (op != XDR_ENCODE && op != XDR_DECODE && op != XDR_FREE) return 0;
     void* buffer = nullptr;
-    if (op != XDR_FREE && UtAllocMemoryBlock(&buffer, kXdBufferSize, 1) != kUtMemOk) return 0;
+    if (op != XDR_FREE && UtAllocMemoryBlock(&buffer, kBufferBytes, 1) != kUtMemOk) return 0;
     x->x_op = op;
     x->x_how = how;
     x->x_file = file;
     x->x_fd = fd;
     x->x_buf = static_cast<unsigned char*>(buffer);
-    x->x_cap = buffer != nullptr ? kXdBufferSize : 0;
+    x->x_cap = buffer != nullptr ? kBufferBytes : 0;
     x->x_ptr = x->x_buf;
     SetAvail(x, op == XDR_ENCODE ? x->x_cap : 0);
     x->x_flags = flags | (buffer != nullptr ? kOwnsBuffer : 0u);
@@ -259,7 +269,7 @@ char* GetNewText(XD_XDR_STRUCT* x, uint32_t n) {
     const bool known = KnownRemaining(x, &remaining);
     if (known && need > remaining) return nullptr;
     uint64_t have = 0;
-    uint64_t size = known ? n : std::min<uint64_t>(n, kXdBufferSize);
+    uint64_t size = known ? n : std::min<uint64_t>(n, kBufferBytes);
     for (;;) {
         if (UtAllocMemoryBlock(&block, size + 1, 1) != kUtMemOk) break;
         if (!XdGetBytes(x, static_cast<char*>(block) + have, size - have)) break;

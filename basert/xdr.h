@@ -7,8 +7,9 @@
 // XDR_FREE. Codecs return non-zero on success and 0 on failure (closed or null handle, end of data,
 // I/O error, a value that does not fit its wire width or its C type).
 //
-// Buffering: a file handle owns a buffer of kXdBufferSize bytes and moves whole blocks to and
-// from its file, so a codec call costs no library call until the buffer runs full or empty.
+// Buffering: a file handle owns a buffer of kXdBufferSize bytes (a fuzz build: a few bytes) and
+// moves whole blocks to and from its file, so a codec call costs no library call until the
+// buffer runs full or empty.
 // Consequences:
 //  - encoded data reaches the file when the buffer fills, on XdSync and on XdClose; a write error
 //    shows at the item whose write found the buffer full, and sticks: every later item fails;

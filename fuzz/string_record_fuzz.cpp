@@ -5,7 +5,10 @@
 #include <cstring>
 
 #include "basert/memory.h"
+#include "fuzz_support.h"
 #include "kbase/text/UtCString.h"
+
+KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     UtCString s(eUtEncodingTypeAnsi1252);

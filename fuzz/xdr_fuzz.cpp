@@ -14,10 +14,13 @@
 
 #include "basert/memory.h"
 #include "basert/xdr.h"
+#include "fuzz_support.h"
 #include "kbase/streams/ExMain.h"
 #include "kbase/streams/XdStream.h"
 #include "kbase/streams/XdrStream.h"
 #include "kbase/text/UtBitList.h"
+
+KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 namespace {
 

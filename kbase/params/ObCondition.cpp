@@ -2,6 +2,7 @@
 #include "kbase/params/ObCondition.h"
 
 #include <functional>
+#include <memory>
 
 #include "kbase/params/ObParam.h"
 #include "kbase/params/ObParamMaterial.h"
@@ -267,11 +268,11 @@ _ObCondListElem* ObCondList::Find(const ObCondition* probe) const {
 
 int ObCondList::AddCond(ObCondition* cond) {
     if (cond == nullptr) return kObParamNullArgument;
-    if (Find(cond) != nullptr) {
-        delete cond;
-        return kObParamDuplicate;
-    }
+    std::unique_ptr<ObCondition> owned(
+        cond);  // ours from here on, also when the entry cannot be had
+    if (Find(cond) != nullptr) return kObParamDuplicate;
     auto* e = new _ObCondListElem{cond, nullptr, last_};
+    owned.release();
     if (last_ != nullptr) {
         last_->next = e;
     } else {

@@ -2,6 +2,8 @@
 // readers.
 #include "kbase/params/ObParam.h"
 
+#include <memory>
+
 #include "kbase/params/ObCondition.h"
 #include "kbase/params/ObParamMaterial.h"
 #include "kbase/params/ObParamOption.h"
@@ -132,12 +134,18 @@ void ObParam::SetCondListType(long joinType) {
 namespace {
 
 // The add operations: a null watched parameter is refused before anything is built; the first
-// condition creates an OR list.
+// condition creates an OR list. The condition is built first and a new list is kept only once it
+// holds it: when memory runs out (std::bad_alloc) no empty OR list is left behind, which is never
+// fulfilled and would disable the parameter.
 template <typename Make>
 int AddTo(ObCondList*& list, const ObParam* watched, Make make) {
     if (watched == nullptr) return kObParamNullArgument;
-    if (list == nullptr) list = new ObCondList(ObCondList::kOr);
-    return list->AddCond(make());
+    std::unique_ptr<ObCondition> cond(make());
+    std::unique_ptr<ObCondList> created;
+    if (list == nullptr) created = std::make_unique<ObCondList>(ObCondList::kOr);
+    const int rc = (list != nullptr ? list : created.get())->AddCond(cond.release());
+    if (created) list = created.release();
+    return rc;
 }
 
 int DelFrom(ObCondList* list, const ObCondition& probe) {

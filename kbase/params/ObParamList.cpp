@@ -9,8 +9,13 @@ ObParamList::~ObParamList() {
 
 long ObParamList::Add(ObParam* param) {
     if (param == nullptr) return -1;
+    const long index = params_.count();
     params_.Append(param);
-    return params_.count() - 1;
+    if (params_.count() == index) {  // no memory for its slot: the list owns it all the same
+        delete param;
+        return -1;
+    }
+    return index;
 }
 
 ObParam* ObParamList::Get(long index) const {

@@ -17,7 +17,8 @@ class KBASE_API ObParamList {
     ObParamList& operator=(const ObParamList&) = delete;
     ~ObParamList();
 
-    // Takes ownership of param and returns its index; a null param is refused with -1.
+    // Takes ownership of param and returns its index; a null param is refused with -1, and so is
+    // one for which the list has no memory (it is destroyed then, as the list took it).
     long Add(ObParam* param);
     long GetCount() const { return params_.count(); }
     // The parameter at index, or null outside the list.

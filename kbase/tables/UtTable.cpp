@@ -127,7 +127,19 @@ long UtTableRow::AddElem(const UtCString& text) {
     return ++actElem_;
 }
 
-long UtTableRow::AddElem(const char* text) { return AddElem(UtCString(text)); }
+namespace {
+// Whether the copy of a narrow text was refused its memory: only then is a non-empty text empty
+// (same encoding, nothing to convert).
+bool CopyRefused(const char* text, const UtCString& copy) {
+    return text != nullptr && *text != '\0' && copy.IsEmpty();
+}
+}  // namespace
+
+long UtTableRow::AddElem(const char* text) {
+    const UtCString cell(text);
+    if (CopyRefused(text, cell)) return actElem_;  // no empty cell for a text that was lost
+    return AddElem(cell);
+}
 
 int UtTableRow::ChgElem(long i, const UtCString& text) {
     if (i < 0 || i >= count()) return kOutOfRange;
@@ -139,7 +151,9 @@ int UtTableRow::ChgElem(long i, const UtCString& text) {
 int UtTableRow::ChgElem(long i, const char* text) {
     if (i < 0 || i >= count()) return kOutOfRange;
     UtCString& cell = item(i);
-    if (text != cell.ptr()) cell = UtCString(text);  // handed the cell's own buffer: nothing to do
+    if (text == cell.ptr()) return kOk;  // handed the cell's own buffer: nothing to do
+    const UtCString copy(text);
+    if (!CopyRefused(text, copy)) cell = copy;  // a refused copy leaves the cell as it was
     return kOk;
 }
 

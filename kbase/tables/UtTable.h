@@ -33,9 +33,11 @@ public:
     // (from -1 after construction this gives 0); returns the incremented current cell. When memory
     // runs out nothing is added and the current cell is returned unchanged.
     long AddElem(const UtCString& text);
-    // The narrow text is taken in the system code page.
+    // The narrow text is taken in the system code page; a text that cannot be copied for want of
+    // memory is not added (no empty cell stands in for it).
     long AddElem(const char* text);
-    // 1 for an index outside the row; else replaces the cell's text, 0.
+    // 1 for an index outside the row; else replaces the cell's text, 0 (when memory runs out the
+    // cell keeps its text).
     int ChgElem(long i, const UtCString& text);
     int ChgElem(long i, const char* text);
     // False for an index outside the row; else whether the cell equals the text (CompareTo == 0).

@@ -30,6 +30,44 @@ void** NewSlots(long n) {
     return new (std::nothrow) void*[static_cast<size_t>(n)];
 }
 
+// A stable sort that stays inside a[0..n) whatever less answers. std::stable_sort may read past
+// the front when less is not a consistent strict weak order, and callers' comparisons are not:
+// the multi-number comparator is asymmetric on purpose, and a comparison that converts texts
+// answers "greater" both ways when a conversion runs out of memory, so one pair may answer
+// differently from call to call. Runs of kRun items are sorted by insertion, then merged
+// bottom-up through a buffer; without memory for the buffer, insertion sorts everything.
+template <typename Less>
+void StableSortSlots(void** a, long n, Less less) {
+    constexpr long kRun = 16;
+    auto insertion = [&](long lo, long hi) {
+        for (long i = lo + 1; i < hi; ++i) {
+            void* v = a[i];
+            long j = i;
+            for (; j > lo && less(v, a[j - 1]); --j) a[j] = a[j - 1];
+            a[j] = v;
+        }
+    };
+    void** buffer = n > kRun ? NewSlots(n) : nullptr;
+    if (buffer == nullptr) {
+        insertion(0, n);
+        return;
+    }
+    for (long lo = 0; lo < n; lo += kRun) insertion(lo, std::min(lo + kRun, n));
+    for (long width = kRun; width < n; width *= 2) {
+        for (long lo = 0; lo + width < n; lo += 2 * width) {
+            const long mid = lo + width;
+            const long hi = std::min(lo + 2 * width, n);
+            long i = lo, j = mid, k = 0;
+            // The right item goes first only when it is less: equal items keep their order.
+            while (i < mid && j < hi) buffer[k++] = less(a[j], a[i]) ? a[j++] : a[i++];
+            while (i < mid) buffer[k++] = a[i++];
+            while (j < hi) buffer[k++] = a[j++];
+            std::memcpy(a + lo, buffer, static_cast<size_t>(k) * sizeof(void*));
+        }
+    }
+    delete[] buffer;
+}
+
 }  // namespace
 
 UtCPtrListComparer::~UtCPtrListComparer() = default;
@@ -203,14 +241,14 @@ void** UtCPtrList::array(long start, long n) {
 void UtCPtrList::Sort(UtCPtrListCompareFunc compare) {
     if (compare == nullptr || count_ < 2) return;
     Compress();
-    std::stable_sort(slots_, slots_ + count_,
-                     [compare](const void* a, const void* b) { return compare(a, b) < 0; });
+    StableSortSlots(slots_, count_,
+                    [compare](const void* a, const void* b) { return compare(a, b) < 0; });
 }
 
 void UtCPtrList::Sort(const UtCPtrListComparer& comparer) {
     if (count_ < 2) return;
     Compress();
-    std::stable_sort(slots_, slots_ + count_, [&comparer](const void* a, const void* b) {
+    StableSortSlots(slots_, count_, [&comparer](const void* a, const void* b) {
         return comparer.Compare(a, b) < 0;
     });
 }

@@ -15,6 +15,12 @@ namespace {
 
 unsigned short g_systemEncoding = eUtEncodingTypeUnknown;
 
+// Frees a block of the runtime at the end of a scope, also when copying out of it throws.
+struct FreeAtExit {
+    void* block;
+    ~FreeAtExit() { UtFreeMemory(block); }
+};
+
 // Buffers used when even an empty buffer cannot be allocated, so that a string never has a
 // null text. They are never written and never freed.
 char g_emptyNarrow[4] = {0, 0, 0, 0};
@@ -589,9 +595,8 @@ int UtCString::GetAnsiString(char** out, eUtEncodingType target) const {
 std::string UtCString::GetAnsiString() const {
     char* p = nullptr;
     const int n = GetAnsiString(&p, eUtEncodingTypeSystemDefault);
-    std::string s = n > 0 ? std::string(p, static_cast<size_t>(n)) : std::string();
-    UtFreeMemory(p);
-    return s;
+    const FreeAtExit owner{p};
+    return n > 0 ? std::string(p, static_cast<size_t>(n)) : std::string();
 }
 
 int UtCString::GetUtf8String(char** out, int withBom) const {
@@ -607,9 +612,8 @@ int UtCString::GetUtf8String(char** out, int withBom) const {
 std::string UtCString::GetUtf8String(int withBom) const {
     char* p = nullptr;
     const int n = GetUtf8String(&p, withBom);
-    std::string s = n > 0 ? std::string(p, static_cast<size_t>(n)) : std::string();
-    UtFreeMemory(p);
-    return s;
+    const FreeAtExit owner{p};
+    return n > 0 ? std::string(p, static_cast<size_t>(n)) : std::string();
 }
 
 int UtCString::GetUtf16String(char16_t** out) const {
@@ -625,9 +629,8 @@ int UtCString::GetUtf16String(char16_t** out) const {
 std::u16string UtCString::GetUtf16String() const {
     char16_t* p = nullptr;
     const int n = GetUtf16String(&p);
-    std::u16string s = n > 0 ? std::u16string(p, static_cast<size_t>(n)) : std::u16string();
-    UtFreeMemory(p);
-    return s;
+    const FreeAtExit owner{p};
+    return n > 0 ? std::u16string(p, static_cast<size_t>(n)) : std::u16string();
 }
 
 bool UtCString::toCharArray(char* out, const uint64_t& size, const eUtEncodingType& target) const {
@@ -798,7 +801,12 @@ void* GetScratch(uint16_t& index, int n, bool wide) {
             UtFreeMemory(p);
             return nullptr;
         }
-        map[next] = ScratchBlock{p, wide};
+        try {
+            map[next] = ScratchBlock{p, wide};
+        } catch (...) {  // std::bad_alloc from the map: the block has no owner yet
+            UtFreeMemory(p);
+            throw;
+        }
         index = next;
     }
     auto it = map.find(index);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kbase/tables/UtTable.h"
+#include "test_support.h"
 
 namespace {
 
@@ -83,6 +84,33 @@ TEST(TableRow, CursorsPrioritiesAndStatus) {
     UtTableRow empty;
     EXPECT_FALSE(empty.GetFirstElem(out));
     EXPECT_EQ(empty.GetActElem(), 0);
+}
+
+// A narrow text whose copy is refused its memory is not stored as an empty cell: adding adds
+// nothing and changing keeps the old text, in a row and through the table.
+TEST(TableRow, NarrowTextsThatCannotBeCopiedLeaveTheRowAsItWas) {
+    UtTable t;
+    t.AddRow();
+    ASSERT_EQ(t.AddElem("Ziegel"), 0);
+    UtTableRow& row = t.GetTableRow(0);
+    {
+        kbase_test::FailNthAllocation refused(1);
+        EXPECT_EQ(row.AddElem("M\xF6rtel"), 0);
+        EXPECT_EQ(row.count(), 1);
+    }
+    {
+        kbase_test::FailNthAllocation refused(1);
+        EXPECT_EQ(t.AddElem("Sand"), 0);
+        EXPECT_EQ(row.count(), 1);
+    }
+    for (int viaTable = 0; viaTable < 2; ++viaTable) {
+        kbase_test::FailNthAllocation refused(1);
+        EXPECT_EQ(viaTable ? t.ChgElem(0, 0, "Kies") : row.ChgElem(0, "Kies"), 0);
+        EXPECT_TRUE(t.IsElemEqualTo(0, 0, "Ziegel"));
+    }
+    EXPECT_EQ(row.AddElem(""), 1);  // an empty text is a cell like any other
+    EXPECT_EQ(row.ChgElem(0, "Kies"), 0);
+    EXPECT_TRUE(t.IsElemEqualTo(0, 0, "Kies"));
 }
 
 TEST(Table, NewTableAndCursors) {
