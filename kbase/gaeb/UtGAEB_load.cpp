@@ -97,7 +97,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         const int slot = ReadToken(reader, t);
         if (reader.Status() != 0) return reader.Status();
         if (slot > 0) {
-            if (reader.keepAsShadow) {
+            if (reader.keepAsShadow && t.kind == Kind::kValue) {
                 Keep(last, slot, std::move(t.raw));
                 SetAbsent(slot, true);
                 reader.CountKept();
@@ -115,6 +115,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         reader.CountKept();
     }
     reader.Leave();
+    reader.keepAsShadow = false;  // this block's last value must not mark the block in its parent
     // A line the file did not have stays out when this object is stored again.
     const int fixed = GetFixedSlotCount();
     for (int slot = 1; slot <= fixed && slot < 32; ++slot) {
