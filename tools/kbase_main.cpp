@@ -6,6 +6,7 @@
 #include "basert/fileio.h"
 #include "codepages.h"
 #include "csv.h"
+#include "gaeb_cli.h"
 #include "io.h"
 #include "kbase/version.h"
 #include "recode.h"
@@ -111,12 +112,16 @@ int main(int argc, char** argv) {
                        "Memory for sorting before spilling to temporary files (default 1G)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
+        kbase_tool::GaebCommands gaebCommands;  // boq and gaeb
+        gaebCommands.Add(app);
+
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
             // Every other parser error is a usage error, whatever number CLI11 gives it.
             const char* who = rc->parsed() ? "kbase recode" : cs->parsed() ? "kbase csv" : "kbase";
+            if (const char* gaebWho = gaebCommands.Who()) who = gaebWho;
             std::cerr << who << ": " << e.what() << "\nRun '" << who
                       << " --help' for more information.\n";
             return kbase_tool::kExitUsage;
@@ -126,6 +131,7 @@ int main(int argc, char** argv) {
             csv.progress = !noProgress && UtFileIsTerminal(stderr);
             return kbase_tool::Csv(csv, std::cout, std::cerr);
         }
+        if (const int gaebRc = gaebCommands.Run(); gaebRc >= 0) return gaebRc;
         return kbase_tool::kExitUsage;
     } catch (const std::bad_alloc&) {
         std::cerr << "kbase: out of memory\n";
