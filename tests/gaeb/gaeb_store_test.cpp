@@ -311,6 +311,24 @@ TEST(GaebStore, FailedWriteKeepsWhatWasWrittenAndStopsTheBlock) {
     }
 }
 
+TEST(GaebStore, OpenByPathStoresAndClosesThenLoadsBack) {
+    const std::string path = ::testing::TempDir() + "kbase_gaeb_open_\xC3\xA4.X83";  // a UTF-8 name
+    const UtCString name(path.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
+    auto g = MakeBill();
+    FILE* f = UtGAEB::Open(name, 1);
+    ASSERT_NE(f, nullptr);
+    EXPECT_EQ(g->Store(f, 0), kGAEBOk);  // and closes it (flag 1)
+    f = UtGAEB::Open(name, 0);
+    ASSERT_NE(f, nullptr);
+    UtGAEB back;
+    EXPECT_EQ(back.Load(f), kGAEBOk);
+    std::fclose(f);
+    back.SetFlag(0);
+    EXPECT_EQ(Stored(back, 0), kBill);
+    std::remove(path.c_str());
+    EXPECT_EQ(UtGAEB::Open(UtCString("/no/such/dir/x.X83"), 0), nullptr);
+}
+
 TEST(GaebStore, SettersCutLongTextAndReportCharactersThatCp1252Lacks) {
     UtGAEBPosition p;
     const std::string longOz(kGAEBSizeOZ + 10, '1');
