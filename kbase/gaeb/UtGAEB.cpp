@@ -93,6 +93,16 @@ void UtGAEBObject::SetAbsent(int slot, bool on) {
     }
 }
 
+int UtGAEBObject::SetText(char* field, size_t size, int slot, const char* text) {
+    SetAbsent(slot, false);
+    return CopyIn(field, size, text);
+}
+
+int UtGAEBObject::SetText(char* field, size_t size, int slot, const UtCString& text) {
+    SetAbsent(slot, false);
+    return CopyIn(field, size, text);
+}
+
 bool UtGAEBObject::Fresh(int slot) {
     if (slot <= 0 || slot >= 32) return true;
     const uint32_t bit = 1u << slot;
@@ -208,10 +218,7 @@ unsigned short UtGAEBDatum::GetDay() const { return Part(0); }
 unsigned short UtGAEBDatum::GetMonth() const { return Part(1); }
 unsigned short UtGAEBDatum::GetYear() const { return Part(2); }
 int UtGAEBDatum::GetDatum(char* out, size_t size) const { return CopyOut(datum_, out, size); }
-int UtGAEBDatum::SetDatum(const char* text) {
-    SetAbsent(1, false);
-    return CopyIn(datum_, sizeof datum_, text);
-}
+int UtGAEBDatum::SetDatum(const char* text) { return SetText(datum_, sizeof datum_, 1, text); }
 
 int UtGAEBDatum::Store(FILE* file, int indent) {
     if (file == nullptr) return kGAEBNullFile;
@@ -226,14 +233,8 @@ UtGAEBInfo::UtGAEBInfo() {
 }
 
 int UtGAEBInfo::GetVersion(char* out, size_t size) const { return CopyOut(version_, out, size); }
-int UtGAEBInfo::SetVersion(const char* text) {
-    SetAbsent(kVersion, false);
-    return CopyIn(version_, sizeof version_, text);
-}
-int UtGAEBInfo::SetVersion(const UtCString& text) {
-    SetAbsent(kVersion, false);
-    return CopyIn(version_, sizeof version_, text);
-}
+int UtGAEBInfo::SetVersion(const char* text) { return SetText(version_, sizeof version_, kVersion, text); }
+int UtGAEBInfo::SetVersion(const UtCString& text) { return SetText(version_, sizeof version_, kVersion, text); }
 void UtGAEBInfo::SetVersMon(short v) {
     versMon_ = v;
     SetAbsent(kVersMon, false);
@@ -243,10 +244,7 @@ void UtGAEBInfo::SetVersJahr(short v) {
     SetAbsent(kVersJahr, false);
 }
 int UtGAEBInfo::GetZeichensatz(char* out, size_t size) const { return CopyOut(zeichensatz_, out, size); }
-int UtGAEBInfo::SetZeichensatz(const char* text) {
-    SetAbsent(kZeichensatz, false);
-    return CopyIn(zeichensatz_, sizeof zeichensatz_, text);
-}
+int UtGAEBInfo::SetZeichensatz(const char* text) { return SetText(zeichensatz_, sizeof zeichensatz_, kZeichensatz, text); }
 
 int UtGAEBInfo::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
@@ -272,19 +270,10 @@ GAEB_LV_KEY_TYPE UtGAEBLVGlied::GetKeyType() const {
 }
 
 int UtGAEBLVGlied::GetTyp(char* out, size_t size) const { return CopyOut(typ_, out, size); }
-int UtGAEBLVGlied::SetTyp(const char* text) {
-    SetAbsent(kTyp, false);
-    return CopyIn(typ_, sizeof typ_, text);
-}
+int UtGAEBLVGlied::SetTyp(const char* text) { return SetText(typ_, sizeof typ_, kTyp, text); }
 int UtGAEBLVGlied::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVGlied::SetBez(const char* text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
-int UtGAEBLVGlied::SetBez(const UtCString& text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
+int UtGAEBLVGlied::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVGlied::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
 void UtGAEBLVGlied::SetLaenge(short v) {
     laenge_ = v;
     SetAbsent(kLaenge, false);
@@ -308,23 +297,11 @@ UtGAEBLVInfo::~UtGAEBLVInfo() {
 }
 
 int UtGAEBLVInfo::GetName(char* out, size_t size) const { return CopyOut(name_, out, size); }
-int UtGAEBLVInfo::SetName(const char* text) {
-    SetAbsent(kName, false);
-    return CopyIn(name_, sizeof name_, text);
-}
-int UtGAEBLVInfo::SetName(const UtCString& text) {
-    SetAbsent(kName, false);
-    return CopyIn(name_, sizeof name_, text);
-}
+int UtGAEBLVInfo::SetName(const char* text) { return SetText(name_, sizeof name_, kName, text); }
+int UtGAEBLVInfo::SetName(const UtCString& text) { return SetText(name_, sizeof name_, kName, text); }
 int UtGAEBLVInfo::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVInfo::SetBez(const char* text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
-int UtGAEBLVInfo::SetBez(const UtCString& text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
+int UtGAEBLVInfo::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVInfo::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
 void UtGAEBLVInfo::SetKurzLang(short v) {
     kurzLang_ = v;
     SetAbsent(kKurzLang, false);
@@ -413,23 +390,11 @@ UtGAEBLVEntity* UtGAEBEntityList::AddFor(const std::string& blockName) {
 // ---- UtGAEBLVBereich ----------------------------------------------------------------------------
 
 int UtGAEBLVBereich::GetOZ(char* out, size_t size) const { return CopyOut(oz_, out, size); }
-int UtGAEBLVBereich::SetOZ(const char* text) {
-    SetAbsent(kOZ, false);
-    return CopyIn(oz_, sizeof oz_, text);
-}
-int UtGAEBLVBereich::SetOZ(const UtCString& text) {
-    SetAbsent(kOZ, false);
-    return CopyIn(oz_, sizeof oz_, text);
-}
+int UtGAEBLVBereich::SetOZ(const char* text) { return SetText(oz_, sizeof oz_, kOZ, text); }
+int UtGAEBLVBereich::SetOZ(const UtCString& text) { return SetText(oz_, sizeof oz_, kOZ, text); }
 int UtGAEBLVBereich::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVBereich::SetBez(const char* text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
-int UtGAEBLVBereich::SetBez(const UtCString& text) {
-    SetAbsent(kBez, false);
-    return CopyIn(bez_, sizeof bez_, text);
-}
+int UtGAEBLVBereich::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVBereich::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
 
 int UtGAEBLVBereich::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
@@ -457,14 +422,8 @@ int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
     return status;
 }
 int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const { return CopyOut(kurztext_, out, size); }
-int UtGAEBBeschreibung::SetKurztext(const char* text) {
-    SetAbsent(kKurztext, false);
-    return CopyIn(kurztext_, sizeof kurztext_, text);
-}
-int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
-    SetAbsent(kKurztext, false);
-    return CopyIn(kurztext_, sizeof kurztext_, text);
-}
+int UtGAEBBeschreibung::SetKurztext(const char* text) { return SetText(kurztext_, sizeof kurztext_, kKurztext, text); }
+int UtGAEBBeschreibung::SetKurztext(const UtCString& text) { return SetText(kurztext_, sizeof kurztext_, kKurztext, text); }
 
 int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
@@ -477,27 +436,15 @@ int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
 // ---- UtGAEBPosition -----------------------------------------------------------------------------
 
 int UtGAEBPosition::GetOZ(char* out, size_t size) const { return CopyOut(oz_, out, size); }
-int UtGAEBPosition::SetOZ(const char* text) {
-    SetAbsent(kOZ, false);
-    return CopyIn(oz_, sizeof oz_, text);
-}
-int UtGAEBPosition::SetOZ(const UtCString& text) {
-    SetAbsent(kOZ, false);
-    return CopyIn(oz_, sizeof oz_, text);
-}
+int UtGAEBPosition::SetOZ(const char* text) { return SetText(oz_, sizeof oz_, kOZ, text); }
+int UtGAEBPosition::SetOZ(const UtCString& text) { return SetText(oz_, sizeof oz_, kOZ, text); }
 void UtGAEBPosition::SetMenge(double v) {
     menge_ = v;
     SetAbsent(kMenge, false);
 }
 int UtGAEBPosition::GetME(char* out, size_t size) const { return CopyOut(me_, out, size); }
-int UtGAEBPosition::SetME(const char* text) {
-    SetAbsent(kME, false);
-    return CopyIn(me_, sizeof me_, text);
-}
-int UtGAEBPosition::SetME(const UtCString& text) {
-    SetAbsent(kME, false);
-    return CopyIn(me_, sizeof me_, text);
-}
+int UtGAEBPosition::SetME(const char* text) { return SetText(me_, sizeof me_, kME, text); }
+int UtGAEBPosition::SetME(const UtCString& text) { return SetText(me_, sizeof me_, kME, text); }
 
 int UtGAEBPosition::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {

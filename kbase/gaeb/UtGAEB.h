@@ -181,6 +181,9 @@ protected:
     // Whether slot was filled before in the block being read (a second one is kept verbatim);
     // marks it filled.
     bool Fresh(int slot);
+    // Copies text into a fixed field (see the top) and marks slot as set.
+    int SetText(char* field, size_t size, int slot, const char* text);
+    int SetText(char* field, size_t size, int slot, const UtCString& text);
     [[nodiscard]] int StoreTag(FILE* file, int indent, const char* what, bool lineFeed = true);
     // "[key]value[end]\n" after indent blanks.
     [[nodiscard]] static int StoreValue(FILE* file, int indent, const char* key, const char* value);
