@@ -147,6 +147,7 @@ int UtGAEBObject::Load(FILE* file, UtGAEBLoadReport* report) {
     Reader reader(file, report);
     Token t;
     std::string before;
+    reader.SetPlain(true);
     for (;;) {
         if (!reader.Next(t)) break;
         if (t.kind == Kind::kEof) {
@@ -156,6 +157,7 @@ int UtGAEBObject::Load(FILE* file, UtGAEBLoadReport* report) {
         if (IsBlock(t, GetBlockName())) break;
         if (root) before += t.raw;
     }
+    reader.SetPlain(false);
     int status = reader.Status();
     if (status == kGAEBOk) {
         ResetKept();

@@ -506,6 +506,12 @@ TEST(GaebHelpers, FindInFileAndReadFromFile) {
     EXPECT_STREQ(p.GetOZ(), "7");
     EXPECT_DOUBLE_EQ(p.GetMenge(), 3);
     EXPECT_EQ(p.GetMEFlag(), 0);
+
+    // Text before the root is searched line by line: an open "[" there does not hide the root.
+    UtGAEB g;
+    ASSERT_EQ(LoadText(g, "[Note] no end here\n#begin[GAEB]\n#end[GAEB]"), kGAEBOk);
+    EXPECT_EQ(StoreText(g), "[Note] no end here\n#begin[GAEB]\n#end[GAEB]");
+    EXPECT_EQ(g.GetGAEBType(), eGAEBTypeInfo);
 }
 
 }  // namespace

@@ -168,7 +168,7 @@ bool Reader::Next(Token& token) {
     }
     token.name.clear();
     token.kind = Kind::kOther;
-    if (s.empty() || s[0] != '[') return true;
+    if (plain_ || s.empty() || s[0] != '[') return true;
     const size_t close = s.find(']');
     if (close == std::string_view::npos || close == 1 || s.substr(1, close - 1).find('[') != std::string_view::npos) {
         return true;

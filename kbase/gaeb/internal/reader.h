@@ -47,6 +47,9 @@ public:
 
     // The next token; kEof at the end. False after a failure (Status and the report say which).
     bool Next(Token& token);
+    // While set, Next takes every line on its own (no value runs over lines): for searching a
+    // begin tag among text that need not be in this form.
+    void SetPlain(bool on) { plain_ = on; }
     // Reads the rest of a block whose begin token was just read into raw (appended), for a block
     // that is kept whole.
     bool CaptureBlock(const Token& begin, std::string& raw);
@@ -89,6 +92,7 @@ private:
     uint64_t kept_ = 0;
     std::string line_;
     std::string endTail_;
+    bool plain_ = false;
     bool terminated_ = false, pendingCr_ = false, endTerminated_ = true;
 };
 
