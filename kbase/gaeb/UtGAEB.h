@@ -41,6 +41,16 @@
 // byte other than TAB, CR, LF, FF or Ctrl-Z). Memory is bounded by those limits and by the size
 // of the file. What was read before the error stays in the tree.
 //
+// Choices where the form leaves room:
+//  - the fixed fields' sizes are the kGAEBSize* constants below (a Kurztext of 4095 bytes holds
+//    the RTF short texts real writers produce); the date is held as "DD.MM.YYYY";
+//  - the flag word: the root's is the close-after-store flag (1), an outline level's lets a range
+//    level write its "[Bez]" (1); every other object starts with 0 and does not read it;
+//  - UtGAEBHauptobjekt is an empty stand-in that writes nothing;
+//  - the root's Store also reports a failed final flush or close as 1007, since a buffered write
+//    fails only then;
+//  - reading statuses beyond the writer's: 1005 no begin tag, 1008 a read error, 3020-3022.
+//
 // Not thread-safe; one object tree per thread.
 #pragma once
 
