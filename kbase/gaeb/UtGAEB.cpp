@@ -106,7 +106,10 @@ int UtGAEBObject::SetText(char* field, size_t size, int slot, const UtCString& t
 bool UtGAEBObject::Fresh(int slot) {
     if (slot <= 0 || slot >= 32) return true;
     const uint32_t bit = 1u << slot;
-    if ((seen_ & bit) != 0) return false;
+    if ((seen_ & bit) != 0) {
+        duplicate_ = slot;
+        return false;
+    }
     seen_ |= bit;
     return true;
 }

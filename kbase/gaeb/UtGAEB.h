@@ -204,6 +204,7 @@ protected:
     int flag_ = 0;
     uint32_t absent_ = 0;  // slots that a loaded file did not have (bit per slot)
     uint32_t seen_ = 0;    // slots filled while reading the block
+    int duplicate_ = 0;    // the slot that the token being read would have filled a second time
     kbase_gaeb_internal::Kept* kept_ = nullptr;
 };
 

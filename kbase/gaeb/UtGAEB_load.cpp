@@ -94,6 +94,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         }
         reader.lastSlot = last;
         reader.keepAsShadow = false;
+        duplicate_ = 0;
         const int slot = ReadToken(reader, t);
         if (reader.Status() != 0) return reader.Status();
         if (slot > 0) {
@@ -111,7 +112,9 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         } else {
             raw = std::move(t.raw);
         }
-        Keep(last, 0, std::move(raw));
+        // A second value or block of a slot goes after that slot's own, so that reading the stored
+        // form takes the same one as the first.
+        Keep(duplicate_ > last ? duplicate_ : last, 0, std::move(raw));
         reader.CountKept();
     }
     reader.Leave();

@@ -333,6 +333,25 @@ TEST(GaebLoad, OverlongTextsAreCutInTheFieldAndKeptAsWritten) {
     EXPECT_TRUE(StoreText(g) == text) << "the kept line is written in place of the cut field";
 }
 
+TEST(GaebLoad, SecondValuesOfASlotStayBehindTheFirstThroughRoundTrips) {
+    // The second Laenge comes before the slot of the first in stored order unless kept behind it.
+    const std::string text =
+        "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#begin[LVInfo]\n#begin[LVGlied]\n[Typ]LVStufe[end]\n"
+        "[Laenge]2[end]\n[Bez]Titel[end]\n[Typ]Index[end]\n[Laenge]1[end]\n#end[LVGlied]\n#end[LVInfo]\n"
+        "#begin[LVInfo]\n#end[LVInfo]\n#end[LV]\n#end[Vergabe]\n#end[GAEB]";
+    UtGAEB g;
+    ASSERT_EQ(LoadText(g, text), kGAEBOk);
+    UtGAEBLVGlied* level = g.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0);
+    EXPECT_EQ(level->GetLaenge(), 2);
+    EXPECT_EQ(level->GetKeyType(), eGAEBLVKeyLVStufe);
+    const std::string once = StoreText(g);
+    ExpectNothingLost(text, once);
+    UtGAEB again;
+    ASSERT_EQ(LoadText(again, once), kGAEBOk);
+    EXPECT_EQ(again.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0)->GetLaenge(), 2);
+    EXPECT_EQ(StoreText(again), once);
+}
+
 // ---- malformed input ------------------------------------------------------------------------
 
 struct BadCase {
