@@ -99,7 +99,8 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         if (reader.Status() != 0) return reader.Status();
         if (slot > 0) {
             if (reader.keepAsShadow && t.kind == Kind::kValue) {
-                Keep(last, slot, std::move(t.raw));
+                // In the slot's own place, so that a second value of the slot stays behind it.
+                Keep(slot, slot, std::move(t.raw));
                 SetAbsent(slot, true);
                 reader.CountKept();
             }

@@ -338,7 +338,8 @@ TEST(GaebLoad, SecondValuesOfASlotStayBehindTheFirstThroughRoundTrips) {
     const std::string text =
         "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#begin[LVInfo]\n#begin[LVGlied]\n[Typ]LVStufe[end]\n"
         "[Laenge]2[end]\n[Bez]Titel[end]\n[Typ]Index[end]\n[Laenge]1[end]\n#end[LVGlied]\n#end[LVInfo]\n"
-        "#begin[LVInfo]\n#end[LVInfo]\n#end[LV]\n#end[Vergabe]\n#end[GAEB]";
+        "#begin[LVInfo]\n#end[LVInfo]\n#begin[Position]\n#begin[Beschreibung]\n#end[Beschreibung]\n[ME]" +
+        std::string(kGAEBSizeME, 'u') + "[end]\n[ME]m[end]\n#end[Position]\n#end[LV]\n#end[Vergabe]\n#end[GAEB]";
     UtGAEB g;
     ASSERT_EQ(LoadText(g, text), kGAEBOk);
     UtGAEBLVGlied* level = g.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0);
@@ -349,6 +350,8 @@ TEST(GaebLoad, SecondValuesOfASlotStayBehindTheFirstThroughRoundTrips) {
     UtGAEB again;
     ASSERT_EQ(LoadText(again, once), kGAEBOk);
     EXPECT_EQ(again.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0)->GetLaenge(), 2);
+    auto* p = static_cast<UtGAEBPosition*>(again.GetVergabePtr()->GetLVPtr()->GetLVEntityPtr(0));
+    EXPECT_EQ(std::string(p->GetME()), std::string(kGAEBSizeME - 1, 'u')) << "the kept long unit, not the second";
     EXPECT_EQ(StoreText(again), once);
 }
 
