@@ -173,8 +173,10 @@ int UtGAEBObject::StoreBlock(FILE* file, int indent, bool lineFeed) {
         if (!IsAbsent(slot)) status = StoreSlot(file, indent + 1, slot);
         if (status == kGAEBOk) status = StoreKept(file, slot);
     }
-    if (status == kGAEBOk) status = StoreTag(file, indent, "#end[", lineFeed);
+    // Text that followed the end tag on its line (a writer's trailer) goes back there.
+    if (status == kGAEBOk) status = StoreTag(file, indent, "#end[", false);
     if (status == kGAEBOk) status = StoreKept(file, kAfterEnd);
+    if (status == kGAEBOk && lineFeed && !Put(file, "\n", 1)) status = kGAEBWriteFailed;
     return status;
 }
 

@@ -127,8 +127,8 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
     }
     FinishLoad(reader);
     if (t.value.find_first_not_of(" \t") != std::string::npos && dynamic_cast<UtGAEB*>(this) == nullptr) {
-        // Text after an inner end tag has no place in the model or in the block; keep it after.
-        Keep(kAfterEnd, 0, t.value + "\n");
+        // Text after an inner end tag has no place in the model; it goes back behind the tag.
+        Keep(kAfterEnd, 0, t.value);
         reader.CountKept();
     }
     return reader.Status();

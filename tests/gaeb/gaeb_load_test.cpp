@@ -534,6 +534,13 @@ TEST(GaebHelpers, FindInFileAndReadFromFile) {
     ASSERT_EQ(LoadText(g, "[Note] no end here\n#begin[GAEB]\n#end[GAEB]"), kGAEBOk);
     EXPECT_EQ(StoreText(g), "[Note] no end here\n#begin[GAEB]\n#end[GAEB]");
     EXPECT_EQ(g.GetGAEBType(), eGAEBTypeInfo);
+
+    // Text behind an inner end tag stays on that tag's line (as a line of its own, "[Datum]" would
+    // open a value when read back).
+    const std::string tail = "#begin[GAEB]\n #begin[GAEBInfo]\n  [Version]1[end]\n #end[GAEBInfo][Datum]\n#end[GAEB]";
+    UtGAEB t;
+    ASSERT_EQ(LoadText(t, tail), kGAEBOk);
+    EXPECT_EQ(StoreText(t), tail);
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ struct Token {
 
 // Verbatim text of one object: items written after the slot they followed.
 struct KeptItem {
-    int anchor;  // -1 before the begin tag, 0 after it, k after slot k, kAfterEnd after the end tag
+    int anchor;  // -1 before the begin tag, 0 after it, k after slot k, kAfterEnd on the end tag's line
     int shadow;  // > 0: holds slot shadow's value as written
     std::string raw;
 };
