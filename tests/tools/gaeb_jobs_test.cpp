@@ -131,6 +131,24 @@ TEST(Boq, MissingInputAndBadOptionsAreNoContentErrors) {
     EXPECT_FALSE(fs::exists(dir.path() / "b.X83"));
 }
 
+TEST(Boq, MappedHeadersTabsAnd1252Takeoffs) {
+    ScratchDir dir;
+    WriteFile(dir.path() / "t.csv", "Pos\tText\tAnzahl\tEinheit\n1.10\tK\xF6ln\t2,5\tm\n1.10\tK\xF6ln\t1\tm\n");
+    kbase_tool::BoqOptions o = Options(dir.path() / "t.csv", dir.path() / "b.X83");
+    o.map = {"oz=Pos", "KURZTEXT=text", "menge=Anzahl", "me= Einheit"};
+    o.encoding = "windows-1252";
+    o.delimiter = "tab";
+    const JobRun r = Boq(o);
+    ASSERT_EQ(r.rc, 0) << r.err;
+    const std::string bill = ReadFile(dir.path() / "b.X83");
+    EXPECT_NE(bill.find("   #begin[LVBereich]\n    [OZ]1[end]\n    [Bez][end]\n    #begin[Position]\n"
+                        "     [OZ]1.10[end]\n     [Menge]3.500[end]\n     [ME]m[end]\n"),
+              std::string::npos)
+        << bill;
+    EXPECT_NE(bill.find("[Kurztext]K\xF6ln[end]"), std::string::npos);
+    EXPECT_NE(bill.find("[Typ]LVStufe[end]\n     [Bez]Stufe 1[end]\n     [Laenge]1[end]"), std::string::npos);
+}
+
 TEST(Boq, TotalsAreExactAcrossBlocksAndComeOutInOZOrder) {
     ScratchDir dir;
     // 70 000 lines of 0.001 (past one block of summing), a decimal comma, a quoted long text over
