@@ -52,10 +52,6 @@ bool Put(FILE* file, const char* p, size_t n) {
     return n == 0 || std::fwrite(p, 1, n, file) == n;
 }
 
-bool Put(FILE* file, const char* text) {
-    return Put(file, text, std::strlen(text));
-}
-
 // Blanks by the 64; more go out in several writes.
 constexpr char kBlanks[] = "                                                                ";
 
@@ -122,24 +118,35 @@ int UtGAEBObject::StoreLineStart(FILE* file, int indent) {
     return kGAEBOk;
 }
 
+// One write per line: a line is put together first (most lines are short), so that a bill of
+// many positions costs few calls into the stream.
+namespace {
+
+std::string& LineBuffer(int indent) {
+    static thread_local std::string line;
+    line.assign(indent > 0 ? static_cast<size_t>(indent) : 0, ' ');
+    return line;
+}
+
+int PutLine(FILE* file, const std::string& line) {
+    return Put(file, line.data(), line.size()) ? kGAEBOk : kGAEBWriteFailed;
+}
+
+}  // namespace
+
 int UtGAEBObject::StoreTag(FILE* file, int indent, const char* what, bool lineFeed) {
-    const int status = StoreLineStart(file, indent);
-    if (status != kGAEBOk) return status;
-    if (!Put(file, what) || !Put(file, GetBlockName()) || !Put(file, "]", 1) ||
-        (lineFeed && !Put(file, "\n", 1))) {
-        return kGAEBWriteFailed;
-    }
-    return kGAEBOk;
+    if (file == nullptr) return kGAEBNullFile;
+    std::string& line = LineBuffer(indent);
+    line.append(what).append(GetBlockName()).push_back(']');
+    if (lineFeed) line.push_back('\n');
+    return PutLine(file, line);
 }
 
 int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, const char* value) {
-    const int status = StoreLineStart(file, indent);
-    if (status != kGAEBOk) return status;
-    if (!Put(file, "[", 1) || !Put(file, key) || !Put(file, "]", 1) || !Put(file, value) ||
-        !Put(file, "[end]\n", 6)) {
-        return kGAEBWriteFailed;
-    }
-    return kGAEBOk;
+    if (file == nullptr) return kGAEBNullFile;
+    std::string& line = LineBuffer(indent);
+    line.append(1, '[').append(key).append(1, ']').append(value).append("[end]\n");
+    return PutLine(file, line);
 }
 
 int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, int value) {
@@ -426,14 +433,33 @@ int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
     langtext_.assign(converted.ptr());
     return status;
 }
-int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const { return CopyOut(kurztext_, out, size); }
-int UtGAEBBeschreibung::SetKurztext(const char* text) { return SetText(kurztext_, sizeof kurztext_, kKurztext, text); }
-int UtGAEBBeschreibung::SetKurztext(const UtCString& text) { return SetText(kurztext_, sizeof kurztext_, kKurztext, text); }
+int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const { return CopyOut(kurztext_.c_str(), out, size); }
+
+namespace {
+
+int CopyBounded(std::string& field, size_t size, const char* text) {
+    const size_t n = text == nullptr ? 0 : std::strlen(text);
+    field.assign(text == nullptr ? "" : text, n < size ? n : size - 1);
+    return n < size ? kGAEBOk : kGAEBTextCut;
+}
+
+}  // namespace
+
+int UtGAEBBeschreibung::SetKurztext(const char* text) {
+    SetAbsent(kKurztext, false);
+    return CopyBounded(kurztext_, kGAEBSizeKurztext, text);
+}
+int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
+    SetAbsent(kKurztext, false);
+    UtCString converted;
+    const int status = ToFileCodePage(text, converted);
+    return status | CopyBounded(kurztext_, kGAEBSizeKurztext, converted.ptr());
+}
 
 int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kLangtext: return StoreValue(file, indent, "Langtext", langtext_.c_str());
-        case kKurztext: return StoreValue(file, indent, "Kurztext", kurztext_);
+        case kKurztext: return StoreValue(file, indent, "Kurztext", kurztext_.c_str());
         default: return kGAEBOk;
     }
 }

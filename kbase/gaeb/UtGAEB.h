@@ -408,7 +408,7 @@ public:
     int SetLangtext(const char* text);
     int SetLangtext(const UtCString& text);
     int GetKurztext(char* out, size_t size) const;
-    const char* GetKurztext() const { return kurztext_; }
+    const char* GetKurztext() const { return kurztext_.c_str(); }
     int SetKurztext(const char* text);
     int SetKurztext(const UtCString& text);
 
@@ -418,7 +418,9 @@ public:
 
 private:
     std::string langtext_;
-    char kurztext_[kGAEBSizeKurztext] = {};
+    // A fixed field in what it holds (at most kGAEBSizeKurztext - 1 bytes), allocated to its length
+    // so that a bill of many positions does not carry 4 KiB for each.
+    std::string kurztext_;
 };
 
 class KBASE_API UtGAEBPosition : public UtGAEBLVEntity {

@@ -341,7 +341,13 @@ int UtGAEBBeschreibung::ReadToken(Reader& reader, Token& t) {
         return kLangtext;
     }
     if (IsValue(t, "Kurztext") && Fresh(kKurztext)) {
-        TakeText(kurztext_, reader, t);
+        if (t.value.size() < kGAEBSizeKurztext) {
+            kurztext_ = std::move(t.value);
+        } else {
+            char cut[kGAEBSizeKurztext];
+            TakeText(cut, reader, t);
+            kurztext_ = cut;
+        }
         return kKurztext;
     }
     return 0;
