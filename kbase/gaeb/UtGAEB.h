@@ -289,8 +289,7 @@ private:
     char typ_[kGAEBSizeTyp] = {};
     char bez_[kGAEBSizeBez] = {};
     short laenge_ = 0;
-    std::string bezRaw_;  // a loaded "[Bez]" line, kept when the type does not write one
-    int bezAnchor_ = 0;
+    bool bezCut_ = false;  // a loaded "[Bez]" was longer than the field
 };
 
 class KBASE_API UtGAEBLVInfo : public UtGAEBObject {

@@ -282,8 +282,9 @@ int UtGAEBLVGlied::ReadToken(Reader& reader, Token& t) {
     }
     if (IsValue(t, "Bez") && Fresh(kBez)) {
         TakeText(bez_, reader, t);
-        bezRaw_ = t.raw;
-        bezAnchor_ = reader.lastSlot;
+        bezCut_ = reader.keepAsShadow;
+        // Kept in its place until the type is known: only a range level writes its "[Bez]".
+        reader.keepAsShadow = true;
         return kBez;
     }
     if (IsValue(t, "Laenge") && Fresh(kLaenge)) {
@@ -294,12 +295,17 @@ int UtGAEBLVGlied::ReadToken(Reader& reader, Token& t) {
 }
 
 void UtGAEBLVGlied::FinishLoad(Reader& reader) {
-    // Only a range level writes its "[Bez]": another level keeps the line as written.
-    if ((seen_ & (1u << kBez)) != 0 && GetKeyType() != eGAEBLVKeyLVStufe && !bezRaw_.empty()) {
-        Keep(bezAnchor_, 0, std::move(bezRaw_));
-        reader.CountKept();
+    if ((seen_ & (1u << kBez)) == 0 || bezCut_ || GetKeyType() != eGAEBLVKeyLVStufe) return;
+    // A range level writes the line itself.
+    auto& items = kept_->items;
+    for (auto it = items.begin(); it != items.end(); ++it) {
+        if (it->shadow == kBez) {
+            items.erase(it);
+            reader.UncountKept();
+            break;
+        }
     }
-    bezRaw_.clear();
+    SetAbsent(kBez, false);
 }
 
 int UtGAEBLVBereich::ReadToken(Reader& reader, Token& t) {

@@ -63,6 +63,7 @@ public:
     int Fail(int status, uint64_t line, const std::string& message);
     void Note(uint64_t line, const std::string& message);
     void CountKept() { ++kept_; }
+    void UncountKept() { --kept_; }
     int Status() const { return status_; }
     uint64_t Lines() const { return lineNo_; }
     uint64_t KeptCount() const { return kept_; }
