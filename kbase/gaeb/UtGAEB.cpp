@@ -48,9 +48,62 @@ int CopyOut(const char* field, char* out, size_t size) {
     return CopyIn(out, size, field);
 }
 
-bool Put(FILE* file, const char* p, size_t n) {
-    return n == 0 || std::fwrite(p, 1, n, file) == n;
+// A store writes through one buffer per thread, so that a bill of many short lines reaches the
+// stream in large writes; the outermost Store hands it on before it returns. A failed write stops
+// the buffer: what was handed on stays written, later lines are refused.
+struct Pending {
+    FILE* file = nullptr;
+    std::string buf;
+    int depth = 0;
+    bool failed = false;
+};
+thread_local Pending pending;
+constexpr size_t kChunk = size_t{1} << 20;
+
+bool Drain() {
+    if (!pending.failed && !pending.buf.empty() &&
+        std::fwrite(pending.buf.data(), 1, pending.buf.size(), pending.file) != pending.buf.size()) {
+        pending.failed = true;
+    }
+    pending.buf.clear();
+    return !pending.failed;
 }
+
+bool Put(FILE* file, const char* p, size_t n) {
+    if (pending.depth == 0 || file != pending.file) return n == 0 || std::fwrite(p, 1, n, file) == n;
+    if (pending.failed) return false;
+    pending.buf.append(p, n);
+    return pending.buf.size() < kChunk || Drain();
+}
+
+// Buffers the writes of one Store call and its children.
+class BufferedStore {
+public:
+    explicit BufferedStore(FILE* file) : outer_(pending.depth == 0) {
+        if (outer_) {
+            pending.file = file;
+            pending.failed = false;
+            pending.buf.clear();
+        }
+        ++pending.depth;
+    }
+    ~BufferedStore() {
+        if (--pending.depth == 0) {
+            Drain();
+            pending.file = nullptr;
+        }
+    }
+    BufferedStore(const BufferedStore&) = delete;
+    BufferedStore& operator=(const BufferedStore&) = delete;
+    // The status with the handing on of the buffer's rest (outermost call only).
+    int Finish(int status) {
+        if (outer_ && !Drain() && status == kGAEBOk) return kGAEBWriteFailed;
+        return status;
+    }
+
+private:
+    bool outer_;
+};
 
 // Blanks by the 64; more go out in several writes.
 constexpr char kBlanks[] = "                                                                ";
@@ -172,6 +225,7 @@ int UtGAEBObject::StoreSlot(FILE*, int, int) {
 
 int UtGAEBObject::StoreBlock(FILE* file, int indent, bool lineFeed) {
     if (file == nullptr) return kGAEBNullFile;
+    BufferedStore buffered(file);
     int status = StoreKept(file, -1);
     if (status == kGAEBOk) status = StoreTag(file, indent, "#begin[");
     if (status == kGAEBOk) status = StoreKept(file, 0);
@@ -184,7 +238,7 @@ int UtGAEBObject::StoreBlock(FILE* file, int indent, bool lineFeed) {
     if (status == kGAEBOk) status = StoreTag(file, indent, "#end[", false);
     if (status == kGAEBOk) status = StoreKept(file, kAfterEnd);
     if (status == kGAEBOk && lineFeed && !Put(file, "\n", 1)) status = kGAEBWriteFailed;
-    return status;
+    return buffered.Finish(status);
 }
 
 int UtGAEBObject::Store(FILE* file, int indent) {
