@@ -27,10 +27,13 @@ std::unique_ptr<UtGAEB> MakeBill() {
     auto g = std::make_unique<UtGAEB>(eGAEBTypeLV);
     UtGAEBLV* lv = g->GetVergabePtr()->GetLVPtr();
     const std::string lang =
-        "Mauerwerk der Au\xDF" "enw\xE4nde aus Kalksandstein, Rohdichteklasse 2,0, Festigkeitsklasse 20, "
+        "Mauerwerk der Au\xDF"
+        "enw\xE4nde aus Kalksandstein, Rohdichteklasse 2,0, Festigkeitsklasse 20, "
         "im D\xFCnnbett versetzt, einschlie\xDFlich aller Anschl\xFCsse an angrenzende Bauteile,\n"
         "Ecken, Leibungen und Aussparungen nach Angabe des Auftraggebers; Abrechnung nach "
-        "VOB/C, \xD6" "ffnungen \xFC" "ber 2,5 m2 werden abgezogen.";
+        "VOB/C, \xD6"
+        "ffnungen \xFC"
+        "ber 2,5 m2 werden abgezogen.";
     UtGAEBLVBereich* range = nullptr;
     for (int i = 0; i < kPositions; ++i) {
         if (i % 1000 == 0) {
@@ -43,7 +46,9 @@ std::unique_ptr<UtGAEB> MakeBill() {
         p->SetOZ((std::to_string(10 + i / 1000) + "." + std::to_string(10000 + i % 1000)).c_str());
         p->SetMenge(12.5 + i);
         p->SetME("m2");
-        p->GetBeschreibungPtr()->SetKurztext("Au\xDF" "enwand KS 24 cm");
+        p->GetBeschreibungPtr()->SetKurztext(
+            "Au\xDF"
+            "enwand KS 24 cm");
         p->GetBeschreibungPtr()->SetLangtext(lang.c_str());
         range->AddLVEntity(p);
     }
@@ -83,7 +88,8 @@ void BM_Write_Fwrite(benchmark::State& state) {
     Data& d = Shared();
     for (auto _ : state) {
         FILE* f = std::fopen(TempPath().c_str(), "w");
-        if (std::fwrite(d.bytes.data(), 1, d.bytes.size(), f) != d.bytes.size()) state.SkipWithError("write failed");
+        if (std::fwrite(d.bytes.data(), 1, d.bytes.size(), f) != d.bytes.size())
+            state.SkipWithError("write failed");
         std::fclose(f);
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
@@ -109,7 +115,8 @@ void BM_Read_Fread(benchmark::State& state) {
     std::vector<char> buf(d.bytes.size());
     for (auto _ : state) {
         FILE* f = std::fopen(TempPath().c_str(), "r");
-        if (std::fread(buf.data(), 1, buf.size(), f) != buf.size()) state.SkipWithError("read failed");
+        if (std::fread(buf.data(), 1, buf.size(), f) != buf.size())
+            state.SkipWithError("read failed");
         std::fclose(f);
         benchmark::DoNotOptimize(buf.data());
     }
@@ -126,8 +133,10 @@ BENCHMARK(BM_Read_Fread)->Unit(benchmark::kMillisecond);
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
-    reporter.AddPair("store 100k positions vs fwrite (goal >= 0.33)", "BM_Store_Gaeb", "BM_Write_Fwrite");
-    reporter.AddPair("load 100k positions vs fread (goal >= 0.33)", "BM_Load_Gaeb", "BM_Read_Fread");
+    reporter.AddPair("store 100k positions vs fwrite (goal >= 0.33)", "BM_Store_Gaeb",
+                     "BM_Write_Fwrite");
+    reporter.AddPair("load 100k positions vs fread (goal >= 0.33)", "BM_Load_Gaeb",
+                     "BM_Read_Fread");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     std::remove(TempPath().c_str());

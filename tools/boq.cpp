@@ -21,7 +21,8 @@ namespace kbase_tool {
 namespace {
 
 enum Column { kOZ, kBereich, kBereichstitel, kKurztext, kLangtext, kMenge, kME, kColumns };
-const char* const kKeys[kColumns] = {"oz", "bereich", "bereichstitel", "kurztext", "langtext", "menge", "me"};
+const char* const kKeys[kColumns] = {"oz",    "bereich", "bereichstitel", "kurztext", "langtext",
+                                     "menge", "me"};
 const bool kRequired[kColumns] = {true, false, false, true, false, true, true};
 
 // Rows of OZ and quantity are totalled by SumColumn whenever this many are waiting, so that the
@@ -47,7 +48,11 @@ std::string Trim(std::string_view s) {
 bool IsUtf8(std::string_view s) {
     for (size_t i = 0; i < s.size();) {
         const auto c = static_cast<unsigned char>(s[i]);
-        const size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        const size_t n = c < 0x80         ? 1
+                         : (c >> 5) == 6  ? 2
+                         : (c >> 4) == 14 ? 3
+                         : (c >> 3) == 30 ? 4
+                                          : 0;
         if (n == 0 || i + n > s.size()) return false;
         for (size_t k = 1; k < n; ++k) {
             if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
@@ -132,7 +137,9 @@ struct Job {
     int FailLine(uint64_t line, const std::string& message) {
         return Fail(kExitContent, Name() + " line " + std::to_string(line) + ": " + message);
     }
-    std::string Name() const { return o.input == "-" ? std::string("standard input,") : "'" + o.input + "'"; }
+    std::string Name() const {
+        return o.input == "-" ? std::string("standard input,") : "'" + o.input + "'";
+    }
 };
 
 // ---- steps ----------------------------------------------------------------------------------
@@ -145,13 +152,17 @@ int ParseOptions(Job& job) {
         int c = 0;
         while (c < kColumns && key != kKeys[c]) ++c;
         if (eq == std::string::npos || c == kColumns) {
-            return job.Fail(kExitUsage, "--map needs KEY=NAME with KEY one of oz, kurztext, langtext, menge, me, "
-                                        "bereich, bereichstitel, not '" + m + "'");
+            return job.Fail(
+                kExitUsage,
+                "--map needs KEY=NAME with KEY one of oz, kurztext, langtext, menge, me, "
+                "bereich, bereichstitel, not '" +
+                    m + "'");
         }
         job.columnName[c] = m.substr(eq + 1);
     }
     if (!job.o.encoding.empty() && !ParseCodePage(job.o.encoding, job.encoding)) {
-        return job.Fail(kExitUsage, "unknown code page '" + job.o.encoding + "' (see kbase recode --list)");
+        return job.Fail(kExitUsage,
+                        "unknown code page '" + job.o.encoding + "' (see kbase recode --list)");
     }
     if (!job.o.delimiter.empty() && job.o.delimiter != "tab" && job.o.delimiter.size() != 1) {
         return job.Fail(kExitUsage, "--delimiter needs one character or 'tab'");
@@ -173,15 +184,16 @@ int OpenTakeoff(Job& job) {
         }
         job.ownStream = true;
     }
-    job.reader = std::make_unique<UtCCsvReader>(job.stream, UtCString(job.o.input.c_str(), eUtEncodingTypeUtf8,
-                                                                      eUtEncodingTypeUtf8));
+    job.reader = std::make_unique<UtCCsvReader>(
+        job.stream, UtCString(job.o.input.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8));
     UtCCsvReader& r = *job.reader;
     r.SetQuoted(true);
     if (!r.DetectFromHead(false) && r.GetReadState() != UtCCsvReader::eReadEnd &&
         r.GetReadState() != UtCCsvReader::eReadOk) {
         return job.Fail(kExitIo, "cannot read " + job.Name());
     }
-    if (!job.o.delimiter.empty()) r.SetColDelimiter(job.o.delimiter == "tab" ? '\t' : job.o.delimiter[0]);
+    if (!job.o.delimiter.empty())
+        r.SetColDelimiter(job.o.delimiter == "tab" ? '\t' : job.o.delimiter[0]);
     if (r.GetColDelimiter() == 0) r.SetColDelimiter(',');
     return kExitOk;
 }
@@ -197,7 +209,8 @@ bool FieldText(Job& job, int col, std::string& out) {
         return true;
     }
     if (raw.find('\0') != std::string_view::npos) return false;
-    out = UtCString(std::string(raw).c_str(), static_cast<eUtEncodingType>(job.encoding), eUtEncodingTypeUtf8)
+    out = UtCString(std::string(raw).c_str(), static_cast<eUtEncodingType>(job.encoding),
+                    eUtEncodingTypeUtf8)
               .GetUtf8String();
     return true;
 }
@@ -208,15 +221,17 @@ int ReadHeader(Job& job) {
     const uint64_t line = job.reader->GetRecordNumber();
     for (int i = 0; i < n; ++i) {
         std::string name;
-        if (!FieldText(job, i, name)) return job.FailLine(line, "the header is not text of the takeoff's code page");
+        if (!FieldText(job, i, name))
+            return job.FailLine(line, "the header is not text of the takeoff's code page");
         for (int c = 0; c < kColumns; ++c) {
-            if (job.column[c] < 0 && Lower(Trim(name)) == Lower(Trim(job.columnName[c]))) job.column[c] = i;
+            if (job.column[c] < 0 && Lower(Trim(name)) == Lower(Trim(job.columnName[c])))
+                job.column[c] = i;
         }
     }
     for (int c = 0; c < kColumns; ++c) {
         if (kRequired[c] && job.column[c] < 0) {
-            return job.FailLine(line, "no column '" + job.columnName[c] + "' (name it with --map " + kKeys[c] +
-                                          "=NAME)");
+            return job.FailLine(line, "no column '" + job.columnName[c] + "' (name it with --map " +
+                                          kKeys[c] + "=NAME)");
         }
     }
     return kExitOk;
@@ -244,13 +259,15 @@ int CheckOutline(Job& job, const std::string& oz, uint64_t line) {
         job.outline = widths;
         job.outlineLine = line;
     } else if (widths != job.outline) {
-        return job.FailLine(line, "OZ '" + oz + "' does not fit the outline " + OutlineText(job.outline) +
-                                      " of line " + std::to_string(job.outlineLine));
+        return job.FailLine(line, "OZ '" + oz + "' does not fit the outline " +
+                                      OutlineText(job.outline) + " of line " +
+                                      std::to_string(job.outlineLine));
     }
     return kExitOk;
 }
 
-int TakeRange(Job& job, const std::string& range, const std::string& title, const std::string& oz, uint64_t line) {
+int TakeRange(Job& job, const std::string& range, const std::string& title, const std::string& oz,
+              uint64_t line) {
     if (!oz.empty() && (range.size() >= oz.size() || oz.compare(0, range.size(), range) != 0 ||
                         oz[range.size()] != '.')) {
         return job.FailLine(line, "OZ '" + oz + "' is not in range '" + range + "'");
@@ -260,7 +277,8 @@ int TakeRange(Job& job, const std::string& range, const std::string& title, cons
     if (r.line == 0) {
         r = {title, line};
     } else if (r.title != title) {
-        return job.FailLine(line, "range '" + range + "' has another title than on line " + std::to_string(r.line));
+        return job.FailLine(
+            line, "range '" + range + "' has another title than on line " + std::to_string(r.line));
     }
     return kExitOk;
 }
@@ -274,12 +292,13 @@ int TakePosition(Job& job, const std::string& oz, const std::string (&f)[kColumn
         p.me = f[kME];
         p.line = line;
     } else {
-        const char* what = p.kurztext != f[kKurztext] ? "short text"
+        const char* what = p.kurztext != f[kKurztext]   ? "short text"
                            : p.langtext != f[kLangtext] ? "long text"
                            : p.me != f[kME]             ? "unit"
                                                         : nullptr;
         if (what != nullptr) {
-            return job.FailLine(line, "OZ '" + oz + "' has another " + what + " than on line " + std::to_string(p.line));
+            return job.FailLine(line, "OZ '" + oz + "' has another " + what + " than on line " +
+                                          std::to_string(p.line));
         }
     }
     const std::string quantity = QuantityText(f[kMenge]);
@@ -289,7 +308,8 @@ int TakePosition(Job& job, const std::string& oz, const std::string (&f)[kColumn
     if (!quantity.empty()) p.quantity = true;
     UtTableRow& row = job.totals.AddRow();
     row.AddElem(UtCString(oz.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8));
-    row.AddElem(UtCString(quantity.empty() ? "0" : quantity.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8));
+    row.AddElem(UtCString(quantity.empty() ? "0" : quantity.c_str(), eUtEncodingTypeUtf8,
+                          eUtEncodingTypeUtf8));
     if (++job.waiting >= kBlockRows) SumWaiting(job);
     return kExitOk;
 }
@@ -303,9 +323,11 @@ int ReadLines(Job& job) {
         bool any = false;
         for (int c = 0; c < kColumns; ++c) {
             if (!FieldText(job, job.column[c], f[c])) {
-                return job.FailLine(line, "column '" + job.columnName[c] + "' is not " +
-                                              (job.encoding == 65001 ? std::string("UTF-8 (give --encoding 1252?)")
-                                                                     : "text of code page " + std::to_string(job.encoding)));
+                return job.FailLine(
+                    line, "column '" + job.columnName[c] + "' is not " +
+                              (job.encoding == 65001
+                                   ? std::string("UTF-8 (give --encoding 1252?)")
+                                   : "text of code page " + std::to_string(job.encoding)));
             }
             any = any || !Trim(f[c]).empty();
         }
@@ -316,7 +338,9 @@ int ReadLines(Job& job) {
             if (const int rc = CheckOutline(job, oz, line); rc != kExitOk) return rc;
         }
         if (!range.empty()) {
-            if (const int rc = TakeRange(job, range, Trim(f[kBereichstitel]), oz, line); rc != kExitOk) return rc;
+            if (const int rc = TakeRange(job, range, Trim(f[kBereichstitel]), oz, line);
+                rc != kExitOk)
+                return rc;
         }
         if (oz.empty()) continue;
         if (const int rc = TakePosition(job, oz, f, line); rc != kExitOk) return rc;
@@ -338,12 +362,14 @@ int ReadLines(Job& job) {
 // Sets a text from UTF-8; a character 1252 lacks, a text too long or holding "[end]" is an error.
 template <class Set>
 int SetText(Job& job, const std::string& text, const char* what, uint64_t line, Set set) {
-    if (text.find("[end]") != std::string::npos) return job.FailLine(line, std::string(what) + " holds \"[end]\"");
+    if (text.find("[end]") != std::string::npos)
+        return job.FailLine(line, std::string(what) + " holds \"[end]\"");
     const int status = set(UtCString(text.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8));
     if ((status & kGAEBTextReplaced) != 0) {
         return job.FailLine(line, std::string(what) + " holds a character that Windows-1252 lacks");
     }
-    if ((status & kGAEBTextCut) != 0) return job.FailLine(line, std::string(what) + " is too long for a bill");
+    if ((status & kGAEBTextCut) != 0)
+        return job.FailLine(line, std::string(what) + " is too long for a bill");
     return kExitOk;
 }
 
@@ -362,24 +388,27 @@ int MakeInfo(Job& job, UtGAEB& bill) {
     if (!job.o.date.empty()) {
         unsigned d = 0, m = 0, y = 0;
         char tail = 0;
-        if (std::sscanf(job.o.date.c_str(), "%2u.%2u.%4u%c", &d, &m, &y, &tail) != 3 || d < 1 || d > 31 || m < 1 ||
-            m > 12) {
+        if (std::sscanf(job.o.date.c_str(), "%2u.%2u.%4u%c", &d, &m, &y, &tail) != 3 || d < 1 ||
+            d > 31 || m < 1 || m > 12) {
             return job.Fail(kExitUsage, "--date needs DD.MM.YYYY, not '" + job.o.date + "'");
         }
-        bill.GetInfoPtr()->GetDatumPtr()->SetDate(static_cast<unsigned short>(d), static_cast<unsigned short>(m),
+        bill.GetInfoPtr()->GetDatumPtr()->SetDate(static_cast<unsigned short>(d),
+                                                  static_cast<unsigned short>(m),
                                                   static_cast<unsigned short>(y));
     }
     UtGAEBVergabe* v = bill.GetVergabePtr();
     v->SetDP(83);
     UtGAEBLVInfo* info = v->GetLVPtr()->GetLVInfoPtr();
-    const std::string name =
-        !job.o.name.empty() ? job.o.name
-        : job.o.input == "-" ? std::string("LV")
-                             : std::filesystem::path(job.o.input).stem().string();
-    if (const int rc = SetText(job, name, "the bill's name", 0, [&](const UtCString& s) { return info->SetName(s); });
+    const std::string name = !job.o.name.empty() ? job.o.name
+                             : job.o.input == "-"
+                                 ? std::string("LV")
+                                 : std::filesystem::path(job.o.input).stem().string();
+    if (const int rc = SetText(job, name, "the bill's name", 0,
+                               [&](const UtCString& s) { return info->SetName(s); });
         rc != kExitOk)
         return rc;
-    if (const int rc = SetText(job, job.o.title, "the bill's title", 0, [&](const UtCString& s) { return info->SetBez(s); });
+    if (const int rc = SetText(job, job.o.title, "the bill's title", 0,
+                               [&](const UtCString& s) { return info->SetBez(s); });
         rc != kExitOk)
         return rc;
     info->SetKurzLang(1);
@@ -389,8 +418,9 @@ int MakeInfo(Job& job, UtGAEB& bill) {
 
 // The range for the first `levels` parts of parts, made (with its parents) when missing. open
 // holds the ranges of the last position, outermost first.
-UtGAEBLVBereich* RangeFor(Job& job, UtGAEBLV* lv, const std::vector<std::string>& parts, size_t levels,
-                          std::vector<UtGAEBLVBereich*>& open, std::string& failure) {
+UtGAEBLVBereich* RangeFor(Job& job, UtGAEBLV* lv, const std::vector<std::string>& parts,
+                          size_t levels, std::vector<UtGAEBLVBereich*>& open,
+                          std::string& failure) {
     std::string oz;
     for (size_t i = 0; i < levels; ++i) {
         oz += (i == 0 ? "" : ".") + parts[i];
@@ -422,7 +452,8 @@ int BuildBill(Job& job, UtGAEB& bill) {
     if (const int rc = MakeInfo(job, bill); rc != kExitOk) return rc;
     for (const auto& [range, info] : job.ranges) {
         if (job.positions.lower_bound(range + ".") == job.positions.end() ||
-            job.positions.lower_bound(range + ".")->first.compare(0, range.size() + 1, range + ".") != 0) {
+            job.positions.lower_bound(range + ".")
+                    ->first.compare(0, range.size() + 1, range + ".") != 0) {
             return job.FailLine(info.line, "range '" + range + "' holds no position");
         }
     }
@@ -445,7 +476,8 @@ int BuildBill(Job& job, UtGAEB& bill) {
         p->SetMenge(TotalOf(total));
         p->SetMengeFlag(info.quantity ? 1 : 0);
         UtGAEBBeschreibung* b = p->GetBeschreibungPtr();
-        if (SetText(job, info.me, "the unit", info.line, [&](const UtCString& s) { return p->SetME(s); }) != kExitOk ||
+        if (SetText(job, info.me, "the unit", info.line,
+                    [&](const UtCString& s) { return p->SetME(s); }) != kExitOk ||
             SetText(job, info.kurztext, "the short text", info.line,
                     [&](const UtCString& s) { return b->SetKurztext(s); }) != kExitOk ||
             SetText(job, info.langtext, "the long text", info.line,

@@ -20,15 +20,15 @@
 namespace kbase_tool {
 
 struct BoqOptions {
-    std::string input;          // the takeoff, or "-" for standard input
-    std::string output = "-";   // the bill, or "-" for standard output
-    std::vector<std::string> map;  // "KEY=Header name" for the keys oz, kurztext, langtext, menge, me,
-                                   // bereich, bereichstitel
-    std::string delimiter;      // one character or "tab"; empty: guessed
-    std::string encoding;       // code page of the takeoff; empty: UTF-8 (a 1252 byte is an error)
-    std::string name;           // the bill's name; empty: the input's file name without extension
-    std::string title;          // the bill's title
-    std::string date;           // DD.MM.YYYY; empty: today
+    std::string input;             // the takeoff, or "-" for standard input
+    std::string output = "-";      // the bill, or "-" for standard output
+    std::vector<std::string> map;  // "KEY=Header name" for the keys oz, kurztext, langtext, menge,
+                                   // me, bereich, bereichstitel
+    std::string delimiter;  // one character or "tab"; empty: guessed
+    std::string encoding;   // code page of the takeoff; empty: UTF-8 (a 1252 byte is an error)
+    std::string name;       // the bill's name; empty: the input's file name without extension
+    std::string title;      // the bill's title
+    std::string date;       // DD.MM.YYYY; empty: today
 };
 
 // Runs the job. Exit codes: 0 done, 1 input/output or memory, 2 usage (an unknown --map key),

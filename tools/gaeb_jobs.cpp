@@ -16,7 +16,8 @@
 
 namespace kbase_tool {
 
-const char* const kBillColumns[7] = {"OZ", "Bereich", "Bereichstitel", "Kurztext", "Langtext", "Menge", "ME"};
+const char* const kBillColumns[7] = {"OZ",    "Bereich", "Bereichstitel", "Kurztext", "Langtext",
+                                     "Menge", "ME"};
 
 namespace {
 
@@ -56,7 +57,8 @@ int LoadBill(Job& job) {
     }
     const bool standard = job.o.input == "-";
     FILE* f = standard ? stdin : UtFileOpen(job.o.input.c_str(), "rb");
-    if (f == nullptr) return job.Fail(kExitIo, "cannot open '" + job.o.input + "': " + std::strerror(errno));
+    if (f == nullptr)
+        return job.Fail(kExitIo, "cannot open '" + job.o.input + "': " + std::strerror(errno));
     const int status = job.bill.Load(f, &job.report);
     if (!standard) UtFileClose(f);
     const std::string name = standard ? std::string("standard input") : "'" + job.o.input + "'";
@@ -114,8 +116,8 @@ int Show(Job& job) {
         if (*info->GetBez() != '\0') out << " - " << Utf8(info->GetBez());
         out << ": ";
     }
-    out << t.positions << " position" << (t.positions == 1 ? "" : "s") << " in " << t.ranges << " range"
-        << (t.ranges == 1 ? "" : "s") << "\n";
+    out << t.positions << " position" << (t.positions == 1 ? "" : "s") << " in " << t.ranges
+        << " range" << (t.ranges == 1 ? "" : "s") << "\n";
     WalkBill(job.bill, [&out](UtGAEBLVEntity* e, const UtGAEBLVBereich*, int depth) {
         out << std::string(static_cast<size_t>(2 * depth), ' ');
         if (e->GetLVEntityType() == eGAEBLVEntityBereich) {
@@ -143,8 +145,9 @@ void WriteCsvRows(Job& job, CsvOut& csv) {
     WalkBill(job.bill, [&csv](UtGAEBLVEntity* e, const UtGAEBLVBereich* parent, int) {
         if (e->GetLVEntityType() == eGAEBLVEntityBereich) {
             auto* r = static_cast<UtGAEBLVBereich*>(e);
-            for (const std::string& f : {std::string(), Utf8(r->GetOZ()), Utf8(r->GetBez()), std::string(),
-                                         std::string(), std::string(), std::string()}) {
+            for (const std::string& f :
+                 {std::string(), Utf8(r->GetOZ()), Utf8(r->GetBez()), std::string(), std::string(),
+                  std::string(), std::string()}) {
                 csv.Field(f);
             }
             csv.EndRow();
@@ -177,9 +180,11 @@ int Csv(Job& job) {
 
 int Check(Job& job) {
     const Totals t = CountBill(job.bill);
-    const std::string name = job.o.input == "-" ? std::string("standard input") : "'" + job.o.input + "'";
-    job.out << name << ": " << job.report.lines << " lines, " << t.positions << " positions, " << t.ranges
-            << " ranges, " << job.report.keptItems << " blocks and lines kept as written\n";
+    const std::string name =
+        job.o.input == "-" ? std::string("standard input") : "'" + job.o.input + "'";
+    job.out << name << ": " << job.report.lines << " lines, " << t.positions << " positions, "
+            << t.ranges << " ranges, " << job.report.keptItems
+            << " blocks and lines kept as written\n";
     for (const std::string& note : job.report.notes) job.out << "  " << note << "\n";
     job.out.flush();
     return job.out ? kExitOk : job.Fail(kExitIo, "cannot write standard output");
@@ -205,7 +210,8 @@ int WriteBill(UtGAEB& bill, const std::string& path, const std::string& who, std
     }
     std::vector<char> buf(size_t{1} << 16);
     bool ok = true;
-    for (size_t n; ok && (n = std::fread(buf.data(), 1, buf.size(), tmp)) > 0;) ok = file.Write(buf.data(), n);
+    for (size_t n; ok && (n = std::fread(buf.data(), 1, buf.size(), tmp)) > 0;)
+        ok = file.Write(buf.data(), n);
     const bool readOk = !std::ferror(tmp);
     std::fclose(tmp);
     if (!readOk) {

@@ -11,8 +11,8 @@ class UtGAEB;
 namespace kbase_tool {
 
 struct GaebOptions {
-    std::string action;  // "show", "csv", "copy" or "check"
-    std::string input;   // the bill, or "-" for standard input
+    std::string action;        // "show", "csv", "copy" or "check"
+    std::string input;         // the bill, or "-" for standard input
     std::string output = "-";  // copy and csv: the file to write, or "-"
 };
 

@@ -8,8 +8,8 @@
 #include "basert/files.h"
 #include "kbase/gaeb/internal/reader.h"
 
-using kbase_gaeb_internal::Kept;
 using kbase_gaeb_internal::kAfterEnd;
+using kbase_gaeb_internal::Kept;
 
 namespace {
 
@@ -62,7 +62,8 @@ constexpr size_t kChunk = size_t{1} << 20;
 
 bool Drain() {
     if (!pending.failed && !pending.buf.empty() &&
-        std::fwrite(pending.buf.data(), 1, pending.buf.size(), pending.file) != pending.buf.size()) {
+        std::fwrite(pending.buf.data(), 1, pending.buf.size(), pending.file) !=
+            pending.buf.size()) {
         pending.failed = true;
     }
     pending.buf.clear();
@@ -70,7 +71,8 @@ bool Drain() {
 }
 
 bool Put(FILE* file, const char* p, size_t n) {
-    if (pending.depth == 0 || file != pending.file) return n == 0 || std::fwrite(p, 1, n, file) == n;
+    if (pending.depth == 0 || file != pending.file)
+        return n == 0 || std::fwrite(p, 1, n, file) == n;
     if (pending.failed) return false;
     pending.buf.append(p, n);
     return pending.buf.size() < kChunk || Drain();
@@ -78,7 +80,7 @@ bool Put(FILE* file, const char* p, size_t n) {
 
 // Buffers the writes of one Store call and its children.
 class BufferedStore {
-public:
+  public:
     explicit BufferedStore(FILE* file) : outer_(pending.depth == 0) {
         if (outer_) {
             pending.file = file;
@@ -101,7 +103,7 @@ public:
         return status;
     }
 
-private:
+  private:
     bool outer_;
 };
 
@@ -166,7 +168,8 @@ bool UtGAEBObject::Fresh(int slot) {
 int UtGAEBObject::StoreLineStart(FILE* file, int indent) {
     if (file == nullptr) return kGAEBNullFile;
     for (int left = indent; left > 0; left -= 64) {
-        if (!Put(file, kBlanks, static_cast<size_t>(left < 64 ? left : 64))) return kGAEBWriteFailed;
+        if (!Put(file, kBlanks, static_cast<size_t>(left < 64 ? left : 64)))
+            return kGAEBWriteFailed;
     }
     return kGAEBOk;
 }
@@ -255,7 +258,8 @@ UtGAEBDatum::UtGAEBDatum() {
 #else
     localtime_r(&now, &local);
 #endif
-    SetDate(static_cast<unsigned short>(local.tm_mday), static_cast<unsigned short>(local.tm_mon + 1),
+    SetDate(static_cast<unsigned short>(local.tm_mday),
+            static_cast<unsigned short>(local.tm_mon + 1),
             static_cast<unsigned short>(local.tm_year + 1900));
 }
 
@@ -277,14 +281,26 @@ unsigned short UtGAEBDatum::Part(int index) const {
     unsigned value = 0;
     const char* end = p + std::strcspn(p, ".");
     const auto r = std::from_chars(p, end, value);
-    return (r.ec == std::errc() && r.ptr == end && value <= 65535) ? static_cast<unsigned short>(value) : 0;
+    return (r.ec == std::errc() && r.ptr == end && value <= 65535)
+               ? static_cast<unsigned short>(value)
+               : 0;
 }
 
-unsigned short UtGAEBDatum::GetDay() const { return Part(0); }
-unsigned short UtGAEBDatum::GetMonth() const { return Part(1); }
-unsigned short UtGAEBDatum::GetYear() const { return Part(2); }
-int UtGAEBDatum::GetDatum(char* out, size_t size) const { return CopyOut(datum_, out, size); }
-int UtGAEBDatum::SetDatum(const char* text) { return SetText(datum_, sizeof datum_, 1, text); }
+unsigned short UtGAEBDatum::GetDay() const {
+    return Part(0);
+}
+unsigned short UtGAEBDatum::GetMonth() const {
+    return Part(1);
+}
+unsigned short UtGAEBDatum::GetYear() const {
+    return Part(2);
+}
+int UtGAEBDatum::GetDatum(char* out, size_t size) const {
+    return CopyOut(datum_, out, size);
+}
+int UtGAEBDatum::SetDatum(const char* text) {
+    return SetText(datum_, sizeof datum_, 1, text);
+}
 
 int UtGAEBDatum::Store(FILE* file, int indent) {
     if (file == nullptr) return kGAEBNullFile;
@@ -298,9 +314,15 @@ UtGAEBInfo::UtGAEBInfo() {
     CopyIn(zeichensatz_, sizeof zeichensatz_, "ANSI");
 }
 
-int UtGAEBInfo::GetVersion(char* out, size_t size) const { return CopyOut(version_, out, size); }
-int UtGAEBInfo::SetVersion(const char* text) { return SetText(version_, sizeof version_, kVersion, text); }
-int UtGAEBInfo::SetVersion(const UtCString& text) { return SetText(version_, sizeof version_, kVersion, text); }
+int UtGAEBInfo::GetVersion(char* out, size_t size) const {
+    return CopyOut(version_, out, size);
+}
+int UtGAEBInfo::SetVersion(const char* text) {
+    return SetText(version_, sizeof version_, kVersion, text);
+}
+int UtGAEBInfo::SetVersion(const UtCString& text) {
+    return SetText(version_, sizeof version_, kVersion, text);
+}
 void UtGAEBInfo::SetVersMon(short v) {
     versMon_ = v;
     SetAbsent(kVersMon, false);
@@ -309,17 +331,27 @@ void UtGAEBInfo::SetVersJahr(short v) {
     versJahr_ = v;
     SetAbsent(kVersJahr, false);
 }
-int UtGAEBInfo::GetZeichensatz(char* out, size_t size) const { return CopyOut(zeichensatz_, out, size); }
-int UtGAEBInfo::SetZeichensatz(const char* text) { return SetText(zeichensatz_, sizeof zeichensatz_, kZeichensatz, text); }
+int UtGAEBInfo::GetZeichensatz(char* out, size_t size) const {
+    return CopyOut(zeichensatz_, out, size);
+}
+int UtGAEBInfo::SetZeichensatz(const char* text) {
+    return SetText(zeichensatz_, sizeof zeichensatz_, kZeichensatz, text);
+}
 
 int UtGAEBInfo::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kVersion: return StoreValue(file, indent, "Version", version_);
-        case kVersMon: return StoreValue(file, indent, "VersMon", versMon_);
-        case kVersJahr: return StoreValue(file, indent, "VersJahr", versJahr_);
-        case kDatum: return datum_.Store(file, indent);
-        case kZeichensatz: return StoreValue(file, indent, "Zeichensatz", zeichensatz_);
-        default: return kGAEBOk;
+        case kVersion:
+            return StoreValue(file, indent, "Version", version_);
+        case kVersMon:
+            return StoreValue(file, indent, "VersMon", versMon_);
+        case kVersJahr:
+            return StoreValue(file, indent, "VersJahr", versJahr_);
+        case kDatum:
+            return datum_.Store(file, indent);
+        case kZeichensatz:
+            return StoreValue(file, indent, "Zeichensatz", zeichensatz_);
+        default:
+            return kGAEBOk;
     }
 }
 
@@ -335,11 +367,21 @@ GAEB_LV_KEY_TYPE UtGAEBLVGlied::GetKeyType() const {
     return eGAEBLVKeyOther;
 }
 
-int UtGAEBLVGlied::GetTyp(char* out, size_t size) const { return CopyOut(typ_, out, size); }
-int UtGAEBLVGlied::SetTyp(const char* text) { return SetText(typ_, sizeof typ_, kTyp, text); }
-int UtGAEBLVGlied::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVGlied::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
-int UtGAEBLVGlied::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVGlied::GetTyp(char* out, size_t size) const {
+    return CopyOut(typ_, out, size);
+}
+int UtGAEBLVGlied::SetTyp(const char* text) {
+    return SetText(typ_, sizeof typ_, kTyp, text);
+}
+int UtGAEBLVGlied::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVGlied::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVGlied::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
 void UtGAEBLVGlied::SetLaenge(short v) {
     laenge_ = v;
     SetAbsent(kLaenge, false);
@@ -347,12 +389,15 @@ void UtGAEBLVGlied::SetLaenge(short v) {
 
 int UtGAEBLVGlied::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kTyp: return StoreValue(file, indent, "Typ", typ_);
+        case kTyp:
+            return StoreValue(file, indent, "Typ", typ_);
         case kBez:
             if (GetKeyType() != eGAEBLVKeyLVStufe || flag_ == 0) return kGAEBOk;
             return StoreValue(file, indent, "Bez", bez_);
-        case kLaenge: return StoreValue(file, indent, "Laenge", laenge_);
-        default: return kGAEBOk;
+        case kLaenge:
+            return StoreValue(file, indent, "Laenge", laenge_);
+        default:
+            return kGAEBOk;
     }
 }
 
@@ -362,12 +407,24 @@ UtGAEBLVInfo::~UtGAEBLVInfo() {
     ResetLVGliedList();
 }
 
-int UtGAEBLVInfo::GetName(char* out, size_t size) const { return CopyOut(name_, out, size); }
-int UtGAEBLVInfo::SetName(const char* text) { return SetText(name_, sizeof name_, kName, text); }
-int UtGAEBLVInfo::SetName(const UtCString& text) { return SetText(name_, sizeof name_, kName, text); }
-int UtGAEBLVInfo::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVInfo::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
-int UtGAEBLVInfo::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVInfo::GetName(char* out, size_t size) const {
+    return CopyOut(name_, out, size);
+}
+int UtGAEBLVInfo::SetName(const char* text) {
+    return SetText(name_, sizeof name_, kName, text);
+}
+int UtGAEBLVInfo::SetName(const UtCString& text) {
+    return SetText(name_, sizeof name_, kName, text);
+}
+int UtGAEBLVInfo::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVInfo::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVInfo::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
 void UtGAEBLVInfo::SetKurzLang(short v) {
     kurzLang_ = v;
     SetAbsent(kKurzLang, false);
@@ -376,7 +433,8 @@ void UtGAEBLVInfo::AddLVGlied(UtGAEBLVGlied* glied) {
     if (glied != nullptr) glieder_.push_back(glied);
 }
 UtGAEBLVGlied* UtGAEBLVInfo::GetLVGliedPtr(int index) const {
-    return (index >= 0 && index < GetLVGliedCount()) ? glieder_[static_cast<size_t>(index)] : nullptr;
+    return (index >= 0 && index < GetLVGliedCount()) ? glieder_[static_cast<size_t>(index)]
+                                                     : nullptr;
 }
 void UtGAEBLVInfo::ResetLVGliedList() {
     for (UtGAEBLVGlied* g : glieder_) delete g;
@@ -385,9 +443,12 @@ void UtGAEBLVInfo::ResetLVGliedList() {
 
 int UtGAEBLVInfo::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kName: return StoreValue(file, indent, "Name", name_);
-        case kBez: return StoreValue(file, indent, "Bez", bez_);
-        case kKurzLang: return StoreValue(file, indent, "KurzLang", kurzLang_);
+        case kName:
+            return StoreValue(file, indent, "Name", name_);
+        case kBez:
+            return StoreValue(file, indent, "Bez", bez_);
+        case kKurzLang:
+            return StoreValue(file, indent, "KurzLang", kurzLang_);
         default: {
             UtGAEBLVGlied* g = GetLVGliedPtr(slot - kGlieder);
             return g == nullptr ? kGAEBOk : g->Store(file, indent);
@@ -455,18 +516,33 @@ UtGAEBLVEntity* UtGAEBEntityList::AddFor(const std::string& blockName) {
 
 // ---- UtGAEBLVBereich ----------------------------------------------------------------------------
 
-int UtGAEBLVBereich::GetOZ(char* out, size_t size) const { return CopyOut(oz_, out, size); }
-int UtGAEBLVBereich::SetOZ(const char* text) { return SetText(oz_, sizeof oz_, kOZ, text); }
-int UtGAEBLVBereich::SetOZ(const UtCString& text) { return SetText(oz_, sizeof oz_, kOZ, text); }
-int UtGAEBLVBereich::GetBez(char* out, size_t size) const { return CopyOut(bez_, out, size); }
-int UtGAEBLVBereich::SetBez(const char* text) { return SetText(bez_, sizeof bez_, kBez, text); }
-int UtGAEBLVBereich::SetBez(const UtCString& text) { return SetText(bez_, sizeof bez_, kBez, text); }
+int UtGAEBLVBereich::GetOZ(char* out, size_t size) const {
+    return CopyOut(oz_, out, size);
+}
+int UtGAEBLVBereich::SetOZ(const char* text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBLVBereich::SetOZ(const UtCString& text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBLVBereich::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVBereich::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVBereich::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
 
 int UtGAEBLVBereich::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kOZ: return StoreValue(file, indent, "OZ", oz_);
-        case kBez: return StoreValue(file, indent, "Bez", bez_);
-        default: return entities_.StoreItem(file, indent, slot - kEntities);
+        case kOZ:
+            return StoreValue(file, indent, "OZ", oz_);
+        case kBez:
+            return StoreValue(file, indent, "Bez", bez_);
+        default:
+            return entities_.StoreItem(file, indent, slot - kEntities);
     }
 }
 
@@ -487,7 +563,9 @@ int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
     langtext_.assign(converted.ptr());
     return status;
 }
-int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const { return CopyOut(kurztext_.c_str(), out, size); }
+int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const {
+    return CopyOut(kurztext_.c_str(), out, size);
+}
 
 namespace {
 
@@ -512,40 +590,60 @@ int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
 
 int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kLangtext: return StoreValue(file, indent, "Langtext", langtext_.c_str());
-        case kKurztext: return StoreValue(file, indent, "Kurztext", kurztext_.c_str());
-        default: return kGAEBOk;
+        case kLangtext:
+            return StoreValue(file, indent, "Langtext", langtext_.c_str());
+        case kKurztext:
+            return StoreValue(file, indent, "Kurztext", kurztext_.c_str());
+        default:
+            return kGAEBOk;
     }
 }
 
 // ---- UtGAEBPosition -----------------------------------------------------------------------------
 
-int UtGAEBPosition::GetOZ(char* out, size_t size) const { return CopyOut(oz_, out, size); }
-int UtGAEBPosition::SetOZ(const char* text) { return SetText(oz_, sizeof oz_, kOZ, text); }
-int UtGAEBPosition::SetOZ(const UtCString& text) { return SetText(oz_, sizeof oz_, kOZ, text); }
+int UtGAEBPosition::GetOZ(char* out, size_t size) const {
+    return CopyOut(oz_, out, size);
+}
+int UtGAEBPosition::SetOZ(const char* text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBPosition::SetOZ(const UtCString& text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
 void UtGAEBPosition::SetMenge(double v) {
     menge_ = v;
     SetAbsent(kMenge, false);
 }
-int UtGAEBPosition::GetME(char* out, size_t size) const { return CopyOut(me_, out, size); }
-int UtGAEBPosition::SetME(const char* text) { return SetText(me_, sizeof me_, kME, text); }
-int UtGAEBPosition::SetME(const UtCString& text) { return SetText(me_, sizeof me_, kME, text); }
+int UtGAEBPosition::GetME(char* out, size_t size) const {
+    return CopyOut(me_, out, size);
+}
+int UtGAEBPosition::SetME(const char* text) {
+    return SetText(me_, sizeof me_, kME, text);
+}
+int UtGAEBPosition::SetME(const UtCString& text) {
+    return SetText(me_, sizeof me_, kME, text);
+}
 
 int UtGAEBPosition::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kOZ: return StoreValue(file, indent, "OZ", oz_);
+        case kOZ:
+            return StoreValue(file, indent, "OZ", oz_);
         case kMenge: {
             if (mengeFlag_ == 0) return kGAEBOk;
             // "%.3f" without the locale's decimal separator.
             char buf[400];
-            const auto r = std::to_chars(buf, buf + sizeof buf - 1, menge_, std::chars_format::fixed, 3);
+            const auto r =
+                std::to_chars(buf, buf + sizeof buf - 1, menge_, std::chars_format::fixed, 3);
             if (r.ec != std::errc()) return StoreValue(file, indent, "Menge", "0.000");
             *r.ptr = '\0';
             return StoreValue(file, indent, "Menge", buf);
         }
-        case kME: return meFlag_ == 0 ? kGAEBOk : StoreValue(file, indent, "ME", me_);
-        case kBeschreibung: return beschreibungFlag_ == 0 ? kGAEBOk : beschreibung_.Store(file, indent);
-        default: return kGAEBOk;
+        case kME:
+            return meFlag_ == 0 ? kGAEBOk : StoreValue(file, indent, "ME", me_);
+        case kBeschreibung:
+            return beschreibungFlag_ == 0 ? kGAEBOk : beschreibung_.Store(file, indent);
+        default:
+            return kGAEBOk;
     }
 }
 
@@ -563,9 +661,12 @@ void UtGAEBVergabe::SetDP(short v) {
 
 int UtGAEBVergabe::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
-        case kDP: return StoreValue(file, indent, "DP", dp_);
-        case kLV: return lv_.Store(file, indent);
-        default: return kGAEBOk;
+        case kDP:
+            return StoreValue(file, indent, "DP", dp_);
+        case kLV:
+            return lv_.Store(file, indent);
+        default:
+            return kGAEBOk;
     }
 }
 

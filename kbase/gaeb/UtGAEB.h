@@ -71,15 +71,15 @@ struct Kept;
 
 // Status codes.
 constexpr int kGAEBOk = 0;
-constexpr int kGAEBTextCut = 1;          // setter: the text was longer than the field (bit)
-constexpr int kGAEBTextReplaced = 2;     // setter: a character 1252 lacks became '?' (bit)
-constexpr int kGAEBNotFound = 1005;      // FindInFile, ReadFromFile, Load: the tag is not there
-constexpr int kGAEBWriteFailed = 1007;   // a write, the final flush or the close failed
-constexpr int kGAEBReadFailed = 1008;    // reading the file failed
-constexpr int kGAEBNullFile = 3011;      // the file is null
-constexpr int kGAEBMalformed = 3020;     // Load: the block structure is broken
-constexpr int kGAEBTooLarge = 3021;      // Load: a line, a value or the nesting is over its limit
-constexpr int kGAEBBinary = 3022;        // Load: a control byte that no text file holds
+constexpr int kGAEBTextCut = 1;         // setter: the text was longer than the field (bit)
+constexpr int kGAEBTextReplaced = 2;    // setter: a character 1252 lacks became '?' (bit)
+constexpr int kGAEBNotFound = 1005;     // FindInFile, ReadFromFile, Load: the tag is not there
+constexpr int kGAEBWriteFailed = 1007;  // a write, the final flush or the close failed
+constexpr int kGAEBReadFailed = 1008;   // reading the file failed
+constexpr int kGAEBNullFile = 3011;     // the file is null
+constexpr int kGAEBMalformed = 3020;    // Load: the block structure is broken
+constexpr int kGAEBTooLarge = 3021;     // Load: a line, a value or the nesting is over its limit
+constexpr int kGAEBBinary = 3022;       // Load: a control byte that no text file holds
 
 // Sizes of the fixed text fields in bytes, the terminating NUL included.
 constexpr size_t kGAEBSizeVersion = 16;
@@ -113,17 +113,18 @@ enum GAEB_LV_KEY_TYPE : int {
 // as written.
 struct KBASE_API UtGAEBLoadReport {
     int status = kGAEBOk;
-    uint64_t line = 0;       // 1-based line of the failure, 0 when none
-    std::string message;     // "line 12: #begin[LV] never ends", empty when none
-    std::vector<std::string> notes;  // "line 40: [Menge]1,2345 has more than three decimals; kept as written"
-    uint64_t lines = 0;      // lines read
+    uint64_t line = 0;    // 1-based line of the failure, 0 when none
+    std::string message;  // "line 12: #begin[LV] never ends", empty when none
+    std::vector<std::string>
+        notes;           // "line 40: [Menge]1,2345 has more than three decimals; kept as written"
+    uint64_t lines = 0;  // lines read
     uint64_t keptItems = 0;  // lines and blocks kept verbatim
 };
 
 // Base of every GAEB class: a flag word, the Store and Load operations, the reading helpers, and
 // the verbatim text kept from a loaded file.
 class KBASE_API UtGAEBObject {
-public:
+  public:
     UtGAEBObject();
     virtual ~UtGAEBObject();
     UtGAEBObject(const UtGAEBObject&) = delete;
@@ -149,9 +150,9 @@ public:
     // 0 found; 1005 at the end of the file; 3011 for a null file; 1008 on a read error. Lines are
     // read in pieces, so a long line costs no memory.
     [[nodiscard]] static int FindInFile(FILE* file, const char* text);
-    // Finds the next "[key]" and reads its value up to "[end]" (over several lines; at most size - 1
-    // bytes are kept, the rest read past). 0; 1005 when key or "[end]" is missing; 3011 for a null
-    // file or buffer.
+    // Finds the next "[key]" and reads its value up to "[end]" (over several lines; at most size -
+    // 1 bytes are kept, the rest read past). 0; 1005 when key or "[end]" is missing; 3011 for a
+    // null file or buffer.
     [[nodiscard]] static int ReadFromFile(FILE* file, const char* key, char* out, size_t size);
     // The value as a 16-bit number or a real (a decimal comma read like a point); 3020 when it is
     // no number.
@@ -185,7 +186,7 @@ public:
     // Writes what was kept after slot anchor.
     [[nodiscard]] int StoreKept(FILE* file, int anchor) const;
 
-protected:
+  protected:
     // Writes the block; the end tag is followed by a line feed when lineFeed is set.
     [[nodiscard]] int StoreBlock(FILE* file, int indent, bool lineFeed);
     // Whether slot was filled before in the block being read (a second one is kept verbatim);
@@ -211,7 +212,7 @@ protected:
 // The date of the info block, kept as the text "DD.MM.YYYY". No block: Store writes only its
 // indent and the line "[Datum]...[end]".
 class KBASE_API UtGAEBDatum : public UtGAEBObject {
-public:
+  public:
     UtGAEBDatum();  // today's local date
     const char* GetBlockName() const override { return ""; }
     void SetDate(unsigned short day, unsigned short month, unsigned short year);
@@ -227,13 +228,13 @@ public:
     [[nodiscard]] int Store(FILE* file, int indent) override;
     int GetSlotCount() const override { return 1; }
 
-private:
+  private:
     unsigned short Part(int index) const;
     char datum_[kGAEBSizeDatum] = {};  // "DD.MM.YYYY" when set by SetDate
 };
 
 class KBASE_API UtGAEBInfo : public UtGAEBObject {
-public:
+  public:
     enum Slot { kVersion = 1, kVersMon, kVersJahr, kDatum, kZeichensatz, kSlots = kZeichensatz };
     UtGAEBInfo();
     const char* GetBlockName() const override { return "GAEBInfo"; }
@@ -254,7 +255,7 @@ public:
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
 
-private:
+  private:
     char version_[kGAEBSizeVersion] = {};
     short versMon_ = 3;
     short versJahr_ = 2002;
@@ -265,7 +266,7 @@ private:
 // An outline level of the bill: a range level ("LVStufe"), the position number ("Position") or
 // another part ("Index"). Its flag (1 after construction) lets a range level write its "[Bez]".
 class KBASE_API UtGAEBLVGlied : public UtGAEBObject {
-public:
+  public:
     enum Slot { kTyp = 1, kBez, kLaenge, kSlots = kLaenge };
     UtGAEBLVGlied();
     const char* GetBlockName() const override { return "LVGlied"; }
@@ -285,7 +286,7 @@ public:
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
     void FinishLoad(kbase_gaeb_internal::Reader& reader) override;
 
-private:
+  private:
     char typ_[kGAEBSizeTyp] = {};
     char bez_[kGAEBSizeBez] = {};
     short laenge_ = 0;
@@ -293,7 +294,7 @@ private:
 };
 
 class KBASE_API UtGAEBLVInfo : public UtGAEBObject {
-public:
+  public:
     enum Slot { kName = 1, kBez, kKurzLang, kGlieder };  // outline levels from kGlieder on
     UtGAEBLVInfo() = default;
     ~UtGAEBLVInfo() override;
@@ -321,7 +322,7 @@ public:
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
 
-private:
+  private:
     char name_[kGAEBSizeName] = {};
     char bez_[kGAEBSizeBez] = {};
     short kurzLang_ = 0;
@@ -330,18 +331,18 @@ private:
 
 // An entry of the bill: a range or a position.
 class KBASE_API UtGAEBLVEntity : public UtGAEBObject {
-public:
+  public:
     explicit UtGAEBLVEntity(GAEB_LV_ENTITY_TYPE type) : type_(type) {}
     GAEB_LV_ENTITY_TYPE GetLVEntityType() const { return type_; }
 
-private:
+  private:
     GAEB_LV_ENTITY_TYPE type_;
 };
 
 // A list of owned entities, shared by the bill and its ranges. Reading a "#begin[LVBereich]" or
 // "#begin[Position]" appends one.
 class KBASE_API UtGAEBEntityList {
-public:
+  public:
     UtGAEBEntityList() = default;
     ~UtGAEBEntityList();
     UtGAEBEntityList(const UtGAEBEntityList&) = delete;
@@ -359,12 +360,12 @@ public:
     // Appends a range or a position for a begin tag of that name; null for another name.
     UtGAEBLVEntity* AddFor(const std::string& blockName);
 
-private:
+  private:
     std::vector<UtGAEBLVEntity*> items_;
 };
 
 class KBASE_API UtGAEBLVBereich : public UtGAEBLVEntity {
-public:
+  public:
     enum Slot { kOZ = 1, kBez, kEntities };  // entities from kEntities on
     UtGAEBLVBereich() : UtGAEBLVEntity(eGAEBLVEntityBereich) {}
     const char* GetBlockName() const override { return "LVBereich"; }
@@ -389,14 +390,14 @@ public:
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
     void FinishLoad(kbase_gaeb_internal::Reader& reader) override;
 
-private:
+  private:
     char oz_[kGAEBSizeOZ] = {};
     char bez_[kGAEBSizeBez] = {};
     UtGAEBEntityList entities_;
 };
 
 class KBASE_API UtGAEBBeschreibung : public UtGAEBObject {
-public:
+  public:
     enum Slot { kLangtext = 1, kKurztext, kSlots = kKurztext };
     UtGAEBBeschreibung() = default;
     const char* GetBlockName() const override { return "Beschreibung"; }
@@ -415,7 +416,7 @@ public:
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
 
-private:
+  private:
     std::string langtext_;
     // A fixed field in what it holds (at most kGAEBSizeKurztext - 1 bytes), allocated to its length
     // so that a bill of many positions does not carry 4 KiB for each.
@@ -423,7 +424,7 @@ private:
 };
 
 class KBASE_API UtGAEBPosition : public UtGAEBLVEntity {
-public:
+  public:
     enum Slot { kOZ = 1, kMenge, kME, kBeschreibung, kSlots = kBeschreibung };
     UtGAEBPosition() : UtGAEBLVEntity(eGAEBLVEntityPosition) {}
     const char* GetBlockName() const override { return "Position"; }
@@ -452,7 +453,7 @@ public:
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
     void FinishLoad(kbase_gaeb_internal::Reader& reader) override;
 
-private:
+  private:
     char oz_[kGAEBSizeOZ] = {};
     double menge_ = 0.0;
     char me_[kGAEBSizeME] = {};
@@ -462,7 +463,7 @@ private:
 };
 
 class KBASE_API UtGAEBLV : public UtGAEBObject {
-public:
+  public:
     enum Slot { kLVInfo = 1, kEntities };  // entities from kEntities on
     UtGAEBLV() = default;
     const char* GetBlockName() const override { return "LV"; }
@@ -479,13 +480,13 @@ public:
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
 
-private:
+  private:
     UtGAEBLVInfo info_;
     UtGAEBEntityList entities_;
 };
 
 class KBASE_API UtGAEBVergabe : public UtGAEBObject {
-public:
+  public:
     enum Slot { kDP = 1, kLV, kSlots = kLV };
     UtGAEBVergabe() = default;
     const char* GetBlockName() const override { return "Vergabe"; }
@@ -497,7 +498,7 @@ public:
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
 
-private:
+  private:
     short dp_ = 0;
     UtGAEBLV lv_;
 };
@@ -505,7 +506,7 @@ private:
 // Has no fields and writes nothing: a stand-in for the object a bill is about, for applications
 // that hang their own data on the tree.
 class KBASE_API UtGAEBHauptobjekt : public UtGAEBObject {
-public:
+  public:
     const char* GetBlockName() const override { return ""; }
     [[nodiscard]] int Store(FILE* file, int indent) override;
     int GetSlotCount() const override { return 0; }
@@ -513,7 +514,7 @@ public:
 
 // The root. Its flag is the close-after-store flag (1 after construction).
 class KBASE_API UtGAEB : public UtGAEBObject {
-public:
+  public:
     enum Slot { kInfo = 1, kVergabe, kSlots = kVergabe };
     explicit UtGAEB(GAEB_TYPE type = eGAEBTypeLV);
     ~UtGAEB() override;
@@ -534,14 +535,16 @@ public:
     // Reads a whole file: the root, then its blocks. The award block is created when the file has
     // one (the type becomes 1). Does not close the file.
     [[nodiscard]] int Load(FILE* file) override;
-    [[nodiscard]] int Load(FILE* file, UtGAEBLoadReport* report) { return UtGAEBObject::Load(file, report); }
+    [[nodiscard]] int Load(FILE* file, UtGAEBLoadReport* report) {
+        return UtGAEBObject::Load(file, report);
+    }
 
     int GetSlotCount() const override { return kSlots; }
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
     int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token) override;
     void FinishLoad(kbase_gaeb_internal::Reader& reader) override;
 
-private:
+  private:
     GAEB_TYPE type_;
     UtGAEBInfo info_;
     UtGAEBVergabe* vergabe_ = nullptr;

@@ -31,7 +31,8 @@ void TakeText(char (&field)[N], Reader& reader, const Token& token) {
 void TakeShort(short& field, Reader& reader, const Token& token) {
     if (kbase_gaeb_internal::ParseShort(token.value, field)) return;
     reader.keepAsShadow = true;
-    reader.Note(token.line, "[" + token.name + "]" + token.value + " is no 16-bit number; kept as written");
+    reader.Note(token.line,
+                "[" + token.name + "]" + token.value + " is no 16-bit number; kept as written");
 }
 
 // A quantity: kept as written unless "%.3f" gives the same number back.
@@ -39,7 +40,8 @@ void TakeQuantity(double& field, Reader& reader, const Token& token) {
     double v = 0;
     if (!kbase_gaeb_internal::ParseReal(token.value, v)) {
         reader.keepAsShadow = true;
-        reader.Note(token.line, "[" + token.name + "]" + token.value + " is no number; kept as written");
+        reader.Note(token.line,
+                    "[" + token.name + "]" + token.value + " is no number; kept as written");
         return;
     }
     field = v;
@@ -73,8 +75,9 @@ void UtGAEBObject::FinishLoad(Reader&) {}
 int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
     reader.Enter();
     if (reader.Depth() > kbase_gaeb_internal::kMaxDepth) {
-        return reader.Fail(kGAEBTooLarge, begin.line,
-                           "blocks nested deeper than " + std::to_string(kbase_gaeb_internal::kMaxDepth));
+        return reader.Fail(
+            kGAEBTooLarge, begin.line,
+            "blocks nested deeper than " + std::to_string(kbase_gaeb_internal::kMaxDepth));
     }
     seen_ = 0;
     int last = 0;
@@ -126,7 +129,8 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         if ((seen_ & (1u << slot)) == 0) SetAbsent(slot, true);
     }
     FinishLoad(reader);
-    if (t.value.find_first_not_of(" \t") != std::string::npos && dynamic_cast<UtGAEB*>(this) == nullptr) {
+    if (t.value.find_first_not_of(" \t") != std::string::npos &&
+        dynamic_cast<UtGAEB*>(this) == nullptr) {
         // Text after an inner end tag has no place in the model; it goes back behind the tag.
         Keep(kAfterEnd, 0, t.value);
         reader.CountKept();
@@ -155,7 +159,8 @@ int UtGAEBObject::Load(FILE* file, UtGAEBLoadReport* report) {
     for (;;) {
         if (!reader.Next(t)) break;
         if (t.kind == Kind::kEof) {
-            reader.Fail(kGAEBNotFound, reader.Lines(), std::string("no #begin[") + GetBlockName() + "]");
+            reader.Fail(kGAEBNotFound, reader.Lines(),
+                        std::string("no #begin[") + GetBlockName() + "]");
             break;
         }
         if (IsBlock(t, GetBlockName())) break;
@@ -247,7 +252,8 @@ int UtGAEBVergabe::ReadToken(Reader& reader, Token& t) {
 }
 
 int UtGAEBLV::ReadToken(Reader& reader, Token& t) {
-    if (IsBlock(t, "LVInfo") && Fresh(kLVInfo)) return info_.LoadBlock(reader, t) == 0 ? kLVInfo : -1;
+    if (IsBlock(t, "LVInfo") && Fresh(kLVInfo))
+        return info_.LoadBlock(reader, t) == 0 ? kLVInfo : -1;
     if (t.kind != Kind::kBegin) return 0;
     UtGAEBLVEntity* e = entities_.AddFor(t.name);
     if (e == nullptr) return 0;

@@ -61,16 +61,18 @@ std::map<std::string, int> Lines(const std::string& text) {
     std::string line;
     while (std::getline(in, line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        line.erase(0, line.find_first_not_of(" \t") == std::string::npos ? line.size()
-                                                                           : line.find_first_not_of(" \t"));
+        line.erase(0, line.find_first_not_of(" \t") == std::string::npos
+                          ? line.size()
+                          : line.find_first_not_of(" \t"));
         size_t open = std::string::npos;
         if (line.rfind("#begin[", 0) == 0) open = 7;
         if (line.rfind("#end[", 0) == 0) open = 5;
         if (line.rfind("[", 0) == 0) open = 1;
         const size_t close = open == std::string::npos ? open : line.find(']', open);
         if (close != std::string::npos && line.find('[', open) >= close) {
-            std::transform(line.begin() + static_cast<long>(open), line.begin() + static_cast<long>(close),
-                           line.begin() + static_cast<long>(open), [](char c) { return std::tolower(c); });
+            std::transform(
+                line.begin() + static_cast<long>(open), line.begin() + static_cast<long>(close),
+                line.begin() + static_cast<long>(open), [](char c) { return std::tolower(c); });
             if (line.rfind("[menge]", 0) == 0) std::replace(line.begin(), line.end(), ',', '.');
         }
         ++out[line];
@@ -138,8 +140,10 @@ TEST(GaebLoad, StoreLoadStoreGivesTheSameBytes) {
         p->SetMenge(1.25 * i);
         p->SetME(i == 0 ? "m3" : "St");
         p->SetMengeFlag(i != 2);
-        p->GetBeschreibungPtr()->SetKurztext(UtCString(u"Oberboden abtragen \u00C4\u00D6\u00DC\u00DF"));
-        p->GetBeschreibungPtr()->SetLangtext("{\\rtf1 [Normal] line\n\tsecond line\n\n[end of text]}");
+        p->GetBeschreibungPtr()->SetKurztext(
+            UtCString(u"Oberboden abtragen \u00C4\u00D6\u00DC\u00DF"));
+        p->GetBeschreibungPtr()->SetLangtext(
+            "{\\rtf1 [Normal] line\n\tsecond line\n\n[end of text]}");
         r->AddLVEntity(p);
     }
     lv->AddLVEntity(r);
@@ -151,9 +155,11 @@ TEST(GaebLoad, StoreLoadStoreGivesTheSameBytes) {
     EXPECT_EQ(report.keptItems, 0u);
     EXPECT_TRUE(report.notes.empty());
     EXPECT_EQ(StoreText(back), first);
-    auto* p = static_cast<UtGAEBPosition*>(back.GetVergabePtr()->GetLVPtr()->FindLVBereich("01")->GetLVEntityPtr(1));
+    auto* p = static_cast<UtGAEBPosition*>(
+        back.GetVergabePtr()->GetLVPtr()->FindLVBereich("01")->GetLVEntityPtr(1));
     EXPECT_DOUBLE_EQ(p->GetMenge(), 1.25);
-    EXPECT_STREQ(p->GetBeschreibungPtr()->GetLangtext(), "{\\rtf1 [Normal] line\n\tsecond line\n\n[end of text]}");
+    EXPECT_STREQ(p->GetBeschreibungPtr()->GetLangtext(),
+                 "{\\rtf1 [Normal] line\n\tsecond line\n\n[end of text]}");
     EXPECT_STREQ(p->GetBeschreibungPtr()->GetKurztext(), "Oberboden abtragen \xC4\xD6\xDC\xDF");
 }
 
@@ -217,9 +223,11 @@ const char* const kForeign =
     "[OZ]01.01.0010[end]\r\n"
     "#begin[BESCHREIBUNG]\r\n"
     "[LANGTEXTTA]1[end]\r\n"
-    "[LANGTEXT]Mauerwerk der Au\xDF" "enw\xE4nde,\r\n"
+    "[LANGTEXT]Mauerwerk der Au\xDF"
+    "enw\xE4nde,\r\n"
     "  Kalksandstein 24 cm.[end]\r\n"
-    "[KURZTEXT]Au\xDF" "enwand KS[end]\r\n"
+    "[KURZTEXT]Au\xDF"
+    "enwand KS[end]\r\n"
     "#end[BESCHREIBUNG]\r\n"
     "[ME]m2[end]\r\n"
     "[MENGE]1.234,5[end]\r\n"
@@ -283,8 +291,12 @@ TEST(GaebLoad, ForeignFileLoadsWhatTheModelHoldsAndStoresBackEverything) {
     EXPECT_STREQ(p1->GetME(), "m2");
     EXPECT_EQ(p1->GetMengeFlag(), 1);
     EXPECT_DOUBLE_EQ(p1->GetMenge(), 0) << "1.234,5 is no number this reader accepts";
-    EXPECT_STREQ(p1->GetBeschreibungPtr()->GetLangtext(), "Mauerwerk der Au\xDF" "enw\xE4nde,\n  Kalksandstein 24 cm.");
-    EXPECT_STREQ(p1->GetBeschreibungPtr()->GetKurztext(), "Au\xDF" "enwand KS");
+    EXPECT_STREQ(p1->GetBeschreibungPtr()->GetLangtext(),
+                 "Mauerwerk der Au\xDF"
+                 "enw\xE4nde,\n  Kalksandstein 24 cm.");
+    EXPECT_STREQ(p1->GetBeschreibungPtr()->GetKurztext(),
+                 "Au\xDF"
+                 "enwand KS");
     auto* p2 = static_cast<UtGAEBPosition*>(wall->GetLVEntityPtr(1));
     EXPECT_DOUBLE_EQ(p2->GetMenge(), 0.12345);
     EXPECT_EQ(p2->GetBeschreibungFlag(), 0);
@@ -295,7 +307,8 @@ TEST(GaebLoad, ForeignFileLoadsWhatTheModelHoldsAndStoresBackEverything) {
     EXPECT_STREQ(p4->GetBeschreibungPtr()->GetKurztext(), "Dachabdichtung");
     ASSERT_EQ(report.notes.size(), 2u);  // the two quantities kept as written
     EXPECT_NE(report.notes[0].find("line 59"), std::string::npos) << report.notes[0];
-    EXPECT_NE(report.notes[1].find("more than three decimals"), std::string::npos) << report.notes[1];
+    EXPECT_NE(report.notes[1].find("more than three decimals"), std::string::npos)
+        << report.notes[1];
 
     const std::string out = StoreText(g);
     ExpectNothingLost(kForeign, out);
@@ -320,9 +333,12 @@ TEST(GaebLoad, ForeignFileLoadsWhatTheModelHoldsAndStoresBackEverything) {
 
 TEST(GaebLoad, OverlongTextsAreCutInTheFieldAndKeptAsWritten) {
     const std::string kurz(kGAEBSizeKurztext + 100, 'k');
-    const std::string text = "#begin[GAEB]\n #begin[Vergabe]\n  #begin[LV]\n   #begin[Position]\n    [OZ]1[end]\n"
-                             "    #begin[Beschreibung]\n     [Kurztext]" + kurz + "[end]\n    #end[Beschreibung]\n"
-                             "   #end[Position]\n  #end[LV]\n #end[Vergabe]\n#end[GAEB]";
+    const std::string text =
+        "#begin[GAEB]\n #begin[Vergabe]\n  #begin[LV]\n   #begin[Position]\n    [OZ]1[end]\n"
+        "    #begin[Beschreibung]\n     [Kurztext]" +
+        kurz +
+        "[end]\n    #end[Beschreibung]\n"
+        "   #end[Position]\n  #end[LV]\n #end[Vergabe]\n#end[GAEB]";
     UtGAEB g;
     UtGAEBLoadReport report;
     ASSERT_EQ(LoadText(g, text, &report), kGAEBOk);
@@ -336,10 +352,14 @@ TEST(GaebLoad, OverlongTextsAreCutInTheFieldAndKeptAsWritten) {
 TEST(GaebLoad, SecondValuesOfASlotStayBehindTheFirstThroughRoundTrips) {
     // The second Laenge comes before the slot of the first in stored order unless kept behind it.
     const std::string text =
-        "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#begin[LVInfo]\n#begin[LVGlied]\n[Typ]LVStufe[end]\n"
-        "[Laenge]2[end]\n[Bez]Titel[end]\n[Typ]Index[end]\n[Laenge]1[end]\n#end[LVGlied]\n#end[LVInfo]\n"
-        "#begin[LVInfo]\n#end[LVInfo]\n#begin[Position]\n#begin[Beschreibung]\n#end[Beschreibung]\n[ME]" +
-        std::string(kGAEBSizeME, 'u') + "[end]\n[ME]m[end]\n#end[Position]\n#end[LV]\n#end[Vergabe]\n#end[GAEB]";
+        "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#begin[LVInfo]\n#begin[LVGlied]\n[Typ]LVStufe["
+        "end]\n"
+        "[Laenge]2[end]\n[Bez]Titel[end]\n[Typ]Index[end]\n[Laenge]1[end]\n#end[LVGlied]\n#end["
+        "LVInfo]\n"
+        "#begin[LVInfo]\n#end[LVInfo]\n#begin[Position]\n#begin[Beschreibung]\n#end[Beschreibung]"
+        "\n[ME]" +
+        std::string(kGAEBSizeME, 'u') +
+        "[end]\n[ME]m[end]\n#end[Position]\n#end[LV]\n#end[Vergabe]\n#end[GAEB]";
     UtGAEB g;
     ASSERT_EQ(LoadText(g, text), kGAEBOk);
     UtGAEBLVGlied* level = g.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0);
@@ -351,7 +371,8 @@ TEST(GaebLoad, SecondValuesOfASlotStayBehindTheFirstThroughRoundTrips) {
     ASSERT_EQ(LoadText(again, once), kGAEBOk);
     EXPECT_EQ(again.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr()->GetLVGliedPtr(0)->GetLaenge(), 2);
     auto* p = static_cast<UtGAEBPosition*>(again.GetVergabePtr()->GetLVPtr()->GetLVEntityPtr(0));
-    EXPECT_EQ(std::string(p->GetME()), std::string(kGAEBSizeME - 1, 'u')) << "the kept long unit, not the second";
+    EXPECT_EQ(std::string(p->GetME()), std::string(kGAEBSizeME - 1, 'u'))
+        << "the kept long unit, not the second";
     EXPECT_EQ(StoreText(again), once);
 }
 
@@ -381,7 +402,8 @@ TEST_P(GaebMalformed, EndsWithAStatusAndTheLine) {
     EXPECT_EQ(report.status, c.status);
     EXPECT_EQ(report.line, c.line);
     EXPECT_NE(report.message.find(c.message), std::string::npos) << report.message;
-    EXPECT_EQ(report.message.rfind("line " + std::to_string(c.line) + ": ", 0), 0u) << report.message;
+    EXPECT_EQ(report.message.rfind("line " + std::to_string(c.line) + ": ", 0), 0u)
+        << report.message;
 }
 
 std::string Nested() {
@@ -411,30 +433,35 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         BadCase{"Empty", "", kGAEBNotFound, 0, "no #begin[GAEB]"},
         BadCase{"NoRoot", "[Version]1.2[end]\nhello\n", kGAEBNotFound, 2, "no #begin[GAEB]"},
-        BadCase{"BlockNeverEnds", "#begin[GAEB]\n#begin[GAEBInfo]\n[Version]1[end]\n", kGAEBMalformed, 2,
-                "#begin[GAEBInfo] never ends"},
-        BadCase{"KeptBlockNeverEnds", "#begin[GAEB]\n#begin[PrjInfo]\n#begin[X]\n#end[X]\n", kGAEBMalformed, 2,
-                "#begin[PrjInfo] never ends"},
-        BadCase{"WrongEnd", "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#end[Vergabe]\n", kGAEBMalformed, 4,
-                "#end[Vergabe] does not close #begin[LV] of line 3"},
-        BadCase{"WrongEndInKeptBlock", "#begin[GAEB]\n#begin[AG]\n#begin[Adresse]\n#end[AG]\n#end[GAEB]",
-                kGAEBMalformed, 4, "does not close #begin[Adresse] of line 3"},
-        BadCase{"ValueWithoutEnd", "#begin[GAEB]\n#begin[GAEBInfo]\n[Version]1.2\n#end[GAEBInfo]\n#end[GAEB]",
+        BadCase{"BlockNeverEnds", "#begin[GAEB]\n#begin[GAEBInfo]\n[Version]1[end]\n",
+                kGAEBMalformed, 2, "#begin[GAEBInfo] never ends"},
+        BadCase{"KeptBlockNeverEnds", "#begin[GAEB]\n#begin[PrjInfo]\n#begin[X]\n#end[X]\n",
+                kGAEBMalformed, 2, "#begin[PrjInfo] never ends"},
+        BadCase{"WrongEnd", "#begin[GAEB]\n#begin[Vergabe]\n#begin[LV]\n#end[Vergabe]\n",
+                kGAEBMalformed, 4, "#end[Vergabe] does not close #begin[LV] of line 3"},
+        BadCase{"WrongEndInKeptBlock",
+                "#begin[GAEB]\n#begin[AG]\n#begin[Adresse]\n#end[AG]\n#end[GAEB]", kGAEBMalformed,
+                4, "does not close #begin[Adresse] of line 3"},
+        BadCase{"ValueWithoutEnd",
+                "#begin[GAEB]\n#begin[GAEBInfo]\n[Version]1.2\n#end[GAEBInfo]\n#end[GAEB]",
                 kGAEBMalformed, 3, "[Version] has no [end]"},
         BadCase{"LineOfMegabytes", "", kGAEBTooLarge, 2, "longer than", LongLine},
         BadCase{"ValueOfManyLines", "", kGAEBTooLarge, 2, "[X] runs over", LongValue},
         BadCase{"NestedThousandsDeep", "", kGAEBTooLarge, 2, "nested deeper than 64", Nested},
-        BadCase{"NestedKnownBlocksDeep", "", kGAEBTooLarge, 65, "nested deeper than 64", NestedRanges},
+        BadCase{"NestedKnownBlocksDeep", "", kGAEBTooLarge, 65, "nested deeper than 64",
+                NestedRanges},
         BadCase{"NulByte", std::string("#begin[GAEB]\n[Version]1\0.2[end]\n", 32), kGAEBBinary, 2,
                 "binary byte 0x00"},
-        BadCase{"EscapeByte", "#begin[GAEB]\n#begin[GAEBInfo]\n\x1B[1m\n", kGAEBBinary, 3, "0x1B"}));
+        BadCase{"EscapeByte", "#begin[GAEB]\n#begin[GAEBInfo]\n\x1B[1m\n", kGAEBBinary, 3,
+                "0x1B"}));
 
 // ---- the real bills -------------------------------------------------------------------------
 
 std::string DataFile(const char* name) {
     const char* root = std::getenv("KBASE_SOURCE_DIR");
     if (root == nullptr) return std::string();
-    for (std::filesystem::path dir = std::filesystem::absolute(root); !dir.empty(); dir = dir.parent_path()) {
+    for (std::filesystem::path dir = std::filesystem::absolute(root); !dir.empty();
+         dir = dir.parent_path()) {
         const auto p = dir / "shared" / "data" / "gaeb" / name;
         if (std::filesystem::exists(p)) return p.string();
         if (dir == dir.parent_path()) break;
@@ -458,7 +485,8 @@ class GaebRealBill : public ::testing::TestWithParam<RealBill> {};
 TEST_P(GaebRealBill, LoadsEveryPositionAndStoresBackWithoutLosingALine) {
     const RealBill& c = GetParam();
     const std::string path = DataFile(c.file);
-    if (path.empty()) GTEST_SKIP() << c.file << " not found (shared/data/gaeb beside the source tree)";
+    if (path.empty())
+        GTEST_SKIP() << c.file << " not found (shared/data/gaeb beside the source tree)";
     const std::string in = ReadFile(path);
     UtGAEB g;
     UtGAEBLoadReport report;
@@ -494,14 +522,15 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(RealBill{"ddrews_LV_Los01.P83", 13, 3, 1, "010010", "02"},
                       RealBill{"ddrews_LV_Los02.P83", 121, 24, 2, "01010010", "0101"},
                       RealBill{"ddrews_Flechtingen_GS_AA.p83", 585, 41, 2, " 1 1   1", "1 1"},
-                      RealBill{"ddrews_3726_LV_Photovoltaikanlage_GAEB_2000.p83", 106, 13, 2, "11 1",
-                               "11"}));
+                      RealBill{"ddrews_3726_LV_Photovoltaikanlage_GAEB_2000.p83", 106, 13, 2,
+                               "11 1", "11"}));
 
 // ---- the search helpers ---------------------------------------------------------------------
 
 TEST(GaebHelpers, FindInFileAndReadFromFile) {
     const std::string text =
-        "#begin[GAEB]\n [VersMon]11[end]\n [Menge]12,5[end]\n [Langtext]a [en\nb[end]\n [DP]x[end]\n";
+        "#begin[GAEB]\n [VersMon]11[end]\n [Menge]12,5[end]\n [Langtext]a [en\nb[end]\n "
+        "[DP]x[end]\n";
     FILE* f = MemoryFile(text);
     EXPECT_EQ(UtGAEBObject::FindInFile(f, "#begin[GAEB]"), kGAEBOk);
     short s = 0;
@@ -537,7 +566,8 @@ TEST(GaebHelpers, FindInFileAndReadFromFile) {
 
     // Text behind an inner end tag stays on that tag's line (as a line of its own, "[Datum]" would
     // open a value when read back).
-    const std::string tail = "#begin[GAEB]\n #begin[GAEBInfo]\n  [Version]1[end]\n #end[GAEBInfo][Datum]\n#end[GAEB]";
+    const std::string tail =
+        "#begin[GAEB]\n #begin[GAEBInfo]\n  [Version]1[end]\n #end[GAEBInfo][Datum]\n#end[GAEB]";
     UtGAEB t;
     ASSERT_EQ(LoadText(t, tail), kGAEBOk);
     EXPECT_EQ(StoreText(t), tail);

@@ -213,7 +213,8 @@ INSTANTIATE_TEST_SUITE_P(
                   },
                   3, "   [Datum]31.12.2025[end]\n"},
         StoreCase{"RangeLevelWritesItsBez", [] { return Own(Glied("LVStufe", "Los", 2, 1)); }, 0,
-                  "#begin[LVGlied]\n [Typ]LVStufe[end]\n [Bez]Los[end]\n [Laenge]2[end]\n#end[LVGlied]\n"},
+                  "#begin[LVGlied]\n [Typ]LVStufe[end]\n [Bez]Los[end]\n "
+                  "[Laenge]2[end]\n#end[LVGlied]\n"},
         StoreCase{"RangeLevelWithItsFlagClearedWritesNoBez",
                   [] { return Own(Glied("LVStufe", "Los", 2, 0)); }, 0,
                   "#begin[LVGlied]\n [Typ]LVStufe[end]\n [Laenge]2[end]\n#end[LVGlied]\n"},
@@ -221,7 +222,8 @@ INSTANTIATE_TEST_SUITE_P(
                   "  #begin[LVGlied]\n   [Typ]Position[end]\n   [Laenge]4[end]\n  #end[LVGlied]\n"},
         StoreCase{"OtherLevelWritesNoBez", [] { return Own(Glied("Index", "Idx", 1, 1)); }, 0,
                   "#begin[LVGlied]\n [Typ]Index[end]\n [Laenge]1[end]\n#end[LVGlied]\n"},
-        StoreCase{"QuantityHasThreeDecimalsRounded", [] { return Own(FlaggedPosition(1, 1, 1)); }, 0,
+        StoreCase{"QuantityHasThreeDecimalsRounded", [] { return Own(FlaggedPosition(1, 1, 1)); },
+                  0,
                   "#begin[Position]\n [OZ]1[end]\n [Menge]2.001[end]\n [ME]m[end]\n"
                   " #begin[Beschreibung]\n  [Langtext]l[end]\n  [Kurztext]k[end]\n"
                   " #end[Beschreibung]\n#end[Position]\n"},
@@ -229,32 +231,38 @@ INSTANTIATE_TEST_SUITE_P(
                   "#begin[Position]\n [OZ]1[end]\n [ME]m[end]\n#end[Position]\n"},
         StoreCase{"UnitAndDescriptionFlagsCleared", [] { return Own(FlaggedPosition(1, 0, 0)); }, 0,
                   "#begin[Position]\n [OZ]1[end]\n [Menge]2.001[end]\n#end[Position]\n"},
-        StoreCase{"NegativeAndLargeQuantities",
-                  [] {
-                      auto* l = new UtGAEBLV;
-                      l->AddLVEntity(MakePosition("a", -0.0005, "kg", "", nullptr));
-                      l->AddLVEntity(MakePosition("b", 1234567.8916, "kg", "", nullptr));
-                      for (int i = 0; i < 2; ++i) {
-                          static_cast<UtGAEBPosition*>(l->GetLVEntityPtr(i))->SetMEFlag(0);
-                          static_cast<UtGAEBPosition*>(l->GetLVEntityPtr(i))->SetBeschreibungFlag(0);
-                      }
-                      return Own(l);
-                  },
-                  0,
-                  "#begin[LV]\n #begin[LVInfo]\n  [Name][end]\n  [Bez][end]\n  [KurzLang]0[end]\n"
-                  " #end[LVInfo]\n #begin[Position]\n  [OZ]a[end]\n  [Menge]-0.001[end]\n"
-                  " #end[Position]\n #begin[Position]\n  [OZ]b[end]\n  [Menge]1234567.892[end]\n"
-                  " #end[Position]\n#end[LV]\n"},
-        StoreCase{"DescriptionWithoutLongText", [] { return Own(new UtGAEBBeschreibung); }, 1,
-                  " #begin[Beschreibung]\n  [Langtext][end]\n  [Kurztext][end]\n #end[Beschreibung]\n"},
+        StoreCase{
+            "NegativeAndLargeQuantities",
+            [] {
+                auto* l = new UtGAEBLV;
+                l->AddLVEntity(MakePosition("a", -0.0005, "kg", "", nullptr));
+                l->AddLVEntity(MakePosition("b", 1234567.8916, "kg", "", nullptr));
+                for (int i = 0; i < 2; ++i) {
+                    static_cast<UtGAEBPosition*>(l->GetLVEntityPtr(i))->SetMEFlag(0);
+                    static_cast<UtGAEBPosition*>(l->GetLVEntityPtr(i))->SetBeschreibungFlag(0);
+                }
+                return Own(l);
+            },
+            0,
+            "#begin[LV]\n #begin[LVInfo]\n  [Name][end]\n  [Bez][end]\n  [KurzLang]0[end]\n"
+            " #end[LVInfo]\n #begin[Position]\n  [OZ]a[end]\n  [Menge]-0.001[end]\n"
+            " #end[Position]\n #begin[Position]\n  [OZ]b[end]\n  [Menge]1234567.892[end]\n"
+            " #end[Position]\n#end[LV]\n"},
+        StoreCase{
+            "DescriptionWithoutLongText", [] { return Own(new UtGAEBBeschreibung); }, 1,
+            " #begin[Beschreibung]\n  [Langtext][end]\n  [Kurztext][end]\n #end[Beschreibung]\n"},
         StoreCase{"RangeWithoutEntities",
                   [] {
                       auto* r = new UtGAEBLVBereich;
                       r->SetOZ(" 1");
-                      r->SetBez("Stra\xDF" "e");
+                      r->SetBez(
+                          "Stra\xDF"
+                          "e");
                       return Own(r);
                   },
-                  0, "#begin[LVBereich]\n [OZ] 1[end]\n [Bez]Stra\xDF" "e[end]\n#end[LVBereich]\n"},
+                  0,
+                  "#begin[LVBereich]\n [OZ] 1[end]\n [Bez]Stra\xDF"
+                  "e[end]\n#end[LVBereich]\n"},
         StoreCase{"MainObjectWritesNothing", [] { return Own(new UtGAEBHauptobjekt); }, 0, ""}));
 
 TEST(GaebStore, NullFileGives3011ForEveryClass) {
@@ -306,7 +314,8 @@ TEST(GaebStore, FailedWriteKeepsWhatWasWrittenAndStopsTheBlock) {
         g->SetFlag(0);
         EXPECT_EQ(g->Store(f, 0), kGAEBWriteFailed) << room;
         std::fclose(f);
-        EXPECT_EQ(std::string(buf.data(), std::strlen(buf.data())), full.substr(0, std::strlen(buf.data())));
+        EXPECT_EQ(std::string(buf.data(), std::strlen(buf.data())),
+                  full.substr(0, std::strlen(buf.data())));
         EXPECT_GE(std::strlen(buf.data()) + 64, room) << "most of the room is used";
     }
 }
@@ -337,9 +346,13 @@ TEST(GaebStore, SettersCutLongTextAndReportCharactersThatCp1252Lacks) {
     EXPECT_EQ(p.SetOZ(std::string(kGAEBSizeOZ - 1, '2').c_str()), kGAEBOk);
 
     // UTF-8 "Fläche €" becomes 1252 bytes; a Greek letter has no place in 1252.
-    EXPECT_EQ(p.SetME(UtCString("Fl\xC3\xA4" "che \xE2\x82\xAC", eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)),
+    EXPECT_EQ(p.SetME(UtCString("Fl\xC3\xA4"
+                                "che \xE2\x82\xAC",
+                                eUtEncodingTypeUtf8, eUtEncodingTypeUtf8)),
               kGAEBOk);
-    EXPECT_STREQ(p.GetME(), "Fl\xE4" "che \x80");
+    EXPECT_STREQ(p.GetME(),
+                 "Fl\xE4"
+                 "che \x80");
     EXPECT_EQ(p.SetME(UtCString(u"m\u00B2 \u03A9")), kGAEBTextReplaced);
     EXPECT_STREQ(p.GetME(), "m\xB2 ?");
     EXPECT_EQ(p.SetME(UtCString(std::u16string(40, u'\u03A9'))), kGAEBTextReplaced | kGAEBTextCut);

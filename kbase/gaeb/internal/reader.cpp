@@ -73,7 +73,8 @@ int Reader::Fail(int status, uint64_t line, const std::string& message) {
 }
 
 void Reader::Note(uint64_t line, const std::string& message) {
-    if (report_ != nullptr) report_->notes.push_back("line " + std::to_string(line) + ": " + message);
+    if (report_ != nullptr)
+        report_->notes.push_back("line " + std::to_string(line) + ": " + message);
 }
 
 bool Reader::Fill() {
@@ -118,13 +119,15 @@ bool Reader::ReadLine(std::string& line) {
             if (c >= 0x20) continue;
             if (c == '\n' || c == '\r') break;
             if (IsBinary(c)) {
-                Fail(kGAEBBinary, lineNo_ + 1, "binary byte 0x" + std::string(1, "0123456789ABCDEF"[c >> 4]) +
-                                                   "0123456789ABCDEF"[c & 15] + " in a text file");
+                Fail(kGAEBBinary, lineNo_ + 1,
+                     "binary byte 0x" + std::string(1, "0123456789ABCDEF"[c >> 4]) +
+                         "0123456789ABCDEF"[c & 15] + " in a text file");
                 return false;
             }
         }
         if (line.size() + i > kMaxLine) {
-            Fail(kGAEBTooLarge, lineNo_ + 1, "a line longer than " + std::to_string(kMaxLine) + " bytes");
+            Fail(kGAEBTooLarge, lineNo_ + 1,
+                 "a line longer than " + std::to_string(kMaxLine) + " bytes");
             return false;
         }
         line.append(p, i);
@@ -170,7 +173,8 @@ bool Reader::Next(Token& token) {
     token.kind = Kind::kOther;
     if (plain_ || s.empty() || s[0] != '[') return true;
     const size_t close = s.find(']');
-    if (close == std::string_view::npos || close == 1 || s.substr(1, close - 1).find('[') != std::string_view::npos) {
+    if (close == std::string_view::npos || close == 1 ||
+        s.substr(1, close - 1).find('[') != std::string_view::npos) {
         return true;
     }
     token.name.assign(s.substr(1, close - 1));
@@ -187,7 +191,8 @@ bool Reader::Next(Token& token) {
         token.raw.append(line_);
         token.raw.push_back('\n');
         if (token.raw.size() > kMaxValue) {
-            Fail(kGAEBTooLarge, token.line, "[" + token.name + "] runs over " + std::to_string(kMaxValue) + " bytes");
+            Fail(kGAEBTooLarge, token.line,
+                 "[" + token.name + "] runs over " + std::to_string(kMaxValue) + " bytes");
             return false;
         }
         token.value.push_back('\n');
@@ -210,7 +215,8 @@ bool Reader::CaptureBlock(const Token& begin, std::string& raw) {
     Token t;
     while (!open.empty()) {
         if (static_cast<int>(open.size()) + depth_ > kMaxDepth) {
-            Fail(kGAEBTooLarge, begin.line, "blocks nested deeper than " + std::to_string(kMaxDepth));
+            Fail(kGAEBTooLarge, begin.line,
+                 "blocks nested deeper than " + std::to_string(kMaxDepth));
             return false;
         }
         if (!Next(t)) return false;
@@ -225,8 +231,8 @@ bool Reader::CaptureBlock(const Token& begin, std::string& raw) {
             case Kind::kEnd:
                 if (!NameIs(t.name, open.back().c_str())) {
                     Fail(kGAEBMalformed, t.line,
-                         "#end[" + t.name + "] does not close #begin[" + open.back() + "] of line " +
-                             std::to_string(lines.back()));
+                         "#end[" + t.name + "] does not close #begin[" + open.back() +
+                             "] of line " + std::to_string(lines.back()));
                     return false;
                 }
                 open.pop_back();
@@ -245,7 +251,8 @@ bool Reader::ReadRest(std::string& raw) {
         raw.append(line_);
         if (terminated_) raw.push_back('\n');
         if (raw.size() > kMaxValue) {
-            Fail(kGAEBTooLarge, lineNo_, "more than " + std::to_string(kMaxValue) + " bytes after #end[GAEB]");
+            Fail(kGAEBTooLarge, lineNo_,
+                 "more than " + std::to_string(kMaxValue) + " bytes after #end[GAEB]");
             return false;
         }
     }

@@ -13,9 +13,9 @@ struct UtGAEBLoadReport;
 
 namespace kbase_gaeb_internal {
 
-constexpr size_t kMaxLine = size_t{1} << 20;   // bytes of one line
-constexpr size_t kMaxValue = size_t{16} << 20; // bytes of one value, line feeds included
-constexpr int kMaxDepth = 64;                  // nested blocks
+constexpr size_t kMaxLine = size_t{1} << 20;    // bytes of one line
+constexpr size_t kMaxValue = size_t{16} << 20;  // bytes of one value, line feeds included
+constexpr int kMaxDepth = 64;                   // nested blocks
 
 enum class Kind { kBegin, kEnd, kValue, kOther, kEof };
 
@@ -29,7 +29,8 @@ struct Token {
 
 // Verbatim text of one object: items written after the slot they followed.
 struct KeptItem {
-    int anchor;  // -1 before the begin tag, 0 after it, k after slot k, kAfterEnd on the end tag's line
+    int anchor;  // -1 before the begin tag, 0 after it, k after slot k, kAfterEnd on the end tag's
+                 // line
     int shadow;  // > 0: holds slot shadow's value as written
     std::string raw;
 };
@@ -42,7 +43,7 @@ struct Kept {
 bool NameIs(std::string_view name, const char* literal);
 
 class Reader {
-public:
+  public:
     Reader(FILE* file, UtGAEBLoadReport* report) : file_(file), report_(report) {}
 
     // The next token; kEof at the end. False after a failure (Status and the report say which).
@@ -78,7 +79,7 @@ public:
     // then also kept as written.
     bool keepAsShadow = false;
 
-private:
+  private:
     bool ReadLine(std::string& line);  // false at the end or on a failure
     bool Fill();
 
