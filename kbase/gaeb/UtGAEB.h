@@ -46,6 +46,9 @@
 //    the RTF short texts real writers produce); the date is held as "DD.MM.YYYY";
 //  - the flag word: the root's is the close-after-store flag (1), an outline level's lets a range
 //    level write its "[Bez]" (1); every other object starts with 0 and does not read it;
+//  - the award block exists exactly while the type is 1 (SetGAEBType to another type destroys it),
+//    so that the root writing "the award when present" and "a root of another type writes only
+//    the info" never disagree;
 //  - UtGAEBHauptobjekt is an empty stand-in that writes nothing;
 //  - the root's Store also reports a failed final flush or close as 1007, since a buffered write
 //    fails only then;
