@@ -75,6 +75,13 @@ class GaebCommands {
         return gaebApp_->parsed() ? "kbase gaeb" : nullptr;
     }
 
+    // Reports a parser error of boq or gaeb as every job does; the usage exit code.
+    int UsageError(const CLI::ParseError& e) const {
+        const char* who = Who();
+        std::cerr << who << ": " << e.what() << "\nRun '" << who << " --help' for more information.\n";
+        return kExitUsage;
+    }
+
     // Runs the job that was named; -1 when none was.
     int Run() {
         if (boqApp_->parsed()) return Boq(boq_, std::cout, std::cerr);

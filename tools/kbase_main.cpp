@@ -37,6 +37,8 @@ int main(int argc, char** argv) {
         app.set_version_flag("--version", std::string(KbaseVersion()));
         app.require_subcommand(1);
         app.footer(kbase_tool::kExitCodeHelp);
+        kbase_tool::GaebCommands gaebCommands;  // boq and gaeb
+        gaebCommands.Add(app);
 
         kbase_tool::RecodeOptions recode;
         CLI::App* rc = app.add_subcommand(
@@ -112,16 +114,13 @@ int main(int argc, char** argv) {
                        "Memory for sorting before spilling to temporary files (default 1G)");
         cs->add_flag("--no-progress", noProgress, "Never draw a progress bar");
 
-        kbase_tool::GaebCommands gaebCommands;  // boq and gaeb
-        gaebCommands.Add(app);
-
         try {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
+            if (gaebCommands.Who() != nullptr) return gaebCommands.UsageError(e);
             // Every other parser error is a usage error, whatever number CLI11 gives it.
             const char* who = rc->parsed() ? "kbase recode" : cs->parsed() ? "kbase csv" : "kbase";
-            if (const char* gaebWho = gaebCommands.Who()) who = gaebWho;
             std::cerr << who << ": " << e.what() << "\nRun '" << who
                       << " --help' for more information.\n";
             return kbase_tool::kExitUsage;
