@@ -78,7 +78,8 @@ class GaebCommands {
     // Reports a parser error of boq or gaeb as every job does; the usage exit code.
     int UsageError(const CLI::ParseError& e) const {
         const char* who = Who();
-        std::cerr << who << ": " << e.what() << "\nRun '" << who << " --help' for more information.\n";
+        std::cerr << who << ": " << e.what() << "\nRun '" << who
+                  << " --help' for more information.\n";
         return kExitUsage;
     }
 

@@ -176,7 +176,9 @@ class KBASE_API UtGAEBObject {
     // Takes one token of the object's block; returns the slot it filled, 0 when the object has
     // no place for it (it is then kept verbatim), or a negative status.
     virtual int ReadToken(kbase_gaeb_internal::Reader& reader, kbase_gaeb_internal::Token& token);
-    // Called after the block's end tag was read.
+    // Called before the block is read (lists emptied, flags as after construction) and after its
+    // end tag was read.
+    virtual void BeginLoad() {}
     virtual void FinishLoad(kbase_gaeb_internal::Reader& reader);
     // Reads the rest of the block whose begin tag was just read.
     [[nodiscard]] int LoadBlock(kbase_gaeb_internal::Reader& reader,
@@ -320,6 +322,7 @@ class KBASE_API UtGAEBLVInfo : public UtGAEBObject {
     // Destroys every outline level.
     void ResetLVGliedList();
 
+    void BeginLoad() override { ResetLVGliedList(); }
     int GetSlotCount() const override { return kGlieder - 1 + GetLVGliedCount(); }
     int GetFixedSlotCount() const override { return kGlieder - 1; }
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
@@ -387,6 +390,7 @@ class KBASE_API UtGAEBLVBereich : public UtGAEBLVEntity {
     // This range's nested range with that OZ (this one itself not included).
     UtGAEBLVBereich* FindLVBereich(const char* oz) const { return entities_.FindLVBereich(oz); }
 
+    void BeginLoad() override { entities_.Reset(); }
     int GetSlotCount() const override { return kEntities - 1 + entities_.Count(); }
     int GetFixedSlotCount() const override { return kEntities - 1; }
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;
@@ -478,6 +482,7 @@ class KBASE_API UtGAEBLV : public UtGAEBObject {
     // The range with that OZ at any depth; null when none.
     UtGAEBLVBereich* FindLVBereich(const char* oz) const { return entities_.FindLVBereich(oz); }
 
+    void BeginLoad() override { entities_.Reset(); }
     int GetSlotCount() const override { return kEntities - 1 + entities_.Count(); }
     int GetFixedSlotCount() const override { return kEntities - 1; }
     [[nodiscard]] int StoreSlot(FILE* file, int indent, int slot) override;

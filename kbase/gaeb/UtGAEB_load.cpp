@@ -80,6 +80,8 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
             "blocks nested deeper than " + std::to_string(kbase_gaeb_internal::kMaxDepth));
     }
     seen_ = 0;
+    ResetKept();  // what an earlier load kept
+    BeginLoad();
     int last = 0;
     Token t;
     for (;;) {
@@ -169,12 +171,11 @@ int UtGAEBObject::Load(FILE* file, UtGAEBLoadReport* report) {
     reader.SetPlain(false);
     int status = reader.Status();
     if (status == kGAEBOk) {
-        ResetKept();
+        status = LoadBlock(reader, t);
         if (!before.empty()) {
             Keep(-1, 0, std::move(before));
             reader.CountKept();
         }
-        status = LoadBlock(reader, t);
     }
     if (status == kGAEBOk && root) {
         // The trailer some writers put after the root's end tag ("1272|3096"), kept to the byte.

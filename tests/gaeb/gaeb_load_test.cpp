@@ -321,6 +321,8 @@ TEST(GaebLoad, ForeignFileLoadsWhatTheModelHoldsAndStoresBackEverything) {
     UtGAEB again;
     ASSERT_EQ(LoadText(again, out), kGAEBOk);
     EXPECT_EQ(StoreText(again), out);
+    ASSERT_EQ(LoadText(again, kForeign), kGAEBOk);  // a second load replaces the first
+    EXPECT_EQ(StoreText(again), out);
 
     // Setting a value that was kept as written replaces the kept line.
     p2->SetMenge(2);
