@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the kbase program and runs it on the bundled sample: a German Windows-1252 text is
+# Builds the kbase program and runs it on the bundled samples: the quantity takeoff of a small
+# house becomes a GAEB bill of quantities, shown as a tree; a German Windows-1252 text is
 # recoded to UTF-8 (with normalisation) and back, and the round trip is checked byte for byte;
 # the bundled order list is described and totalled per district.
 set -euo pipefail
@@ -10,6 +11,9 @@ cmake --build --preset release --target kbase
 kbase=build/release/tools/kbase
 out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
+"$kbase" boq examples/boq/einfamilienhaus.csv -o "$out/einfamilienhaus.X83" --title "Einfamilienhaus"
+echo "--- examples/boq/einfamilienhaus.csv as a GAEB bill (kbase gaeb show):"
+"$kbase" gaeb show "$out/einfamilienhaus.X83"
 "$kbase" recode --from 1252 --to 65001 --normalize C examples/german_1252.txt "$out/german_utf8.txt"
 echo "--- examples/german_1252.txt as UTF-8:"
 cat "$out/german_utf8.txt"

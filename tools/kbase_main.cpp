@@ -6,6 +6,7 @@
 #include "basert/fileio.h"
 #include "codepages.h"
 #include "csv.h"
+#include "gaeb_cli.h"
 #include "io.h"
 #include "kbase/version.h"
 #include "recode.h"
@@ -37,6 +38,8 @@ int main(int argc, char** argv) {
         app.set_version_flag("--version", std::string(KbaseVersion()));
         app.require_subcommand(1);
         app.footer(kbase_tool::kExitCodeHelp);
+        kbase_tool::GaebCommands gaebCommands;  // boq and gaeb
+        gaebCommands.Add(app);
 
         kbase_tool::RecodeOptions recode;
         CLI::App* rc = app.add_subcommand(
@@ -151,6 +154,7 @@ int main(int argc, char** argv) {
             app.parse(argc, argv);
         } catch (const CLI::ParseError& e) {
             if (e.get_exit_code() == 0) return app.exit(e);  // --help, --version, --list
+            if (gaebCommands.Who() != nullptr) return gaebCommands.UsageError(e);
             // Every other parser error is a usage error, whatever number CLI11 gives it.
             const char* who = rc->parsed()   ? "kbase recode"
                               : cs->parsed() ? "kbase csv"
@@ -166,6 +170,7 @@ int main(int argc, char** argv) {
             csv.progress = !noProgress && UtFileIsTerminal(stderr);
             return kbase_tool::Csv(csv, std::cout, std::cerr);
         }
+        if (const int gaebRc = gaebCommands.Run(); gaebRc >= 0) return gaebRc;
         return kbase_tool::kExitUsage;
     } catch (const std::bad_alloc&) {
         std::cerr << "kbase: out of memory\n";

@@ -49,6 +49,40 @@ untouched() {
 }
 
 case $group in
+gaeb)
+    # kbase boq and kbase gaeb: the bundled takeoff, standard streams, the exit-code table.
+    TAKEOFF="$(dirname "$SAMPLE")/boq/einfamilienhaus.csv"
+    export TAKEOFF
+    expect 0 'Exit codes:' '"$K" boq --help'
+    expect 0 'Exit codes:' '"$K" gaeb show --help'
+    expect 0 '' '"$K" boq "$TAKEOFF" -o haus.X83 --date 01.03.2026'
+    expect 0 '^#end\[GAEB\]$' 'tail -c 10 haus.X83; echo'
+    expect 0 '43 positions in 9 ranges' '"$K" gaeb show haus.X83'
+    expect 0 '01.02.0040  Betonstahl B500B  3882.500 kg' '"$K" gaeb show - < haus.X83'
+    expect 0 '' '"$K" gaeb csv haus.X83 haus.csv && "$K" boq haus.csv --name einfamilienhaus --date 01.03.2026 > again.X83 && cmp haus.X83 again.X83'
+    expect 0 '' '"$K" boq - --name einfamilienhaus --date 01.03.2026 < "$TAKEOFF" | cmp - haus.X83'
+    expect 0 '' '"$K" gaeb copy haus.X83 copy.X83 && cmp haus.X83 copy.X83'
+    expect 0 '457 lines, 43 positions, 9 ranges, 0 blocks' '"$K" gaeb check haus.X83'
+    # 1: input and output; 2: usage; 3: content. A failed run leaves the output as it was.
+    echo previous >keep.X83
+    expect 1 "kbase boq: cannot open 'missing.csv'" '"$K" boq missing.csv -o keep.X83'
+    untouched keep.X83
+    expect 1 "kbase gaeb show: cannot open 'missing.X83'" '"$K" gaeb show missing.X83'
+    if [ -w /dev/full ]; then
+        expect 1 "cannot write '/dev/full'" '"$K" boq "$TAKEOFF" -o /dev/full'
+        expect 1 "cannot write '/dev/full'" '"$K" gaeb copy haus.X83 /dev/full'
+    fi
+    expect 2 'kbase gaeb: .*subcommand' '"$K" gaeb'
+    expect 2 'kbase boq: .*--bogus' '"$K" boq "$TAKEOFF" --bogus'
+    expect 2 'kbase boq: --map needs KEY=NAME' '"$K" boq "$TAKEOFF" --map preis=Preis'
+    printf 'OZ,Kurztext,Menge,ME\n01.0010,Aushub,12,m3\n01.0010,Aushub,zwei,m3\n' >bad.csv
+    expect 3 "kbase boq: 'bad.csv' line 3: quantity 'zwei' is no number" '"$K" boq bad.csv -o keep.X83'
+    untouched keep.X83
+    printf '#begin[GAEB]\n#begin[Vergabe]\n' >bad.X83
+    expect 3 "kbase gaeb check: 'bad.X83': line 2: #begin\[Vergabe\] never ends" '"$K" gaeb check bad.X83'
+    expect 3 'line 2: #begin' '"$K" gaeb copy bad.X83 keep.X83'
+    untouched keep.X83
+    ;;
 exit-codes)
     # 0: done; help, version and the list of code pages are no errors.
     expect 0 'Exit codes:' '"$K" --help'

@@ -1,0 +1,720 @@
+// The GAEB classes: fields, lists and the stored form.
+#include "kbase/gaeb/UtGAEB.h"
+
+#include <charconv>
+#include <cstring>
+#include <ctime>
+
+#include "basert/files.h"
+#include "kbase/gaeb/internal/reader.h"
+
+using kbase_gaeb_internal::kAfterEnd;
+using kbase_gaeb_internal::Kept;
+
+namespace {
+
+constexpr auto kFileCodePage = eUtEncodingTypeAnsi1252;
+
+int CopyIn(char* field, size_t size, const char* text) {
+    if (text == nullptr) text = "";
+    size_t n = std::strlen(text);
+    int status = kGAEBOk;
+    if (n > size - 1) {
+        n = size - 1;  // 1252 has one byte per character, so any byte is a character boundary
+        status = kGAEBTextCut;
+    }
+    std::memmove(field, text, n);
+    field[n] = '\0';
+    return status;
+}
+
+// The text in 1252, with kGAEBTextReplaced when a character became '?'.
+int ToFileCodePage(const UtCString& text, UtCString& out) {
+    out = text;
+    if (out.ToAnsiIfRepresentable(kFileCodePage)) return kGAEBOk;
+    out.ToAnsi(kFileCodePage);
+    return kGAEBTextReplaced;
+}
+
+int CopyIn(char* field, size_t size, const UtCString& text) {
+    UtCString converted;
+    const int status = ToFileCodePage(text, converted);
+    return status | CopyIn(field, size, converted.ptr());
+}
+
+// Copies a field into a caller's buffer; kGAEBTextCut when it does not fit, 3011 for no buffer.
+int CopyOut(const char* field, char* out, size_t size) {
+    if (out == nullptr || size == 0) return kGAEBNullFile;
+    return CopyIn(out, size, field);
+}
+
+// A store writes through one buffer per thread, so that a bill of many short lines reaches the
+// stream in large writes; the outermost Store hands it on before it returns. A failed write stops
+// the buffer: what was handed on stays written, later lines are refused.
+struct Pending {
+    FILE* file = nullptr;
+    std::string buf;
+    int depth = 0;
+    bool failed = false;
+};
+thread_local Pending pending;
+constexpr size_t kChunk = size_t{1} << 20;
+
+bool Drain() {
+    if (!pending.failed && !pending.buf.empty() &&
+        std::fwrite(pending.buf.data(), 1, pending.buf.size(), pending.file) !=
+            pending.buf.size()) {
+        pending.failed = true;
+    }
+    pending.buf.clear();
+    return !pending.failed;
+}
+
+bool Put(FILE* file, const char* p, size_t n) {
+    if (pending.depth == 0 || file != pending.file)
+        return n == 0 || std::fwrite(p, 1, n, file) == n;
+    if (pending.failed) return false;
+    pending.buf.append(p, n);
+    return pending.buf.size() < kChunk || Drain();
+}
+
+// Buffers the writes of one Store call and its children.
+class BufferedStore {
+  public:
+    explicit BufferedStore(FILE* file) : outer_(pending.depth == 0) {
+        if (outer_) {
+            pending.file = file;
+            pending.failed = false;
+            pending.buf.clear();
+        }
+        ++pending.depth;
+    }
+    ~BufferedStore() {
+        if (--pending.depth == 0) {
+            Drain();
+            pending.file = nullptr;
+        }
+    }
+    BufferedStore(const BufferedStore&) = delete;
+    BufferedStore& operator=(const BufferedStore&) = delete;
+    // The status with the handing on of the buffer's rest (outermost call only).
+    int Finish(int status) {
+        if (outer_ && !Drain() && status == kGAEBOk) return kGAEBWriteFailed;
+        return status;
+    }
+
+  private:
+    bool outer_;
+};
+
+// Blanks by the 64; more go out in several writes.
+constexpr char kBlanks[] = "                                                                ";
+
+}  // namespace
+
+// ---- UtGAEBObject -------------------------------------------------------------------------------
+
+UtGAEBObject::UtGAEBObject() = default;
+
+UtGAEBObject::~UtGAEBObject() {
+    delete kept_;
+}
+
+size_t UtGAEBObject::GetKeptCount() const {
+    return kept_ == nullptr ? 0 : kept_->items.size();
+}
+
+void UtGAEBObject::ResetKept() {
+    delete kept_;
+    kept_ = nullptr;
+    absent_ = 0;
+}
+
+void UtGAEBObject::Keep(int anchor, int shadow, std::string raw) {
+    if (kept_ == nullptr) kept_ = new Kept;
+    kept_->items.push_back({anchor, shadow, std::move(raw)});
+}
+
+void UtGAEBObject::SetAbsent(int slot, bool on) {
+    if (slot <= 0 || slot >= 32) return;
+    if (on) {
+        absent_ |= 1u << slot;
+    } else {
+        absent_ &= ~(1u << slot);
+    }
+}
+
+int UtGAEBObject::SetText(char* field, size_t size, int slot, const char* text) {
+    SetAbsent(slot, false);
+    return CopyIn(field, size, text);
+}
+
+int UtGAEBObject::SetText(char* field, size_t size, int slot, const UtCString& text) {
+    SetAbsent(slot, false);
+    return CopyIn(field, size, text);
+}
+
+bool UtGAEBObject::Fresh(int slot) {
+    if (slot <= 0 || slot >= 32) return true;
+    const uint32_t bit = 1u << slot;
+    if ((seen_ & bit) != 0) {
+        duplicate_ = slot;
+        return false;
+    }
+    seen_ |= bit;
+    return true;
+}
+
+int UtGAEBObject::StoreLineStart(FILE* file, int indent) {
+    if (file == nullptr) return kGAEBNullFile;
+    for (int left = indent; left > 0; left -= 64) {
+        if (!Put(file, kBlanks, static_cast<size_t>(left < 64 ? left : 64)))
+            return kGAEBWriteFailed;
+    }
+    return kGAEBOk;
+}
+
+// One write per line: a line is put together first (most lines are short), so that a bill of
+// many positions costs few calls into the stream.
+namespace {
+
+std::string& LineBuffer(int indent) {
+    static thread_local std::string line;
+    line.assign(indent > 0 ? static_cast<size_t>(indent) : 0, ' ');
+    return line;
+}
+
+int PutLine(FILE* file, const std::string& line) {
+    return Put(file, line.data(), line.size()) ? kGAEBOk : kGAEBWriteFailed;
+}
+
+}  // namespace
+
+int UtGAEBObject::StoreTag(FILE* file, int indent, const char* what, bool lineFeed) {
+    if (file == nullptr) return kGAEBNullFile;
+    std::string& line = LineBuffer(indent);
+    line.append(what).append(GetBlockName()).push_back(']');
+    if (lineFeed) line.push_back('\n');
+    return PutLine(file, line);
+}
+
+int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, const char* value) {
+    if (file == nullptr) return kGAEBNullFile;
+    std::string& line = LineBuffer(indent);
+    line.append(1, '[').append(key).append(1, ']').append(value).append("[end]\n");
+    return PutLine(file, line);
+}
+
+int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, int value) {
+    char buf[16];
+    const auto r = std::to_chars(buf, buf + sizeof buf - 1, value);
+    *r.ptr = '\0';
+    return StoreValue(file, indent, key, buf);
+}
+
+int UtGAEBObject::StoreKept(FILE* file, int anchor) const {
+    if (kept_ == nullptr) return kGAEBOk;
+    for (const auto& item : kept_->items) {
+        if (item.anchor != anchor) continue;
+        if (item.shadow > 0 && !IsAbsent(item.shadow)) continue;  // the value was set since
+        if (!Put(file, item.raw.data(), item.raw.size())) return kGAEBWriteFailed;
+    }
+    return kGAEBOk;
+}
+
+int UtGAEBObject::StoreSlot(FILE*, int, int) {
+    return kGAEBOk;
+}
+
+int UtGAEBObject::StoreBlock(FILE* file, int indent, bool lineFeed) {
+    if (file == nullptr) return kGAEBNullFile;
+    BufferedStore buffered(file);
+    int status = StoreKept(file, -1);
+    if (status == kGAEBOk) status = StoreTag(file, indent, "#begin[");
+    if (status == kGAEBOk) status = StoreKept(file, 0);
+    const int slots = GetSlotCount();
+    for (int slot = 1; slot <= slots && status == kGAEBOk; ++slot) {
+        if (!IsAbsent(slot)) status = StoreSlot(file, indent + 1, slot);
+        if (status == kGAEBOk) status = StoreKept(file, slot);
+    }
+    // Text that followed the end tag on its line (a writer's trailer) goes back there.
+    if (status == kGAEBOk) status = StoreTag(file, indent, "#end[", false);
+    if (status == kGAEBOk) status = StoreKept(file, kAfterEnd);
+    if (status == kGAEBOk && lineFeed && !Put(file, "\n", 1)) status = kGAEBWriteFailed;
+    return buffered.Finish(status);
+}
+
+int UtGAEBObject::Store(FILE* file, int indent) {
+    return StoreBlock(file, indent, true);
+}
+
+// ---- UtGAEBDatum --------------------------------------------------------------------------------
+
+UtGAEBDatum::UtGAEBDatum() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+#if defined(_WIN32)
+    localtime_s(&local, &now);
+#else
+    localtime_r(&now, &local);
+#endif
+    SetDate(static_cast<unsigned short>(local.tm_mday),
+            static_cast<unsigned short>(local.tm_mon + 1),
+            static_cast<unsigned short>(local.tm_year + 1900));
+}
+
+void UtGAEBDatum::SetDate(unsigned short day, unsigned short month, unsigned short year) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%02u.%02u.%04u", day, month, year);
+    CopyIn(datum_, sizeof datum_, buf);
+    SetAbsent(1, false);
+}
+
+// Part index of "DD.MM.YYYY": 0 day, 1 month, 2 year.
+unsigned short UtGAEBDatum::Part(int index) const {
+    const char* p = datum_;
+    for (int i = 0; i < index; ++i) {
+        p = std::strchr(p, '.');
+        if (p == nullptr) return 0;
+        ++p;
+    }
+    unsigned value = 0;
+    const char* end = p + std::strcspn(p, ".");
+    const auto r = std::from_chars(p, end, value);
+    return (r.ec == std::errc() && r.ptr == end && value <= 65535)
+               ? static_cast<unsigned short>(value)
+               : 0;
+}
+
+unsigned short UtGAEBDatum::GetDay() const {
+    return Part(0);
+}
+unsigned short UtGAEBDatum::GetMonth() const {
+    return Part(1);
+}
+unsigned short UtGAEBDatum::GetYear() const {
+    return Part(2);
+}
+int UtGAEBDatum::GetDatum(char* out, size_t size) const {
+    return CopyOut(datum_, out, size);
+}
+int UtGAEBDatum::SetDatum(const char* text) {
+    return SetText(datum_, sizeof datum_, 1, text);
+}
+
+int UtGAEBDatum::Store(FILE* file, int indent) {
+    if (file == nullptr) return kGAEBNullFile;
+    return StoreValue(file, indent, "Datum", datum_);
+}
+
+// ---- UtGAEBInfo ---------------------------------------------------------------------------------
+
+UtGAEBInfo::UtGAEBInfo() {
+    CopyIn(version_, sizeof version_, "1.2");
+    CopyIn(zeichensatz_, sizeof zeichensatz_, "ANSI");
+}
+
+int UtGAEBInfo::GetVersion(char* out, size_t size) const {
+    return CopyOut(version_, out, size);
+}
+int UtGAEBInfo::SetVersion(const char* text) {
+    return SetText(version_, sizeof version_, kVersion, text);
+}
+int UtGAEBInfo::SetVersion(const UtCString& text) {
+    return SetText(version_, sizeof version_, kVersion, text);
+}
+void UtGAEBInfo::SetVersMon(short v) {
+    versMon_ = v;
+    SetAbsent(kVersMon, false);
+}
+void UtGAEBInfo::SetVersJahr(short v) {
+    versJahr_ = v;
+    SetAbsent(kVersJahr, false);
+}
+int UtGAEBInfo::GetZeichensatz(char* out, size_t size) const {
+    return CopyOut(zeichensatz_, out, size);
+}
+int UtGAEBInfo::SetZeichensatz(const char* text) {
+    return SetText(zeichensatz_, sizeof zeichensatz_, kZeichensatz, text);
+}
+
+int UtGAEBInfo::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kVersion:
+            return StoreValue(file, indent, "Version", version_);
+        case kVersMon:
+            return StoreValue(file, indent, "VersMon", versMon_);
+        case kVersJahr:
+            return StoreValue(file, indent, "VersJahr", versJahr_);
+        case kDatum:
+            return datum_.Store(file, indent);
+        case kZeichensatz:
+            return StoreValue(file, indent, "Zeichensatz", zeichensatz_);
+        default:
+            return kGAEBOk;
+    }
+}
+
+// ---- UtGAEBLVGlied ------------------------------------------------------------------------------
+
+UtGAEBLVGlied::UtGAEBLVGlied() {
+    flag_ = 1;
+}
+
+GAEB_LV_KEY_TYPE UtGAEBLVGlied::GetKeyType() const {
+    if (std::strcmp(typ_, "LVStufe") == 0) return eGAEBLVKeyLVStufe;
+    if (std::strcmp(typ_, "Position") == 0) return eGAEBLVKeyPosition;
+    return eGAEBLVKeyOther;
+}
+
+int UtGAEBLVGlied::GetTyp(char* out, size_t size) const {
+    return CopyOut(typ_, out, size);
+}
+int UtGAEBLVGlied::SetTyp(const char* text) {
+    return SetText(typ_, sizeof typ_, kTyp, text);
+}
+int UtGAEBLVGlied::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVGlied::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVGlied::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+void UtGAEBLVGlied::SetLaenge(short v) {
+    laenge_ = v;
+    SetAbsent(kLaenge, false);
+}
+
+int UtGAEBLVGlied::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kTyp:
+            return StoreValue(file, indent, "Typ", typ_);
+        case kBez:
+            if (GetKeyType() != eGAEBLVKeyLVStufe || flag_ == 0) return kGAEBOk;
+            return StoreValue(file, indent, "Bez", bez_);
+        case kLaenge:
+            return StoreValue(file, indent, "Laenge", laenge_);
+        default:
+            return kGAEBOk;
+    }
+}
+
+// ---- UtGAEBLVInfo -------------------------------------------------------------------------------
+
+UtGAEBLVInfo::~UtGAEBLVInfo() {
+    ResetLVGliedList();
+}
+
+int UtGAEBLVInfo::GetName(char* out, size_t size) const {
+    return CopyOut(name_, out, size);
+}
+int UtGAEBLVInfo::SetName(const char* text) {
+    return SetText(name_, sizeof name_, kName, text);
+}
+int UtGAEBLVInfo::SetName(const UtCString& text) {
+    return SetText(name_, sizeof name_, kName, text);
+}
+int UtGAEBLVInfo::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVInfo::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVInfo::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+void UtGAEBLVInfo::SetKurzLang(short v) {
+    kurzLang_ = v;
+    SetAbsent(kKurzLang, false);
+}
+void UtGAEBLVInfo::AddLVGlied(UtGAEBLVGlied* glied) {
+    if (glied != nullptr) glieder_.push_back(glied);
+}
+UtGAEBLVGlied* UtGAEBLVInfo::GetLVGliedPtr(int index) const {
+    return (index >= 0 && index < GetLVGliedCount()) ? glieder_[static_cast<size_t>(index)]
+                                                     : nullptr;
+}
+void UtGAEBLVInfo::ResetLVGliedList() {
+    for (UtGAEBLVGlied* g : glieder_) delete g;
+    glieder_.clear();
+}
+
+int UtGAEBLVInfo::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kName:
+            return StoreValue(file, indent, "Name", name_);
+        case kBez:
+            return StoreValue(file, indent, "Bez", bez_);
+        case kKurzLang:
+            return StoreValue(file, indent, "KurzLang", kurzLang_);
+        default: {
+            UtGAEBLVGlied* g = GetLVGliedPtr(slot - kGlieder);
+            return g == nullptr ? kGAEBOk : g->Store(file, indent);
+        }
+    }
+}
+
+// ---- entity lists -------------------------------------------------------------------------------
+
+UtGAEBEntityList::~UtGAEBEntityList() {
+    Reset();
+}
+
+void UtGAEBEntityList::Add(UtGAEBLVEntity* entity) {
+    if (entity != nullptr) items_.push_back(entity);
+}
+
+UtGAEBLVEntity* UtGAEBEntityList::Get(int index) const {
+    return (index >= 0 && index < Count()) ? items_[static_cast<size_t>(index)] : nullptr;
+}
+
+void UtGAEBEntityList::Reset() {
+    for (UtGAEBLVEntity* e : items_) delete e;
+    items_.clear();
+}
+
+namespace {
+
+std::string_view Trimmed(const char* text) {
+    std::string_view s(text);
+    while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
+    while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
+    return s;
+}
+
+}  // namespace
+
+UtGAEBLVBereich* UtGAEBEntityList::FindLVBereich(const char* oz) const {
+    if (oz == nullptr) return nullptr;
+    const std::string_view wanted = Trimmed(oz);
+    for (UtGAEBLVEntity* e : items_) {
+        if (e->GetLVEntityType() != eGAEBLVEntityBereich) continue;
+        auto* range = static_cast<UtGAEBLVBereich*>(e);
+        if (Trimmed(range->GetOZ()) == wanted) return range;
+        if (UtGAEBLVBereich* inner = range->FindLVBereich(oz)) return inner;
+    }
+    return nullptr;
+}
+
+int UtGAEBEntityList::StoreItem(FILE* file, int indent, int index) const {
+    UtGAEBLVEntity* e = Get(index);
+    return e == nullptr ? kGAEBOk : e->Store(file, indent);
+}
+
+UtGAEBLVEntity* UtGAEBEntityList::AddFor(const std::string& blockName) {
+    UtGAEBLVEntity* e = nullptr;
+    if (kbase_gaeb_internal::NameIs(blockName, "LVBereich")) {
+        e = new UtGAEBLVBereich;
+    } else if (kbase_gaeb_internal::NameIs(blockName, "Position")) {
+        e = new UtGAEBPosition;
+    }
+    Add(e);
+    return e;
+}
+
+// ---- UtGAEBLVBereich ----------------------------------------------------------------------------
+
+int UtGAEBLVBereich::GetOZ(char* out, size_t size) const {
+    return CopyOut(oz_, out, size);
+}
+int UtGAEBLVBereich::SetOZ(const char* text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBLVBereich::SetOZ(const UtCString& text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBLVBereich::GetBez(char* out, size_t size) const {
+    return CopyOut(bez_, out, size);
+}
+int UtGAEBLVBereich::SetBez(const char* text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+int UtGAEBLVBereich::SetBez(const UtCString& text) {
+    return SetText(bez_, sizeof bez_, kBez, text);
+}
+
+int UtGAEBLVBereich::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kOZ:
+            return StoreValue(file, indent, "OZ", oz_);
+        case kBez:
+            return StoreValue(file, indent, "Bez", bez_);
+        default:
+            return entities_.StoreItem(file, indent, slot - kEntities);
+    }
+}
+
+// ---- UtGAEBBeschreibung -------------------------------------------------------------------------
+
+int UtGAEBBeschreibung::GetLangtext(char* out, size_t size) const {
+    return CopyOut(langtext_.c_str(), out, size);
+}
+int UtGAEBBeschreibung::SetLangtext(const char* text) {
+    SetAbsent(kLangtext, false);
+    langtext_.assign(text == nullptr ? "" : text);
+    return kGAEBOk;
+}
+int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
+    SetAbsent(kLangtext, false);
+    UtCString converted;
+    const int status = ToFileCodePage(text, converted);
+    langtext_.assign(converted.ptr());
+    return status;
+}
+int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const {
+    return CopyOut(kurztext_.c_str(), out, size);
+}
+
+namespace {
+
+int CopyBounded(std::string& field, size_t size, const char* text) {
+    const size_t n = text == nullptr ? 0 : std::strlen(text);
+    field.assign(text == nullptr ? "" : text, n < size ? n : size - 1);
+    return n < size ? kGAEBOk : kGAEBTextCut;
+}
+
+}  // namespace
+
+int UtGAEBBeschreibung::SetKurztext(const char* text) {
+    SetAbsent(kKurztext, false);
+    return CopyBounded(kurztext_, kGAEBSizeKurztext, text);
+}
+int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
+    SetAbsent(kKurztext, false);
+    UtCString converted;
+    const int status = ToFileCodePage(text, converted);
+    return status | CopyBounded(kurztext_, kGAEBSizeKurztext, converted.ptr());
+}
+
+int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kLangtext:
+            return StoreValue(file, indent, "Langtext", langtext_.c_str());
+        case kKurztext:
+            return StoreValue(file, indent, "Kurztext", kurztext_.c_str());
+        default:
+            return kGAEBOk;
+    }
+}
+
+// ---- UtGAEBPosition -----------------------------------------------------------------------------
+
+int UtGAEBPosition::GetOZ(char* out, size_t size) const {
+    return CopyOut(oz_, out, size);
+}
+int UtGAEBPosition::SetOZ(const char* text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+int UtGAEBPosition::SetOZ(const UtCString& text) {
+    return SetText(oz_, sizeof oz_, kOZ, text);
+}
+void UtGAEBPosition::SetMenge(double v) {
+    menge_ = v;
+    SetAbsent(kMenge, false);
+}
+int UtGAEBPosition::GetME(char* out, size_t size) const {
+    return CopyOut(me_, out, size);
+}
+int UtGAEBPosition::SetME(const char* text) {
+    return SetText(me_, sizeof me_, kME, text);
+}
+int UtGAEBPosition::SetME(const UtCString& text) {
+    return SetText(me_, sizeof me_, kME, text);
+}
+
+int UtGAEBPosition::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kOZ:
+            return StoreValue(file, indent, "OZ", oz_);
+        case kMenge: {
+            if (mengeFlag_ == 0) return kGAEBOk;
+            // "%.3f" without the locale's decimal separator.
+            char buf[400];
+            const auto r =
+                std::to_chars(buf, buf + sizeof buf - 1, menge_, std::chars_format::fixed, 3);
+            if (r.ec != std::errc()) return StoreValue(file, indent, "Menge", "0.000");
+            *r.ptr = '\0';
+            return StoreValue(file, indent, "Menge", buf);
+        }
+        case kME:
+            return meFlag_ == 0 ? kGAEBOk : StoreValue(file, indent, "ME", me_);
+        case kBeschreibung:
+            return beschreibungFlag_ == 0 ? kGAEBOk : beschreibung_.Store(file, indent);
+        default:
+            return kGAEBOk;
+    }
+}
+
+// ---- UtGAEBLV, UtGAEBVergabe, UtGAEBHauptobjekt -------------------------------------------------
+
+int UtGAEBLV::StoreSlot(FILE* file, int indent, int slot) {
+    if (slot == kLVInfo) return info_.Store(file, indent);
+    return entities_.StoreItem(file, indent, slot - kEntities);
+}
+
+void UtGAEBVergabe::SetDP(short v) {
+    dp_ = v;
+    SetAbsent(kDP, false);
+}
+
+int UtGAEBVergabe::StoreSlot(FILE* file, int indent, int slot) {
+    switch (slot) {
+        case kDP:
+            return StoreValue(file, indent, "DP", dp_);
+        case kLV:
+            return lv_.Store(file, indent);
+        default:
+            return kGAEBOk;
+    }
+}
+
+int UtGAEBHauptobjekt::Store(FILE* file, int) {
+    return file == nullptr ? kGAEBNullFile : kGAEBOk;
+}
+
+// ---- UtGAEB -------------------------------------------------------------------------------------
+
+UtGAEB::UtGAEB(GAEB_TYPE type) : type_(eGAEBTypeInfo) {
+    flag_ = 1;
+    SetGAEBType(type);
+}
+
+UtGAEB::~UtGAEB() {
+    delete vergabe_;
+}
+
+void UtGAEB::SetGAEBType(GAEB_TYPE type) {
+    type_ = type;
+    if (type == eGAEBTypeLV) {
+        if (vergabe_ == nullptr) vergabe_ = new UtGAEBVergabe;
+        SetAbsent(kVergabe, false);
+    } else {
+        delete vergabe_;
+        vergabe_ = nullptr;
+    }
+}
+
+FILE* UtGAEB::Open(const UtCString& path, int write) {
+    const std::string utf8 = path.GetUtf8String();
+    return UtFileOpen(utf8.c_str(), write != 0 ? "w" : "r");
+}
+
+int UtGAEB::StoreSlot(FILE* file, int indent, int slot) {
+    if (slot == kInfo) return info_.Store(file, indent);
+    if (slot == kVergabe && vergabe_ != nullptr) return vergabe_->Store(file, indent);
+    return kGAEBOk;
+}
+
+int UtGAEB::Store(FILE* file, int indent) {
+    if (file == nullptr) return kGAEBNullFile;
+    int status = StoreBlock(file, indent, false);
+    // Buffered bytes reach the file only now: their failure is a failed write too.
+    if (flag_ != 0) {
+        if (UtFileClose(file) != 0 && status == kGAEBOk) status = kGAEBWriteFailed;
+    } else if (std::fflush(file) != 0 && status == kGAEBOk) {
+        status = kGAEBWriteFailed;
+    }
+    return status;
+}
