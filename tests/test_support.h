@@ -1,13 +1,45 @@
 // Helpers shared by the test programs: capturing diagnostics and scoping allocation failures.
 #pragma once
 
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
 
 #include "basert/diag.h"
 #include "basert/memory.h"
 
 namespace kbase_test {
+
+// The process environment, the same on every platform (what OsGetEnv and getenv then see).
+inline void SetEnv(const char* name, const char* value) {
+#ifdef _WIN32
+    _putenv_s(name, value);
+#else
+    setenv(name, value, 1);
+#endif
+}
+inline void UnsetEnv(const char* name) {
+#ifdef _WIN32
+    _putenv_s(name, "");  // an empty value removes the variable there
+#else
+    unsetenv(name);
+#endif
+}
+// An anonymous pipe of binary descriptors: fds[0] reads, fds[1] writes. 0 on success.
+inline int MakePipe(int fds[2]) {
+#ifdef _WIN32
+    return _pipe(fds, 1 << 16, _O_BINARY);
+#else
+    return pipe(fds);
+#endif
+}
 
 struct CapturedReport {
     std::string module;
