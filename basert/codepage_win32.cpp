@@ -19,7 +19,7 @@
 
 namespace {
 
-enum class Kind { kSingleByte, kUtf8, kDoubleByte, kGb18030, kOther };
+enum class Kind { kSingleByte, kUtf8, kDoubleByte, kGb18030, kUtf32, kOther };
 
 struct CodePage {
     unsigned short number = 0;
@@ -114,11 +114,20 @@ bool MapsAsciiToItself(unsigned short number) {
 }
 
 std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
-    // UTF-16 is the caller's; UTF-32 and the symbol page have no MultiByteToWideChar form.
-    if (number == 1200 || number == 1201 || number == 256 || number == 65535 || number == 12000 ||
-        number == 12001 || number == 42 || !IsValidCodePage(number)) {
+    // UTF-16 is the caller's; the symbol page has no MultiByteToWideChar form.
+    if (number == 1200 || number == 1201 || number == 256 || number == 65535 || number == 42) {
         return nullptr;
     }
+    // Windows knows UTF-32 (12000 little-endian, 12001 big-endian) by number but converts it only
+    // in .NET, so it is done here.
+    if (number == 12000 || number == 12001) {
+        auto cp = std::make_unique<CodePage>();
+        cp->number = number;
+        cp->kind = Kind::kUtf32;
+        cp->maxBytes = 4;
+        return cp;
+    }
+    if (!IsValidCodePage(number)) return nullptr;
     CPINFOEXW info;
     if (!GetCPInfoExW(number, 0, &info)) return nullptr;
     auto cp = std::make_unique<CodePage>();
@@ -206,6 +215,7 @@ int SequenceLength(const CodePage& cp, const unsigned char* s, int64_t avail) {
         case Kind::kDoubleByte:
             if (!cp.lead[s[0]]) return 1;
             return avail < 2 ? 0 : 2;
+        case Kind::kUtf32: return avail < 4 ? 0 : 4;
         case Kind::kGb18030:
             if (!InRange(s[0], 0x81, 0xFE)) return 1;
             if (avail < 2) return 0;
@@ -213,6 +223,21 @@ int SequenceLength(const CodePage& cp, const unsigned char* s, int64_t avail) {
             return avail < 4 ? 0 : 4;
         default: return 1;
     }
+}
+
+// One UTF-32 character of len bytes (4, or fewer when cut by the end) into out; 0 when invalid.
+int DecodeUtf32(bool bigEndian, const unsigned char* b, int len, wchar_t* out) {
+    if (len != 4) return 0;
+    const uint32_t c = bigEndian ? (uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | b[3])
+                                 : (uint32_t{b[3]} << 24 | uint32_t{b[2]} << 16 | uint32_t{b[1]} << 8 | b[0]);
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
+    if (c < 0x10000) {
+        out[0] = static_cast<wchar_t>(c);
+        return 1;
+    }
+    out[0] = static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
+    out[1] = static_cast<wchar_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+    return 2;
 }
 
 // Converts the text sequence by sequence: an invalid or unassigned sequence becomes U+FFFD. A
@@ -226,8 +251,9 @@ int64_t WalkToUtf16(const CodePage& cp, const unsigned char* s, int64_t n, char1
         int len = SequenceLength(cp, s + i, n - i);
         if (len == 0) len = static_cast<int>(n - i);  // cut by the end of the text: invalid
         wchar_t out[4];
-        int got = MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0,
-                                      reinterpret_cast<const char*>(s + i), len, out, 4);
+        int got = cp.kind == Kind::kUtf32 ? DecodeUtf32(cp.number == 12001, s + i, len, out)
+                                          : MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0,
+                                                                reinterpret_cast<const char*>(s + i), len, out, 4);
         if (got <= 0 && cp.kind == Kind::kDoubleByte && len == 2 && s[i + 1] < 0x80) len = 1;
         if (got <= 0 || (cp.kind == Kind::kOther && got == 1 && out[0] == 0xFFFD)) {
             if (firstBad != nullptr && *firstBad < 0) *firstBad = i;
@@ -246,6 +272,9 @@ int64_t SystemToUtf16(const CodePage& cp, const char* src, int64_t n, char16_t* 
                       int64_t& rep, int64_t* firstBad) {
     if (n > INT_MAX || cap > INT_MAX) return kBrConvNoRoom;  // Win32 counts in 32 bits
     if (n == 0) return 0;
+    if (cp.kind == Kind::kUtf32) {
+        return WalkToUtf16(cp, reinterpret_cast<const unsigned char*>(src), n, dst, cap, rep, firstBad);
+    }
     auto* w = reinterpret_cast<wchar_t*>(dst);
     const int got = MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0, src,
                                         static_cast<int>(n), w, static_cast<int>(cap));
@@ -270,6 +299,20 @@ int EncodeOne(const CodePage& cp, const char16_t* u, int units, char* out, int64
         }
         return WideCharToMultiByte(CP_UTF8, 0, reinterpret_cast<const wchar_t*>(u), units, out, 8,
                                    nullptr, nullptr);
+    }
+    if (cp.kind == Kind::kUtf32) {
+        uint32_t c = u[0];
+        if (lone) {
+            ++rep;
+            c = 0xFFFD;
+        } else if (units == 2) {
+            c = 0x10000 + ((uint32_t{u[0]} - 0xD800) << 10) + (uint32_t{u[1]} - 0xDC00);
+        }
+        for (int k = 0; k < 4; ++k) {
+            const int shift = cp.number == 12001 ? 24 - 8 * k : 8 * k;
+            out[k] = static_cast<char>((c >> shift) & 0xFF);
+        }
+        return 4;
     }
     BOOL used = FALSE;
     int got = 0;
@@ -296,9 +339,11 @@ int64_t SystemFromUtf16(const CodePage& cp, const char16_t* src, int64_t n, char
     if (cp.kind == Kind::kUtf8) {
         got = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, w, static_cast<int>(n), dst,
                                   static_cast<int>(cap), nullptr, nullptr);
-    } else if (cp.flagsAllowed) {
+    } else if (cp.flagsAllowed && cp.kind != Kind::kUtf32) {
         got = WideCharToMultiByte(cp.number, WC_NO_BEST_FIT_CHARS, w, static_cast<int>(n), dst,
                                   static_cast<int>(cap), "?", &used);
+    } else {
+        SetLastError(NO_ERROR);  // converted below, character by character
     }
     if (got > 0 && !used) return got;
     if (got <= 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER) return kBrConvNoRoom;
@@ -544,15 +589,21 @@ int64_t BrNormalizeBoundary(int form, const char16_t* src, int64_t n) {
     bool ok = false;
     FormOf(form, &ok);
     if (!ok || src == nullptr) return 0;
-    // Windows has no query for boundaries, so only characters known to start a segment in every
-    // form count: below U+0300, Greek and Cyrillic letters, kana, CJK ideographs and Hangul
-    // syllables. None of them combines with what precedes it.
+    // Windows has no query for boundaries, so only characters known to start a segment that
+    // nothing before them joins count: below U+0300, Greek and Cyrillic letters, leading Hangul
+    // jamo (and in the decomposed forms every jamo), kana, CJK ideographs, Hangul syllables, the
+    // Latin ligatures and emoji.
+    const bool decomposed = form == 2 || form == 6;
     for (int64_t k = n - 1; k > 0; --k) {
         const char16_t c = src[k];
-        if (c < 0x300 || (c >= 0x370 && c <= 0x482) || (c >= 0x3041 && c <= 0x3096) ||
-            (c >= 0x30A1 && c <= 0x30FA) || (c >= 0x4E00 && c <= 0x9FFF) || (c >= 0xAC00 && c <= 0xD7A3)) {
-            return k;
-        }
+        if (c >= 0xDC00 && c <= 0xDFFF) continue;  // never inside a surrogate pair
+        const bool starter =
+            c < 0x300 || (c >= 0x370 && c <= 0x482) || (c >= 0x1100 && c <= 0x1112) ||
+            (decomposed && c >= 0x1100 && c <= 0x11FF) || (c >= 0x3041 && c <= 0x3096) ||
+            (c >= 0x30A1 && c <= 0x30FA) || (c >= 0x4E00 && c <= 0x9FFF) ||
+            (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xFB00 && c <= 0xFB06) ||
+            (c >= 0xD83C && c <= 0xD83E);  // U+1F000..U+1FBFF
+        if (starter) return k;
     }
     return 0;
 }
@@ -622,7 +673,12 @@ WORD TypeOf(char16_t c) {
 }
 }  // namespace
 
-bool BrIsDigitW(char16_t c) { return (TypeOf(c) & C1_DIGIT) != 0; }
+// Windows counts superscript and subscript digits as digits; only decimal digits count here, as
+// on the other back end.
+bool BrIsDigitW(char16_t c) {
+    if (c == 0xB2 || c == 0xB3 || c == 0xB9 || (c >= 0x2070 && c <= 0x2089)) return false;
+    return (TypeOf(c) & C1_DIGIT) != 0;
+}
 bool BrIsSpaceW(char16_t c) { return (TypeOf(c) & C1_SPACE) != 0; }
 bool BrIsLetterW(char16_t c) { return (TypeOf(c) & C1_ALPHA) != 0; }
 

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
 #include <windows.h>
@@ -22,6 +23,10 @@ int64_t UtFileSize64(FILE* file) {
         return -1;
     }
     return static_cast<int64_t>((static_cast<uint64_t>(info.nFileSizeHigh) << 32) | info.nFileSizeLow);
+}
+
+void UtFileSetBinary(FILE* file) {
+    if (file != nullptr) _setmode(_fileno(file), _O_BINARY);
 }
 
 bool UtFileIsTerminal(FILE* file) { return file != nullptr && _isatty(_fileno(file)) != 0; }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -59,6 +60,16 @@ FILE* UtFileOpen(const char* path, const char* mode) {
     m[len + 1] = '\0';
     return std::fopen(path, m);
 }
+
+int UtFileReplace(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return std::rename(from, to) == 0 ? 0 : -1;
+}
+
+void UtUtf8Arguments(int*, char***) {}
 
 int UtSystem(const char* utf8Target) {
     if (utf8Target == nullptr || *utf8Target == '\0') return -1;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "basert/files.h"
 #include "basert/internal/win32_text.h"
@@ -78,6 +79,53 @@ FILE* UtFileOpen(const char* path, const char* mode) {
     // 'N': handles must not leak into programs that UtSystem starts.
     wmode += L'N';
     return _wfopen(wpath.c_str(), wmode.c_str());
+}
+
+namespace {
+int ErrnoOf(DWORD error) {
+    switch (error) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND: return ENOENT;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_UNABLE_TO_REMOVE_REPLACED: return EACCES;
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_LOCK_VIOLATION: return EBUSY;
+        case ERROR_NOT_SAME_DEVICE: return EXDEV;
+        case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL: return ENOSPC;
+        default: return EIO;
+    }
+}
+}  // namespace
+
+int UtFileReplace(const char* from, const char* to) {
+    std::wstring wfrom, wto;
+    if (from == nullptr || to == nullptr || !BrWin32Widen(from, &wfrom) || !BrWin32Widen(to, &wto)) {
+        errno = EINVAL;
+        return -1;
+    }
+    const bool exists = GetFileAttributesW(wto.c_str()) != INVALID_FILE_ATTRIBUTES;
+    const BOOL ok = exists ? ReplaceFileW(wto.c_str(), wfrom.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
+                                          nullptr, nullptr)
+                           : MoveFileExW(wfrom.c_str(), wto.c_str(), MOVEFILE_WRITE_THROUGH);
+    if (ok) return 0;
+    errno = ErrnoOf(GetLastError());
+    return -1;
+}
+
+void UtUtf8Arguments(int* argc, char*** argv) {
+    int n = 0;
+    wchar_t** wide = CommandLineToArgvW(GetCommandLineW(), &n);
+    if (wide == nullptr) return;
+    // Leaked on purpose: argv lives as long as the process.
+    auto* texts = new std::vector<std::string>();
+    auto* pointers = new std::vector<char*>();
+    for (int i = 0; i < n; ++i) texts->push_back(BrWin32Narrow(wide[i]));
+    for (std::string& t : *texts) pointers->push_back(t.data());
+    pointers->push_back(nullptr);
+    LocalFree(wide);
+    *argc = n;
+    *argv = pointers->data();
 }
 
 int UtSystem(const char* utf8Target) {

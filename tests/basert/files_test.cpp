@@ -74,10 +74,14 @@ TEST(Files, KindTellsWhatAStreamIsConnectedTo) {
     EXPECT_EQ(UtFileKind(regular), kUtFileRegular);
     EXPECT_EQ(UtFileClose(regular), 0);
     std::remove(path.c_str());
-    FILE* folder = UtFileOpen(dir, "r");  // a folder opens for reading here; reading it fails
-    ASSERT_NE(folder, nullptr);
+    FILE* folder = UtFileOpen(dir, "r");
+#ifdef _WIN32
+    EXPECT_EQ(folder, nullptr) << "Windows opens no folder as a file";
+#else
+    ASSERT_NE(folder, nullptr) << "a folder opens for reading here; reading it fails";
     EXPECT_EQ(UtFileKind(folder), kUtFileDirectory);
     UtFileClose(folder);
+#endif
     FILE* device = UtFileOpen(kNullDevice, "r");
     ASSERT_NE(device, nullptr);
     EXPECT_EQ(UtFileKind(device), kUtFileDevice);
