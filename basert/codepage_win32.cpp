@@ -393,6 +393,9 @@ int64_t BrCodePageList(unsigned short* out, int64_t cap) {
     g_enumerated = &numbers;
     EnumSystemCodePagesW(CollectCodePage, CP_INSTALLED);
     g_enumerated = nullptr;
+    numbers.push_back(12000);  // converted here, not by the system
+    numbers.push_back(12001);
+    numbers.push_back(kBrCodePageUtf8);  // not among the enumerated ones on every system
     std::sort(numbers.begin(), numbers.end());
     numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
     int64_t count = 0;

@@ -104,12 +104,27 @@ int UtFileReplace(const char* from, const char* to) {
         errno = EINVAL;
         return -1;
     }
-    const bool exists = GetFileAttributesW(wto.c_str()) != INVALID_FILE_ATTRIBUTES;
-    const BOOL ok = exists ? ReplaceFileW(wto.c_str(), wfrom.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
-                                          nullptr, nullptr)
-                           : MoveFileExW(wfrom.c_str(), wto.c_str(), MOVEFILE_WRITE_THROUGH);
+    const DWORD attributes = GetFileAttributesW(wto.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        if (MoveFileExW(wfrom.c_str(), wto.c_str(), MOVEFILE_WRITE_THROUGH)) return 0;
+        errno = ErrnoOf(GetLastError());
+        return -1;
+    }
+    // Neither file may be read-only for ReplaceFileW; both are made writable for the moment, and
+    // the result gets the replaced file's attributes, as POSIX rename replaces whatever the modes.
+    const DWORD fromAttributes = GetFileAttributesW(wfrom.c_str());
+    const DWORD writable = ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+    if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(wto.c_str(), attributes & writable);
+    if (fromAttributes != INVALID_FILE_ATTRIBUTES && (fromAttributes & FILE_ATTRIBUTE_READONLY)) {
+        SetFileAttributesW(wfrom.c_str(), fromAttributes & writable);
+    }
+    const BOOL ok = ReplaceFileW(wto.c_str(), wfrom.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
+                                 nullptr, nullptr);
+    const DWORD error = ok ? NO_ERROR : GetLastError();
+    SetFileAttributesW(wto.c_str(), attributes);
     if (ok) return 0;
-    errno = ErrnoOf(GetLastError());
+    if (fromAttributes != INVALID_FILE_ATTRIBUTES) SetFileAttributesW(wfrom.c_str(), fromAttributes);
+    errno = ErrnoOf(error);
     return -1;
 }
 

@@ -12,6 +12,7 @@
 #include <unistd.h>
 #endif
 
+#include "basert/codepage.h"
 #include "basert/diag.h"
 #include "basert/memory.h"
 
@@ -32,6 +33,17 @@ inline void UnsetEnv(const char* name) {
     unsetenv(name);
 #endif
 }
+// Whether the system lacks a code page that tests use: Wine has neither ISO-2022-JP (50220) nor
+// GB 18030 (54936), which the Win32 back end takes from the system. Never on the ICU back end.
+inline bool SystemLacksCodePage(int cp) {
+#ifdef _WIN32
+    return (cp == 50220 || cp == 54936) && !BrCodePageAvailable(static_cast<unsigned short>(cp));
+#else
+    (void)cp;
+    return false;
+#endif
+}
+
 // An anonymous pipe of binary descriptors: fds[0] reads, fds[1] writes. 0 on success.
 inline int MakePipe(int fds[2]) {
 #ifdef _WIN32

@@ -41,6 +41,9 @@ int main(int argc, char** argv) {
         CLI::App app{"kbase: tools of the kbase building-design library"};
         app.set_version_flag("--version", std::string(KbaseVersion()));
         app.require_subcommand(1);
+        // Options start with '-' everywhere; on Windows CLI11 would also take "/x" for one, and so
+        // misread an absolute path.
+        app.allow_windows_style_options(false);
         app.footer(kbase_tool::kExitCodeHelp);
 
         kbase_tool::RecodeOptions recode;
