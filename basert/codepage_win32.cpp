@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <new>
 #include <unordered_map>
 #include <vector>
@@ -412,7 +413,42 @@ struct BrDecoder {
     int64_t offset = 0;       // bytes taken so far, held ones included
     unsigned char held[4]{};  // the beginning of a sequence cut by the end of the last block
     int heldCount = 0;
+    char16_t pending = 0;     // the second unit of a pair that did not fit into the last dst
+    bool hasPending = false;
+    // Stateful pages (UTF-7, ISO-2022): Windows keeps no state between calls, so the text is
+    // gathered and converted whole when the last block comes, then handed out as room allows.
+    std::vector<char> whole;
+    std::u16string converted;
+    size_t handedOut = 0;
+    int64_t wholeFirstBad = -1;
 };
+
+namespace {
+
+int64_t DecodeWhole(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* dst, int64_t cap,
+                    int64_t* read, int64_t* firstBad) {
+    d->whole.insert(d->whole.end(), src, src + n);
+    *read = n;
+    d->offset += n;
+    if (!last && d->converted.empty()) return 0;
+    if (d->converted.empty() && !d->whole.empty()) {
+        d->converted.resize(d->whole.size() * 2 + 8);
+        int64_t rep = 0;
+        const int64_t got = SystemToUtf16(*d->cp, d->whole.data(), static_cast<int64_t>(d->whole.size()),
+                                          d->converted.data(), static_cast<int64_t>(d->converted.size()),
+                                          rep, &d->wholeFirstBad);
+        if (got < 0) return kBrConvNoMemory;
+        d->converted.resize(static_cast<size_t>(got));
+        *firstBad = d->wholeFirstBad;
+    }
+    const size_t left = d->converted.size() - d->handedOut;
+    const size_t m = left < static_cast<size_t>(cap) ? left : static_cast<size_t>(cap);
+    std::memcpy(dst, d->converted.data() + d->handedOut, m * sizeof(char16_t));
+    d->handedOut += m;
+    return static_cast<int64_t>(m);
+}
+
+}  // namespace
 
 BrDecoder* BrDecoderOpen(unsigned short codePage) {
     CodePage* cp = Find(codePage);
@@ -452,6 +488,13 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
         *read = m;
         return got;
     }
+    if (cp.kind == Kind::kOther) return DecodeWhole(d, src, n, last, dst, cap, read, firstBad);
+    int64_t o = 0;
+    if (d->hasPending) {
+        if (cap < 1) return 0;
+        dst[o++] = d->pending;
+        d->hasPending = false;
+    }
     // The held bytes and the new ones are one text; a sequence cut at its end waits for the next
     // call unless this is the last. Output is produced sequence by sequence so that a full dst
     // stops at a sequence boundary.
@@ -459,7 +502,7 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
     std::vector<unsigned char> text(d->held, d->held + d->heldCount);
     text.insert(text.end(), src, src + n);
     const auto total = static_cast<int64_t>(text.size());
-    int64_t i = 0, o = 0;
+    int64_t i = 0;
     while (i < total) {
         int len = SequenceLength(cp, text.data() + i, total - i);
         if (len == 0) {
@@ -471,10 +514,16 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
         int64_t bad = -1;
         const int64_t got = WalkToUtf16(cp, text.data() + i, len, out, 4, rep, &bad);
         if (got < 0) return kBrConvNoMemory;
-        if (o + got > cap) break;
-        // A double-byte pair may stand for its lead alone; the walk tells by a shorter result.
-        std::memcpy(dst + o, out, static_cast<size_t>(got) * sizeof(char16_t));
-        o += got;
+        if (o >= cap) break;
+        // A pair with room for one unit: its second unit waits for the next call.
+        if (o + got > cap) {
+            dst[o++] = out[0];
+            d->pending = out[1];
+            d->hasPending = true;
+        } else {
+            std::memcpy(dst + o, out, static_cast<size_t>(got) * sizeof(char16_t));
+            o += got;
+        }
         if (bad >= 0 && *firstBad < 0) *firstBad = heldStart + i;
         i += len;
     }
