@@ -16,25 +16,22 @@
 #include <vector>
 
 #include "basert/codepage.h"
+#include "basert/internal/single_byte.h"
 #include "basert/memory.h"
 
 namespace {
 
 enum class Kind { kSingleByte, kUtf8, kDoubleByte, kGb18030, kUtf32, kOther };
 
-struct CodePage {
+struct CodePage : BrSingleByteTables {  // the tables serve single-byte pages only
     unsigned short number = 0;
     Kind kind = Kind::kOther;
-    bool hasHoles = false;
     bool asciiCompatible = false;
     int maxBytes = 0;
     // Whether MB_ERR_INVALID_CHARS and WC_NO_BEST_FIT_CHARS may be passed (not for the stateful
     // and the algorithmic pages, where Windows refuses every flag).
     bool flagsAllowed = true;
     std::array<bool, 256> lead{};  // double-byte pages: lead bytes
-    std::array<char16_t, 256> toU{};
-    std::unique_ptr<uint8_t[]> fromU;
-    std::array<uint8_t, 256> lower{}, upper{};
 };
 
 bool FlagsAllowed(unsigned short n) {
@@ -72,35 +69,14 @@ char16_t LowerUnit(char16_t c) { return Cases().lower[c]; }
 char16_t UpperUnit(char16_t c) { return Cases().upper[c]; }
 
 void BuildSingleByteTables(CodePage& cp) {
-    std::array<bool, 256> assigned{};
-    std::array<bool, 256> c1Taken{};
+    std::array<int32_t, 256> mapped{};
     for (int b = 0; b < 256; ++b) {
         const char byte = static_cast<char>(b);
         wchar_t out[4];
         const int n = MultiByteToWideChar(cp.number, MB_ERR_INVALID_CHARS, &byte, 1, out, 4);
-        if (n == 1) {
-            cp.toU[b] = static_cast<char16_t>(out[0]);
-            assigned[b] = true;
-            if (out[0] >= 0x80 && out[0] <= 0x9F) c1Taken[out[0]] = true;
-        }
+        mapped[b] = n == 1 ? static_cast<int32_t>(out[0]) : -1;
     }
-    for (int b = 0; b < 256; ++b) {
-        if (assigned[b]) continue;
-        cp.toU[b] = (b >= 0x80 && b <= 0x9F && !c1Taken[b]) ? static_cast<char16_t>(b) : u'\uFFFD';
-        cp.hasHoles = cp.hasHoles || cp.toU[b] == u'\uFFFD';
-    }
-    cp.fromU = std::make_unique<uint8_t[]>(65536);
-    std::memset(cp.fromU.get(), 0, 65536);
-    for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two map to one character
-        if (cp.toU[b] != u'\uFFFD') cp.fromU[cp.toU[b]] = static_cast<uint8_t>(b);
-    }
-    for (int b = 0; b < 256; ++b) {
-        const char16_t u = cp.toU[b];
-        const char16_t lo = LowerUnit(u);
-        const char16_t up = UpperUnit(u);
-        cp.lower[b] = (lo == u || cp.fromU[lo] == 0) ? static_cast<uint8_t>(b) : cp.fromU[lo];
-        cp.upper[b] = (up == u || cp.fromU[up] == 0) ? static_cast<uint8_t>(b) : cp.fromU[up];
-    }
+    BrBuildSingleByteTables(cp, mapped, LowerUnit, UpperUnit);
 }
 
 bool MapsAsciiToItself(unsigned short number) {
@@ -669,52 +645,12 @@ int BrWcsICmp(const char16_t* a, const char16_t* b) {
     }
 }
 
-namespace {
-inline unsigned char AsciiLower(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + 32) : c;
-}
-inline unsigned char AsciiUpper(unsigned char c) {
-    return (c >= 'a' && c <= 'z') ? static_cast<unsigned char>(c - 32) : c;
-}
-}  // namespace
-
-int BrStrICmp(unsigned short codePage, const char* a, const char* b) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->kind == Kind::kSingleByte;
-    for (;; ++a, ++b) {
-        const auto ua = static_cast<unsigned char>(*a);
-        const auto ub = static_cast<unsigned char>(*b);
-        const unsigned char ca = table ? cp->lower[ua] : AsciiLower(ua);
-        const unsigned char cb = table ? cp->lower[ub] : AsciiLower(ub);
-        if (ca != cb) return ca < cb ? -1 : 1;
-        if (ca == 0) return 0;
-    }
-}
-
 void BrToLowerW(char16_t* text, int64_t n) {
     for (int64_t i = 0; i < n; ++i) text[i] = LowerUnit(text[i]);
 }
 
 void BrToUpperW(char16_t* text, int64_t n) {
     for (int64_t i = 0; i < n; ++i) text[i] = UpperUnit(text[i]);
-}
-
-void BrToLowerCp(unsigned short codePage, char* text, int64_t n) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->kind == Kind::kSingleByte;
-    for (int64_t i = 0; i < n; ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        text[i] = static_cast<char>(table ? cp->lower[c] : AsciiLower(c));
-    }
-}
-
-void BrToUpperCp(unsigned short codePage, char* text, int64_t n) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->kind == Kind::kSingleByte;
-    for (int64_t i = 0; i < n; ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        text[i] = static_cast<char>(table ? cp->upper[c] : AsciiUpper(c));
-    }
 }
 
 namespace {
@@ -734,22 +670,7 @@ bool BrIsDigitW(char16_t c) {
 bool BrIsSpaceW(char16_t c) { return (TypeOf(c) & C1_SPACE) != 0; }
 bool BrIsLetterW(char16_t c) { return (TypeOf(c) & C1_ALPHA) != 0; }
 
-namespace {
-// The character one byte stands for alone, or U+FFFF when it stands for none.
-char16_t ByteAsCharacter(unsigned short codePage, unsigned char byte) {
+const BrSingleByteTables* BrSingleByteTablesOf(unsigned short codePage) {
     const CodePage* cp = Find(codePage);
-    if (cp != nullptr && cp->kind == Kind::kSingleByte) return cp->toU[byte];
-    if (byte < 0x80) return byte;
-    return u'\uFFFF';
-}
-}  // namespace
-
-bool BrIsDigitCp(unsigned short codePage, unsigned char byte) {
-    return BrIsDigitW(ByteAsCharacter(codePage, byte));
-}
-bool BrIsSpaceCp(unsigned short codePage, unsigned char byte) {
-    return BrIsSpaceW(ByteAsCharacter(codePage, byte));
-}
-bool BrIsLetterCp(unsigned short codePage, unsigned char byte) {
-    return BrIsLetterW(ByteAsCharacter(codePage, byte));
+    return cp != nullptr && cp->kind == Kind::kSingleByte ? cp : nullptr;
 }
