@@ -12,6 +12,17 @@
 //    1252's five holes), which is not counted as a replacement, so every byte string round-trips;
 //  - UTF-16 -> bytes: a character without a mapping becomes '?' (one per character, a surrogate pair
 //    being one character); a lone surrogate becomes '?' (UTF-8: EF BF BD).
+//
+// Two back ends, the same contract: ICU (POSIX) and the system's own calls (Windows). Where a user
+// can see them differ:
+//  - which pages exist: each knows its own set (BrCodePageList); Windows converts UTF-32
+//    (12000/12001) here, and a system may lack ISO-2022-JP (50220) or GB 18030 (54936) (Wine does);
+//  - the mapping tables of multi-byte pages are each system's own (Shift-JIS vendor duplicates);
+//  - Windows: a decoder of a stateful page (UTF-7, ISO-2022) holds the whole text until the last
+//    block; BrNormalizeBoundary finds boundaries only before characters known to start a segment
+//    (below U+0300, Greek, Cyrillic, kana, CJK, Hangul, ligatures, emoji), so it returns 0 for
+//    more texts; case mapping is that of the invariant locale, character classes those of
+//    GetStringTypeW (superscript digits are no digits on either).
 #pragma once
 
 #include <cstdint>

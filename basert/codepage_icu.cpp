@@ -16,20 +16,17 @@
 #include <unordered_map>
 
 #include "basert/codepage.h"
+#include "basert/internal/single_byte.h"
 #include "basert/memory.h"
 
 namespace {
 
-struct CodePage {
+struct CodePage : BrSingleByteTables {  // the tables serve single-byte pages only
     unsigned short number = 0;
     UConverter* cnv = nullptr;       // null for the table-driven single-byte pages
     bool singleByte = false;
-    bool hasHoles = false;           // single-byte: some byte maps to U+FFFD
     bool asciiCompatible = false;    // 0x00..0x7F are ASCII and never part of a longer sequence
     int maxBytes = 0;
-    std::array<char16_t, 256> toU{};            // single-byte: byte -> unit
-    std::unique_ptr<uint8_t[]> fromU;           // single-byte: unit -> byte, 0 = none (except U+0000)
-    std::array<uint8_t, 256> lower{}, upper{};  // single-byte: case mapping within the page
 
     ~CodePage() {
         if (cnv != nullptr) ucnv_close(cnv);
@@ -97,8 +94,7 @@ bool MapsAsciiToItself(UConverter* c) {
 
 // Builds the tables of a single-byte page from ICU's mapping of each byte alone.
 void BuildSingleByteTables(CodePage& cp, UConverter* c) {
-    std::array<bool, 256> assigned{};
-    std::array<bool, 256> c1Taken{};
+    std::array<int32_t, 256> mapped{};
     for (int b = 0; b < 256; ++b) {
         const char byte = static_cast<char>(b);
         UChar out[4];
@@ -106,30 +102,9 @@ void BuildSingleByteTables(CodePage& cp, UConverter* c) {
         ucnv_resetToUnicode(c);
         ucnv_setToUCallBack(c, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &err);
         const int32_t n = ucnv_toUChars(c, out, 4, &byte, 1, &err);
-        if (U_SUCCESS(err) && n == 1) {
-            cp.toU[b] = out[0];
-            assigned[b] = true;
-            if (out[0] >= 0x80 && out[0] <= 0x9F) c1Taken[out[0]] = true;
-        }
+        mapped[b] = U_SUCCESS(err) && n == 1 ? out[0] : -1;
     }
-    for (int b = 0; b < 256; ++b) {
-        if (assigned[b]) continue;
-        // Windows fills the holes of its single-byte pages with the C1 control of the same value.
-        cp.toU[b] = (b >= 0x80 && b <= 0x9F && !c1Taken[b]) ? static_cast<char16_t>(b) : u'\uFFFD';
-        cp.hasHoles = cp.hasHoles || cp.toU[b] == u'\uFFFD';
-    }
-    cp.fromU = std::make_unique<uint8_t[]>(65536);
-    std::memset(cp.fromU.get(), 0, 65536);
-    for (int b = 255; b >= 1; --b) {  // the lowest byte wins when two map to one character
-        if (cp.toU[b] != u'\uFFFD') cp.fromU[cp.toU[b]] = static_cast<uint8_t>(b);
-    }
-    for (int b = 0; b < 256; ++b) {
-        const char16_t u = cp.toU[b];
-        const auto lo = static_cast<char16_t>(u_tolower(u));
-        const auto up = static_cast<char16_t>(u_toupper(u));
-        cp.lower[b] = (lo == u || cp.fromU[lo] == 0) ? static_cast<uint8_t>(b) : cp.fromU[lo];
-        cp.upper[b] = (up == u || cp.fromU[up] == 0) ? static_cast<uint8_t>(b) : cp.fromU[up];
-    }
+    BrBuildSingleByteTables(cp, mapped, u_tolower, u_toupper);
     ucnv_resetToUnicode(c);
 }
 
@@ -604,28 +579,6 @@ int BrWcsICmp(const char16_t* a, const char16_t* b) {
     }
 }
 
-namespace {
-inline unsigned char AsciiLower(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c + 32) : c;
-}
-inline unsigned char AsciiUpper(unsigned char c) {
-    return (c >= 'a' && c <= 'z') ? static_cast<unsigned char>(c - 32) : c;
-}
-}  // namespace
-
-int BrStrICmp(unsigned short codePage, const char* a, const char* b) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->singleByte;
-    for (;; ++a, ++b) {
-        const auto ua = static_cast<unsigned char>(*a);
-        const auto ub = static_cast<unsigned char>(*b);
-        const unsigned char ca = table ? cp->lower[ua] : AsciiLower(ua);
-        const unsigned char cb = table ? cp->lower[ub] : AsciiLower(ub);
-        if (ca != cb) return ca < cb ? -1 : 1;
-        if (ca == 0) return 0;
-    }
-}
-
 void BrToLowerW(char16_t* text, int64_t n) {
     for (int64_t i = 0; i < n; ++i) {
         const UChar32 m = u_tolower(text[i]);
@@ -640,44 +593,11 @@ void BrToUpperW(char16_t* text, int64_t n) {
     }
 }
 
-void BrToLowerCp(unsigned short codePage, char* text, int64_t n) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->singleByte;
-    for (int64_t i = 0; i < n; ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        text[i] = static_cast<char>(table ? cp->lower[c] : AsciiLower(c));
-    }
-}
-
-void BrToUpperCp(unsigned short codePage, char* text, int64_t n) {
-    const CodePage* cp = Find(codePage);
-    const bool table = cp != nullptr && cp->singleByte;
-    for (int64_t i = 0; i < n; ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        text[i] = static_cast<char>(table ? cp->upper[c] : AsciiUpper(c));
-    }
-}
-
 bool BrIsDigitW(char16_t c) { return u_isdigit(c) != 0; }
 bool BrIsSpaceW(char16_t c) { return u_isspace(c) != 0; }
 bool BrIsLetterW(char16_t c) { return u_isalpha(c) != 0; }
 
-namespace {
-// The character one byte stands for alone, or U+FFFF when it stands for none.
-char16_t ByteAsCharacter(unsigned short codePage, unsigned char byte) {
+const BrSingleByteTables* BrSingleByteTablesOf(unsigned short codePage) {
     const CodePage* cp = Find(codePage);
-    if (cp != nullptr && cp->singleByte) return cp->toU[byte];
-    if (byte < 0x80) return byte;
-    return u'\uFFFF';
-}
-}  // namespace
-
-bool BrIsDigitCp(unsigned short codePage, unsigned char byte) {
-    return BrIsDigitW(ByteAsCharacter(codePage, byte));
-}
-bool BrIsSpaceCp(unsigned short codePage, unsigned char byte) {
-    return BrIsSpaceW(ByteAsCharacter(codePage, byte));
-}
-bool BrIsLetterCp(unsigned short codePage, unsigned char byte) {
-    return BrIsLetterW(ByteAsCharacter(codePage, byte));
+    return cp != nullptr && cp->singleByte ? cp : nullptr;
 }

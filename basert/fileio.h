@@ -11,6 +11,10 @@
 // terminal) or the stream is null.
 BASERT_API int64_t UtFileSize64(FILE* file);
 
+// Makes a stream pass bytes unchanged: Windows opens the standard streams in text mode, which
+// writes CR LF for LF and ends reading at Ctrl-Z. Nothing to do on POSIX. Call before any I/O.
+BASERT_API void UtFileSetBinary(FILE* file);
+
 // Whether the stream writes to or reads from a terminal (so that progress may be drawn on it).
 BASERT_API bool UtFileIsTerminal(FILE* file);
 

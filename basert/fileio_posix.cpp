@@ -10,6 +10,8 @@ int64_t UtFileSize64(FILE* file) {
     return static_cast<int64_t>(st.st_size);
 }
 
+void UtFileSetBinary(FILE*) {}
+
 bool UtFileIsTerminal(FILE* file) { return file != nullptr && isatty(fileno(file)) == 1; }
 
 UtFileKindValue UtFileKind(FILE* file) {

@@ -27,6 +27,17 @@ BASERT_API int64_t UtSplitFileExtension(const char* path);
 // Closes a file of UtFileOpen; returns 0, or EOF when writing its last data failed. Null gives EOF.
 BASERT_API int UtFileClose(FILE* file);
 
+// Puts the file at from in the place of the file at to (made when missing) in one step, so that a
+// reader sees the old file or the new one, never a mix. Both paths UTF-8, on one volume. Returns 0,
+// or -1 with errno set and both files as they were. POSIX: rename; Windows: ReplaceFileW (which
+// keeps the replaced file's attributes), or MoveFileExW when to does not exist yet.
+BASERT_API int UtFileReplace(const char* from, const char* to);
+
+// Gives a program its arguments in UTF-8, as every path here is: on Windows main's argv is in the
+// ANSI code page, so *argc and *argv are replaced by the UTF-8 forms of the wide command line
+// (kept for the life of the process). Nothing to do on POSIX. Call first thing in main.
+BASERT_API void UtUtf8Arguments(int* argc, char*** argv);
+
 // Opens a file or address for the user with the desktop's default program (xdg-open), without
 // waiting. Never runs anything when KBASE_NO_SHELL=1. Returns 0 when the program was started.
 BASERT_API int UtSystem(const char* utf8Target);

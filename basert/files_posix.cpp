@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -42,21 +43,6 @@ int64_t OsGetEnv(const char* name, char* buf, size_t cap) {
     return static_cast<int64_t>(CopyOut(v, std::strlen(v), buf, cap));
 }
 
-int64_t UtSplitFileExtension(const char* path) {
-    if (path == nullptr) return -1;
-    int64_t start = 0;
-    int64_t dot = -1;
-    for (int64_t i = 0; path[i] != '\0'; ++i) {
-        if (path[i] == '/' || path[i] == '\\') {
-            start = i + 1;
-            dot = -1;
-        } else if (path[i] == '.') {
-            dot = i;
-        }
-    }
-    return dot > start ? dot : -1;
-}
-
 FILE* UtFileOpen(const char* path, const char* mode) {
     if (path == nullptr || mode == nullptr) {
         errno = EINVAL;
@@ -75,7 +61,15 @@ FILE* UtFileOpen(const char* path, const char* mode) {
     return std::fopen(path, m);
 }
 
-int UtFileClose(FILE* file) { return file == nullptr ? EOF : std::fclose(file); }
+int UtFileReplace(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return std::rename(from, to) == 0 ? 0 : -1;
+}
+
+void UtUtf8Arguments(int*, char***) {}
 
 int UtSystem(const char* utf8Target) {
     if (utf8Target == nullptr || *utf8Target == '\0') return -1;

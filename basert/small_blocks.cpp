@@ -255,6 +255,23 @@ SB_TLS_FAST thread_local bool t_ended = false;
 
 void AbandonHeap(Heap* h);
 
+#ifdef _WIN32
+// A MinGW DLL may free its thread-local variables before it runs their destructors, so there the
+// heap is handed over by a fiber-local-storage callback, which Windows calls early in a thread's
+// end, while the thread-local variables are still there.
+DWORD g_flsIndex = FLS_OUT_OF_INDEXES;
+void WINAPI ReapHeap(void* heap) {
+    if (heap == nullptr) return;
+    AbandonHeap(static_cast<Heap*>(heap));
+    t_heap = nullptr;
+    t_ended = true;
+}
+void ArmReaper(Heap* h) {
+    static std::once_flag once;
+    std::call_once(once, [] { g_flsIndex = FlsAlloc(ReapHeap); });
+    if (g_flsIndex != FLS_OUT_OF_INDEXES) FlsSetValue(g_flsIndex, h);
+}
+#else
 // Its destructor runs when the thread ends and hands the heap over.
 struct HeapReaper {
     bool armed = false;
@@ -265,6 +282,8 @@ struct HeapReaper {
     }
 };
 thread_local HeapReaper t_reaper;
+void ArmReaper(Heap*) { t_reaper.armed = true; }  // first use registers the destructor
+#endif
 
 std::atomic<int> g_mode{-1};  // -1 undecided, 0 off, 1 on
 
@@ -300,7 +319,7 @@ Heap* SlowHeap() {
         if (mem == nullptr) return nullptr;
         h = new (mem) Heap();
     }
-    t_reaper.armed = true;  // first use registers the reaper's destructor for this thread
+    ArmReaper(h);
     t_heap = h;
     return h;
 }

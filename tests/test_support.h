@@ -1,13 +1,57 @@
 // Helpers shared by the test programs: capturing diagnostics and scoping allocation failures.
 #pragma once
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
+#include "basert/codepage.h"
 #include "basert/diag.h"
 #include "basert/memory.h"
 
 namespace kbase_test {
+
+// The process environment, the same on every platform (what OsGetEnv and getenv then see).
+inline void SetEnv(const char* name, const char* value) {
+#ifdef _WIN32
+    _putenv_s(name, value);
+#else
+    setenv(name, value, 1);
+#endif
+}
+inline void UnsetEnv(const char* name) {
+#ifdef _WIN32
+    _putenv_s(name, "");  // an empty value removes the variable there
+#else
+    unsetenv(name);
+#endif
+}
+// Whether the system lacks a code page that tests use: Wine has neither ISO-2022-JP (50220) nor
+// GB 18030 (54936), which the Win32 back end takes from the system. Never on the ICU back end.
+inline bool SystemLacksCodePage(int cp) {
+#ifdef _WIN32
+    return (cp == 50220 || cp == 54936) && !BrCodePageAvailable(static_cast<unsigned short>(cp));
+#else
+    (void)cp;
+    return false;
+#endif
+}
+
+// An anonymous pipe of binary descriptors: fds[0] reads, fds[1] writes. 0 on success.
+inline int MakePipe(int fds[2]) {
+#ifdef _WIN32
+    return _pipe(fds, 1 << 16, _O_BINARY);
+#else
+    return pipe(fds);
+#endif
+}
 
 struct CapturedReport {
     std::string module;

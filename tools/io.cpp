@@ -27,6 +27,14 @@ std::string Quoted(const std::string& path) {
     return "'" + path + "'";
 }
 
+// Paths are UTF-8 in the program; std::filesystem would read a char string in the ANSI code page
+// on Windows.
+fs::path PathOf(const std::string& utf8) { return fs::path(std::u8string(utf8.begin(), utf8.end())); }
+std::string Utf8Of(const fs::path& p) {
+    const std::u8string u = p.u8string();
+    return std::string(u.begin(), u.end());
+}
+
 // The file a chain of symbolic links ends in (which need not exist yet), so that the output
 // replaces that file and the links stay links.
 fs::path ResolveLinks(fs::path p, std::error_code& ec) {
@@ -67,6 +75,7 @@ int InputFile::Open(const std::string& path, const std::string& who, std::ostrea
             err << who << ": standard input is a directory\n";
             return kExitIo;
         default:
+            UtFileSetBinary(stdin);
             file_ = stdin;
             return kExitOk;
     }
@@ -90,7 +99,13 @@ int InputFile::OpenPath(const std::string& path) {
     name_ = Quoted(path);
     file_ = UtFileOpen(path.c_str(), "rb");
     if (file_ == nullptr) {
-        *err_ << who_ << ": cannot open " << name_ << ": " << std::strerror(errno) << "\n";
+        const int error = errno;
+        std::error_code ec;
+        if (fs::is_directory(PathOf(path), ec)) {  // Windows refuses to open a folder at all
+            *err_ << who_ << ": cannot read " << name_ << ": it is a directory\n";
+        } else {
+            *err_ << who_ << ": cannot open " << name_ << ": " << std::strerror(error) << "\n";
+        }
         return kExitIo;
     }
     owned_ = true;
@@ -148,6 +163,7 @@ int OutputFile::Open(const std::string& path, const std::string& who, std::ostre
         return kExitIo;
     }
     kind_ = Kind::kStandard;
+    UtFileSetBinary(stdout);
     file_ = stdout;
     return kExitOk;
 }
@@ -172,7 +188,7 @@ int OutputFile::OpenPath(const std::string& path) {
     }
     name_ = Quoted(path);
     std::error_code ec;
-    target_ = ResolveLinks(path, ec);
+    target_ = ResolveLinks(PathOf(path), ec);
     if (ec) return Fail("cannot resolve", ec.value());
     const fs::file_status st = fs::status(target_, ec);
     if (fs::is_directory(st)) {
@@ -181,7 +197,7 @@ int OutputFile::OpenPath(const std::string& path) {
     }
     if (fs::exists(st) && !fs::is_regular_file(st)) {
         // A device or a pipe: renaming over it would replace the node itself.
-        file_ = UtFileOpen(target_.string().c_str(), "ab");
+        file_ = UtFileOpen(Utf8Of(target_).c_str(), "ab");
         if (file_ == nullptr) return Fail("cannot open", errno);
         kind_ = Kind::kDirect;
         return kExitOk;
@@ -193,9 +209,9 @@ int OutputFile::OpenPath(const std::string& path) {
     for (int attempt = 0; attempt < 16 && file_ == nullptr; ++attempt) {
         char suffix[32];
         std::snprintf(suffix, sizeof suffix, ".kbase-%08x.tmp", static_cast<unsigned>(random()));
-        temporary_ = target_.parent_path() / ("." + target_.filename().string() + suffix);
+        temporary_ = target_.parent_path() / PathOf("." + Utf8Of(target_.filename()) + suffix);
         // "x": never open a file that someone else made meanwhile.
-        file_ = UtFileOpen(temporary_.string().c_str(), "wbx");
+        file_ = UtFileOpen(Utf8Of(temporary_).c_str(), "wbx");
         if (file_ == nullptr && errno != EEXIST) break;
     }
     if (file_ == nullptr) return Fail("cannot write", errno);
@@ -254,9 +270,8 @@ bool OutputFile::Commit() {
             return false;
         }
     }
-    fs::rename(temporary_, target_, ec);
-    if (ec) {
-        Fail("cannot replace", ec.value());
+    if (UtFileReplace(Utf8Of(temporary_).c_str(), Utf8Of(target_).c_str()) != 0) {
+        Fail("cannot replace", errno);
         return false;
     }
     kind_ = Kind::kNone;  // nothing left to remove

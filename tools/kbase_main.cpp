@@ -4,6 +4,7 @@
 #include <new>
 
 #include "basert/fileio.h"
+#include "basert/files.h"
 #include "codepages.h"
 #include "csv.h"
 #include "gaeb_cli.h"
@@ -33,10 +34,17 @@ CLI::Validator CodePage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Paths come in and data goes out as bytes: UTF-8 arguments, binary standard streams.
+    UtUtf8Arguments(&argc, &argv);
+    UtFileSetBinary(stdin);
+    UtFileSetBinary(stdout);
     try {
         CLI::App app{"kbase: tools of the kbase building-design library"};
         app.set_version_flag("--version", std::string(KbaseVersion()));
         app.require_subcommand(1);
+        // Options start with '-' everywhere; on Windows CLI11 would also take "/x" for one, and so
+        // misread an absolute path.
+        app.allow_windows_style_options(false);
         app.footer(kbase_tool::kExitCodeHelp);
         kbase_tool::GaebCommands gaebCommands;  // boq and gaeb
         gaebCommands.Add(app);

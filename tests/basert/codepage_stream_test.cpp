@@ -75,6 +75,7 @@ TEST(Decoder, PiecesGiveWhatTheWholeTextGives) {
                            5)},  // holes become C1 controls
     };
     for (const auto& c : cases) {
+        if (kbase_test::SystemLacksCodePage(c.cp)) continue;
         const std::u16string whole = Whole(c.cp, c.bytes);
         ASSERT_FALSE(whole.empty()) << c.cp;
         for (size_t piece = 1; piece <= 6; ++piece) {
@@ -105,6 +106,7 @@ TEST(Decoder, TheFirstBadSequenceIsNamedByItsOffsetFromTheFirstByte) {
         {54936, "xy\x81\x30", 2},
     };
     for (const auto& c : cases) {
+        if (kbase_test::SystemLacksCodePage(c.cp)) continue;
         for (size_t piece = 1; piece <= 4; ++piece) {
             const Decoded d = DecodeInPieces(c.cp, c.bytes, piece, 64);
             EXPECT_EQ(d.firstBad, c.offset) << c.cp << " in pieces of " << piece;
@@ -165,7 +167,11 @@ TEST(Normalisation, ABoundarySplitsTextThatNormalisesApart) {
 
 TEST(CodePageList, HoldsEveryConvertiblePageOnceInOrder) {
     const int64_t count = BrCodePageList(nullptr, 0);
+#ifdef _WIN32
+    ASSERT_GT(count, 50);  // the system's installed pages
+#else
     ASSERT_GT(count, 100);
+#endif
     std::vector<unsigned short> pages(static_cast<size_t>(count));
     EXPECT_EQ(BrCodePageList(pages.data(), count), count);
     for (size_t i = 0; i < pages.size(); ++i) {
@@ -179,6 +185,7 @@ TEST(CodePageList, HoldsEveryConvertiblePageOnceInOrder) {
     };
     for (const unsigned short cp :
          {37, 437, 850, 932, 1250, 1252, 12000, 12001, 20127, 28591, 50220, 54936, 65001}) {
+        if (kbase_test::SystemLacksCodePage(cp)) continue;
         EXPECT_TRUE(has(cp)) << cp;
     }
     EXPECT_FALSE(has(1200));

@@ -486,7 +486,7 @@ TEST_F(StoreTest, ExtendedDataHearsTheEventsWithTheDetailInForce) {
     ASSERT_TRUE(ex->PopUpdateDetail(&top));
     EXPECT_EQ(top.event, 3);
     for (int i = 0; i < 20; ++i) ex->PushUpdateDetail(100 + i);
-    EXPECT_EQ(ex->DetailCount(), ObObjectExtendedData::kDetailDepth) << "the oldest drop out";
+    EXPECT_EQ(ex->DetailCount(), +ObObjectExtendedData::kDetailDepth) << "the oldest drop out";
     EXPECT_EQ(ex->DetailAt(0).event, 119);
     EXPECT_EQ(ex->DetailAt(ObObjectExtendedData::kDetailDepth - 1).event, 112);
     EXPECT_EQ(ex->DetailAt(ObObjectExtendedData::kDetailDepth).event, 0);

@@ -420,7 +420,7 @@ TEST(Param, EqualityAssignmentAndOwnership) {
     EXPECT_TRUE(b == a);
     EXPECT_EQ(b.GetCondList(), nullptr);  // the target's list destroyed, the source's not taken
     EXPECT_NE(a.GetCondList(), nullptr);
-    EXPECT_EQ(b.CommandFlags().GetCommands(), Commands::kSave);  // commands not copied
+    EXPECT_EQ(b.CommandFlags().GetCommands(), +Commands::kSave);  // commands not copied
     EXPECT_FALSE(b.IsLinked());
     EXPECT_TRUE(b.IsDetailed() && b.IsLinkable() && b.IsMatchEnabled() && !b.GetMatch());
     EXPECT_EQ(b.GetState(), a.GetState());

@@ -161,7 +161,7 @@ TEST(Logging, UnwritableDumpIsFalseAndKeepsTheRecords) {
     std::filesystem::create_directory(dir.path() / "ro");
     std::filesystem::permissions(
         dir.path() / "ro", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-    if (::access((dir.path() / "ro").c_str(), W_OK) != 0) {
+    if (::access((dir.path() / "ro").string().c_str(), W_OK) != 0) {
         kbase_test::DiagCapture diag;
         UtCLogging log(U8(dir.File("ro/log.txt")));
         log.LogOnly(U8("kept"), UtCLogging::eLogInfo);

@@ -10,6 +10,7 @@
 
 #include "basert/memory.h"
 #include "basert/strings.h"
+#include "test_support.h"
 #include "kbase/services/VaVars.h"
 
 namespace {
@@ -254,15 +255,15 @@ TEST(Variables, EnvironmentValuesAndDefaults) {
               "from environment/fallback");
 
     // The environment is read at each use; a default stays a default.
-    setenv("KBASE_SERVICES_ENV_SET", "changed", 1);
-    setenv("KBASE_SERVICES_ENV_UNSET", "now set", 1);
+    kbase_test::SetEnv("KBASE_SERVICES_ENV_SET", "changed");
+    kbase_test::SetEnv("KBASE_SERVICES_ENV_UNSET", "now set");
     char* text = nullptr;
     EXPECT_TRUE(vars.Get("KBASE_SERVICES_ENV_SET", text));
     EXPECT_EQ(TakeText(text), "changed");
     EXPECT_TRUE(vars.Get("KBASE_SERVICES_ENV_UNSET", text));
     EXPECT_EQ(TakeText(text), "fallback");
-    setenv("KBASE_SERVICES_ENV_SET", "from environment", 1);
-    unsetenv("KBASE_SERVICES_ENV_UNSET");
+    kbase_test::SetEnv("KBASE_SERVICES_ENV_SET", "from environment");
+    kbase_test::UnsetEnv("KBASE_SERVICES_ENV_UNSET");
 
     // An environment variable is type 7: not a text, and other variables are not environment ones.
     EXPECT_FALSE(vars.Set("KBASE_SERVICES_ENV_SET", "text"));

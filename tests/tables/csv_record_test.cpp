@@ -1,7 +1,6 @@
 // UtCCsvReader's records: the quoted mode, ReadRecord, reading a stream once, and guessing the
 // delimiter and title lines from the first bytes.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <cstdio>
@@ -16,6 +15,7 @@
 
 #include "kbase/tables/UtCCsvReader.h"
 #include "kbase/tables/internal/line_source.h"
+#include "test_support.h"
 
 namespace {
 
@@ -392,7 +392,7 @@ INSTANTIATE_TEST_SUITE_P(
 // once, and it cannot be rewound.
 TEST(CsvStream, PipeIsReadOnceAfterDetectFromHead) {
     int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
+    ASSERT_EQ(kbase_test::MakePipe(fds), 0);
     std::string text = "Bauteil;\"Notiz, lang\";Menge\n";
     for (int i = 0; i < 60000; ++i)
         text += "W" + std::to_string(i) + ";\"a, b\n c\";" + std::to_string(i % 97) + "\n";

@@ -117,12 +117,13 @@ TEST(DecimalSum, TakesWhatTheStringConversionTakes) {
             EXPECT_EQ(s.Format("%g"), "0") << t;  // nothing added
         }
     }
-    // The lenient reading is atof's.
+    // The lenient reading is atof's, that is strtod's (msvcrt's atof knows no hexadecimal; the C99
+    // strtod of MinGW does, as the library's does).
     const char* lenient[] = {"12kg", "abc", "1e5x", "  .5e1e", "0x1p4z", "-3.25 m", "", "1e99999"};
     for (const char* t : lenient) {
         UtCDecimalSum s;
         s.AddLenient(t, std::strlen(t));
-        EXPECT_EQ(s.Value(), std::atof(t)) << t;
+        EXPECT_EQ(s.Value(), std::strtod(t, nullptr)) << t;
     }
 }
 

@@ -115,7 +115,7 @@ TEST(TableRow, NarrowTextsThatCannotBeCopiedLeaveTheRowAsItWas) {
 
 TEST(Table, NewTableAndCursors) {
     UtTable t;
-    EXPECT_EQ(t.GetActRow(), UtTable::kNoRow);
+    EXPECT_EQ(t.GetActRow(), +UtTable::kNoRow);
     EXPECT_EQ(t.GetElemCount(), 0u);
     EXPECT_EQ(t.AddElem("x"), 1);
     EXPECT_EQ(t.GetFirstRow(), 1);
@@ -149,7 +149,7 @@ TEST(Table, NewTableAndCursors) {
     EXPECT_EQ(u.GetNextRow(), 1);
     EXPECT_EQ(u.GetActRow(), 3u);
     u.Clear();
-    EXPECT_EQ(u.GetActRow(), UtTable::kNoRow);
+    EXPECT_EQ(u.GetActRow(), +UtTable::kNoRow);
     EXPECT_EQ(u.GetRowCount(), 0u);
 }
 

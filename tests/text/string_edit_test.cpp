@@ -5,6 +5,7 @@
 
 #include "kbase/text/UtCString.h"
 #include "string_test_util.h"
+#include "test_support.h"
 
 namespace {
 
@@ -170,8 +171,8 @@ TEST_P(StringEdit, Paths) {
 }
 
 TEST_P(StringEdit, EnvironmentPaths) {
-    ::setenv("KBASE_TEST_ROOT", "/srv/proj", 1);
-    ::setenv("KBASE_PATH_VARIABLES", "KBASE_TEST_ROOT", 1);
+    kbase_test::SetEnv("KBASE_TEST_ROOT", "/srv/proj");
+    kbase_test::SetEnv("KBASE_PATH_VARIABLES", "KBASE_TEST_ROOT");
     UtCString s = S("/srv/proj/plans/a.dwg");
     EXPECT_EQ(U8(s.PathAbsToEnv()), "$KBASE_TEST_ROOT/plans/a.dwg");
     EXPECT_EQ(U8(s.PathEnvToAbs()), "/srv/proj/plans/a.dwg");

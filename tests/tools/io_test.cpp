@@ -109,10 +109,18 @@ TEST(OutputFile, WritesThroughLinksAndKeepsPermissions) {
     ScratchDir dir;
     const fs::path real = dir / "real.txt";
     fs::create_directories(dir / "sub");
-    fs::create_symlink("real.txt", dir / "link.txt");
-    fs::create_symlink("../link.txt", dir / "sub" / "chain.txt");  // relative to the link's folder
-    fs::create_symlink(real, dir / "absolute.txt");
-    fs::create_symlink("later.txt", dir / "dangling.txt");
+    // Windows gives symbolic links to administrators only (and Wine's C++ runtime none at all);
+    // there only the plain file is replaced, which must still keep its read-only attribute.
+    std::error_code noLinks;
+    fs::create_symlink("real.txt", dir / "link.txt", noLinks);
+#ifndef _WIN32
+    ASSERT_FALSE(noLinks) << noLinks.message();
+#endif
+    if (!noLinks) {
+        fs::create_symlink("../link.txt", dir / "sub" / "chain.txt");  // relative to the link's folder
+        fs::create_symlink(real, dir / "absolute.txt");
+        fs::create_symlink("later.txt", dir / "dangling.txt");
+    }
     const struct {
         fs::path path;
         fs::perms mode;
@@ -124,6 +132,7 @@ TEST(OutputFile, WritesThroughLinksAndKeepsPermissions) {
         {real, fs::perms::owner_read},  // read-only: replaced all the same, still read-only
     };
     for (const auto& c : cases) {
+        if (noLinks && c.path != real) continue;
         WriteFile(real, "previous");
         fs::permissions(real, c.mode);
         std::ostringstream err;
@@ -132,10 +141,17 @@ TEST(OutputFile, WritesThroughLinksAndKeepsPermissions) {
         ASSERT_TRUE(out.Write("new", 3));
         ASSERT_TRUE(out.Commit()) << err.str();
         EXPECT_EQ(ReadFile(real), "new") << c.path;
+#ifdef _WIN32
+        // Windows keeps one bit of them: read-only or not.
+        EXPECT_EQ(fs::status(real).permissions() & fs::perms::owner_write, c.mode & fs::perms::owner_write)
+            << c.path;
+#else
         EXPECT_EQ(fs::status(real).permissions(), c.mode) << c.path;
-        EXPECT_TRUE(fs::is_symlink(dir / "link.txt") && fs::is_symlink(dir / "sub" / "chain.txt"));
+#endif
+        EXPECT_TRUE(noLinks || (fs::is_symlink(dir / "link.txt") && fs::is_symlink(dir / "sub" / "chain.txt")));
         fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
     }
+    if (noLinks) return;
     std::ostringstream err;
     OutputFile out;
     ASSERT_EQ(out.Open((dir / "dangling.txt").string(), "job", err), kExitOk);

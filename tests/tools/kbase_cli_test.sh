@@ -42,6 +42,14 @@ expect() {
     fi
 }
 
+# posix_only CHECK...: runs a check that needs a POSIX program, which sees a closed or folder
+# standard stream and /dev/full as they are; KBASE_CLI_WINE=1 (a Windows program under Wine, where
+# these arrive as other kinds of handle) leaves it out.
+posix_only() {
+    [ -n "${KBASE_CLI_WINE:-}" ] && return 0
+    "$@"
+}
+
 # untouched FILE: FILE still holds "previous", and no temporary file is left beside it.
 untouched() {
     expect 0 '^previous$' "cat '$1'"
@@ -102,13 +110,13 @@ exit-codes)
     # 1: input and output.
     expect 1 "kbase recode: cannot open 'missing.txt': No such file" '"$K" recode missing.txt'
     expect 1 "kbase recode: cannot read '.': it is a directory" '"$K" recode . out.txt'
-    expect 1 'kbase recode: standard input is a directory' '"$K" recode - out.txt < .'
-    expect 1 'kbase recode: standard input is closed' '"$K" recode - out.txt <&-'
-    expect 1 'kbase recode: standard output is closed' '"$K" recode -f 1252 "$SAMPLE" >&-'
+    posix_only expect 1 'kbase recode: standard input is a directory' '"$K" recode - out.txt < .'
+    posix_only expect 1 'kbase recode: standard input is closed' '"$K" recode - out.txt <&-'
+    posix_only expect 1 'kbase recode: standard output is closed' '"$K" recode -f 1252 "$SAMPLE" >&-'
     expect 1 "kbase recode: cannot write '.': it is a directory" '"$K" recode -f 1252 "$SAMPLE" .'
     expect 1 "kbase recode: cannot write 'no/such/x.txt': No such file" '"$K" recode -f 1252 "$SAMPLE" no/such/x.txt'
     if [ -w /dev/full ]; then
-        expect 1 "cannot write '/dev/full': No space left on device" '"$K" recode -f 1252 "$SAMPLE" /dev/full'
+        posix_only expect 1 "cannot write '/dev/full': No space left on device" '"$K" recode -f 1252 "$SAMPLE" /dev/full'
         expect 1 'cannot write standard output: No space left on device' '"$K" recode -f 1252 "$SAMPLE" >/dev/full'
     fi
     # 2: usage, every parser error included.
@@ -137,7 +145,7 @@ exit-codes)
     echo previous >keep.txt
     expect 3 'cannot be represented' 'printf "\304\200" | "$K" recode -f 65001 -t 1252 - keep.txt'
     untouched keep.txt
-    expect 1 'standard input is closed' '"$K" recode - keep.txt <&-'
+    posix_only expect 1 'standard input is closed' '"$K" recode - keep.txt <&-'
     untouched keep.txt
     ;;
 files)
@@ -227,8 +235,8 @@ csv)
     expect 0 '^rows: +2$' 'printf "a,b\r1,2\r3,4\r" | "$K" csv -'
     expect 0 '' '"$K" csv "$CSV" --sort Kunde > s1.csv && "$K" csv s1.csv --sort Kunde > s2.csv && cmp s1.csv s2.csv'
     # 1: input and output.
-    expect 1 'kbase csv: standard input is a directory' '"$K" csv - < .'
-    expect 1 'kbase csv: standard input is closed' '"$K" csv - <&-'
+    posix_only expect 1 'kbase csv: standard input is a directory' '"$K" csv - < .'
+    posix_only expect 1 'kbase csv: standard input is closed' '"$K" csv - <&-'
     expect 1 "kbase csv: cannot open 'missing.csv'" '"$K" csv missing.csv'
     expect 1 'kbase csv: cannot write the output' '"$K" csv "$CSV" > /dev/full'
     expect 1 'kbase csv: cannot write the output' '"$K" csv "$CSV" --sort 1 > /dev/full'

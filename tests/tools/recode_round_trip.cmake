@@ -1,9 +1,10 @@
-# Runs the kbase program on the sample: 1252 -> UTF-8 (NFC) -> 1252 must give the same bytes.
+# Runs the kbase program (through EMULATOR when given) on the sample: 1252 -> UTF-8 (NFC) -> 1252
+# must give the same bytes.
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
-execute_process(COMMAND ${KBASE} recode --from 1252 --to 65001 --normalize C ${SAMPLE} ${WORK}/utf8.txt
+execute_process(COMMAND ${EMULATOR} ${KBASE} recode --from 1252 --to 65001 --normalize C ${SAMPLE} ${WORK}/utf8.txt
                 RESULT_VARIABLE rc1)
-execute_process(COMMAND ${KBASE} recode --from 65001 --to 1252 ${WORK}/utf8.txt ${WORK}/back.txt
+execute_process(COMMAND ${EMULATOR} ${KBASE} recode --from 65001 --to 1252 ${WORK}/utf8.txt ${WORK}/back.txt
                 RESULT_VARIABLE rc2)
 if(NOT rc1 EQUAL 0 OR NOT rc2 EQUAL 0)
   message(FATAL_ERROR "kbase recode failed: ${rc1} ${rc2}")
