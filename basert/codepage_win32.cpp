@@ -10,8 +10,8 @@
 #include <climits>
 #include <cstring>
 #include <memory>
-#include <string>
 #include <new>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -39,20 +39,22 @@ bool FlagsAllowed(unsigned short n) {
              n == 65000 || n == 42);
 }
 
-// Simple (one unit to one unit) case mapping of the whole BMP, from the invariant locale, built once.
+// Simple (one unit to one unit) case mapping of the whole BMP, from the invariant locale, built
+// once.
 struct CaseTables {
     std::vector<char16_t> lower, upper;
     CaseTables() : lower(65536), upper(65536) {
         std::vector<wchar_t> all(65536);
-        for (int u = 0; u < 65536; ++u) all[u] = (u >= 0xD800 && u <= 0xDFFF) ? L' ' : static_cast<wchar_t>(u);
+        for (int u = 0; u < 65536; ++u)
+            all[u] = (u >= 0xD800 && u <= 0xDFFF) ? L' ' : static_cast<wchar_t>(u);
         std::vector<wchar_t> out(65536);
         Map(LCMAP_LOWERCASE, all, out, lower);
         Map(LCMAP_UPPERCASE, all, out, upper);
     }
     static void Map(DWORD flags, const std::vector<wchar_t>& all, std::vector<wchar_t>& out,
                     std::vector<char16_t>& table) {
-        const int n = LCMapStringEx(LOCALE_NAME_INVARIANT, flags, all.data(), 65536, out.data(), 65536,
-                                    nullptr, nullptr, 0);
+        const int n = LCMapStringEx(LOCALE_NAME_INVARIANT, flags, all.data(), 65536, out.data(),
+                                    65536, nullptr, nullptr, 0);
         for (int u = 0; u < 65536; ++u) {
             const bool keep = n != 65536 || (u >= 0xD800 && u <= 0xDFFF);
             table[u] = keep ? static_cast<char16_t>(u) : static_cast<char16_t>(out[u]);
@@ -65,8 +67,12 @@ const CaseTables& Cases() {
     return tables;
 }
 
-char16_t LowerUnit(char16_t c) { return Cases().lower[c]; }
-char16_t UpperUnit(char16_t c) { return Cases().upper[c]; }
+char16_t LowerUnit(char16_t c) {
+    return Cases().lower[c];
+}
+char16_t UpperUnit(char16_t c) {
+    return Cases().upper[c];
+}
 
 void BuildSingleByteTables(CodePage& cp) {
     std::array<int32_t, 256> mapped{};
@@ -110,7 +116,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     auto cp = std::make_unique<CodePage>();
     cp->number = number;
     cp->flagsAllowed = FlagsAllowed(number);
-    const bool stateful = (number >= 50220 && number <= 50229) || number == 65000 || number == 52936;
+    const bool stateful =
+        (number >= 50220 && number <= 50229) || number == 65000 || number == 52936;
     if (number == kBrCodePageUtf8) {
         cp->kind = Kind::kUtf8;
         cp->maxBytes = 3;
@@ -148,14 +155,18 @@ CodePage* Find(unsigned short number) {
     return it->second.get();
 }
 
-int64_t TextLength(const char* s) { return static_cast<int64_t>(std::strlen(s)); }
+int64_t TextLength(const char* s) {
+    return static_cast<int64_t>(std::strlen(s));
+}
 int64_t TextLength(const char16_t* s) {
     int64_t n = 0;
     while (s[n] != 0) ++n;
     return n;
 }
 
-inline bool InRange(unsigned char c, unsigned lo, unsigned hi) { return c >= lo && c <= hi; }
+inline bool InRange(unsigned char c, unsigned lo, unsigned hi) {
+    return c >= lo && c <= hi;
+}
 
 // Length of the UTF-8 sequence at s (avail bytes there): the whole sequence when it is complete
 // and valid, else its longest valid beginning (at least 1), which is one invalid sequence. 0 when
@@ -188,25 +199,29 @@ int Utf8SequenceLength(const unsigned char* s, int64_t avail) {
 // Length of the sequence at s in a page that is not single-byte, as above (0: cut by the end).
 int SequenceLength(const CodePage& cp, const unsigned char* s, int64_t avail) {
     switch (cp.kind) {
-        case Kind::kUtf8: return Utf8SequenceLength(s, avail);
+        case Kind::kUtf8:
+            return Utf8SequenceLength(s, avail);
         case Kind::kDoubleByte:
             if (!cp.lead[s[0]]) return 1;
             return avail < 2 ? 0 : 2;
-        case Kind::kUtf32: return avail < 4 ? 0 : 4;
+        case Kind::kUtf32:
+            return avail < 4 ? 0 : 4;
         case Kind::kGb18030:
             if (!InRange(s[0], 0x81, 0xFE)) return 1;
             if (avail < 2) return 0;
             if (!InRange(s[1], 0x30, 0x39)) return 2;
             return avail < 4 ? 0 : 4;
-        default: return 1;
+        default:
+            return 1;
     }
 }
 
 // One UTF-32 character of len bytes (4, or fewer when cut by the end) into out; 0 when invalid.
 int DecodeUtf32(bool bigEndian, const unsigned char* b, int len, wchar_t* out) {
     if (len != 4) return 0;
-    const uint32_t c = bigEndian ? (uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | b[3])
-                                 : (uint32_t{b[3]} << 24 | uint32_t{b[2]} << 16 | uint32_t{b[1]} << 8 | b[0]);
+    const uint32_t c =
+        bigEndian ? (uint32_t{b[0]} << 24 | uint32_t{b[1]} << 16 | uint32_t{b[2]} << 8 | b[3])
+                  : (uint32_t{b[3]} << 24 | uint32_t{b[2]} << 16 | uint32_t{b[1]} << 8 | b[0]);
     if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
     if (c < 0x10000) {
         out[0] = static_cast<wchar_t>(c);
@@ -228,9 +243,10 @@ int64_t WalkToUtf16(const CodePage& cp, const unsigned char* s, int64_t n, char1
         int len = SequenceLength(cp, s + i, n - i);
         if (len == 0) len = static_cast<int>(n - i);  // cut by the end of the text: invalid
         wchar_t out[4];
-        int got = cp.kind == Kind::kUtf32 ? DecodeUtf32(cp.number == 12001, s + i, len, out)
-                                          : MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0,
-                                                                reinterpret_cast<const char*>(s + i), len, out, 4);
+        int got = cp.kind == Kind::kUtf32
+                      ? DecodeUtf32(cp.number == 12001, s + i, len, out)
+                      : MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0,
+                                            reinterpret_cast<const char*>(s + i), len, out, 4);
         if (got <= 0 && cp.kind == Kind::kDoubleByte && len == 2 && s[i + 1] < 0x80) len = 1;
         if (got <= 0 || (cp.kind == Kind::kOther && got == 1 && out[0] == 0xFFFD)) {
             if (firstBad != nullptr && *firstBad < 0) *firstBad = i;
@@ -250,7 +266,8 @@ int64_t SystemToUtf16(const CodePage& cp, const char* src, int64_t n, char16_t* 
     if (n > INT_MAX || cap > INT_MAX) return kBrConvNoRoom;  // Win32 counts in 32 bits
     if (n == 0) return 0;
     if (cp.kind == Kind::kUtf32) {
-        return WalkToUtf16(cp, reinterpret_cast<const unsigned char*>(src), n, dst, cap, rep, firstBad);
+        return WalkToUtf16(cp, reinterpret_cast<const unsigned char*>(src), n, dst, cap, rep,
+                           firstBad);
     }
     auto* w = reinterpret_cast<wchar_t*>(dst);
     const int got = MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0, src,
@@ -294,11 +311,14 @@ int EncodeOne(const CodePage& cp, const char16_t* u, int units, char* out, int64
     BOOL used = FALSE;
     int got = 0;
     if (!lone) {
-        got = WideCharToMultiByte(cp.number, cp.flagsAllowed ? WC_NO_BEST_FIT_CHARS : 0,
-                                  reinterpret_cast<const wchar_t*>(u), units, out, 8,
-                                  cp.flagsAllowed ? "?" : nullptr, cp.flagsAllowed ? &used : nullptr);
+        got =
+            WideCharToMultiByte(cp.number, cp.flagsAllowed ? WC_NO_BEST_FIT_CHARS : 0,
+                                reinterpret_cast<const wchar_t*>(u), units, out, 8,
+                                cp.flagsAllowed ? "?" : nullptr, cp.flagsAllowed ? &used : nullptr);
     }
-    if (lone || got <= 0 || used || (!cp.flagsAllowed && got == 1 && out[0] == '?' && u[0] != u'?')) {
+    // A '?' for another character is a replacement even when the used-default flag stays clear
+    // (Wine leaves it clear for some characters).
+    if (lone || got <= 0 || used || (got == 1 && out[0] == '?' && u[0] != u'?')) {
         ++rep;
         out[0] = '?';
         return 1;
@@ -322,12 +342,19 @@ int64_t SystemFromUtf16(const CodePage& cp, const char16_t* src, int64_t n, char
     } else {
         SetLastError(NO_ERROR);  // converted below, character by character
     }
-    if (got > 0 && !used) return got;
+    if (got > 0 && !used) {
+        // More '?' out than in means a character was replaced without the flag saying so; the
+        // walk below counts and places each one. ('?' is never a trail byte of a double-byte page.)
+        int64_t asked = 0, written = 0;
+        for (int64_t k = 0; k < n; ++k) asked += src[k] == u'?';
+        for (int k = 0; k < got; ++k) written += dst[k] == '?';
+        if (written == asked) return got;
+    }
     if (got <= 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER) return kBrConvNoRoom;
     int64_t i = 0, o = 0;
     while (i < n) {
-        const bool pair = src[i] >= 0xD800 && src[i] <= 0xDBFF && i + 1 < n && src[i + 1] >= 0xDC00 &&
-                          src[i + 1] <= 0xDFFF;
+        const bool pair = src[i] >= 0xD800 && src[i] <= 0xDBFF && i + 1 < n &&
+                          src[i + 1] >= 0xDC00 && src[i + 1] <= 0xDFFF;
         const int units = pair ? 2 : 1;
         char out[8];
         const int len = EncodeOne(cp, src + i, units, out, rep);
@@ -342,17 +369,25 @@ int64_t SystemFromUtf16(const CodePage& cp, const char16_t* src, int64_t n, char
 NORM_FORM FormOf(int form, bool* ok) {
     *ok = true;
     switch (form) {
-        case 1: return NormalizationC;
-        case 2: return NormalizationD;
-        case 5: return NormalizationKC;
-        case 6: return NormalizationKD;
-        default: *ok = false; return NormalizationOther;
+        case 1:
+            return NormalizationC;
+        case 2:
+            return NormalizationD;
+        case 5:
+            return NormalizationKC;
+        case 6:
+            return NormalizationKD;
+        default:
+            *ok = false;
+            return NormalizationOther;
     }
 }
 
 }  // namespace
 
-bool BrCodePageAvailable(unsigned short codePage) { return Find(codePage) != nullptr; }
+bool BrCodePageAvailable(unsigned short codePage) {
+    return Find(codePage) != nullptr;
+}
 
 namespace {
 std::vector<unsigned short>* g_enumerated = nullptr;
@@ -389,7 +424,7 @@ struct BrDecoder {
     int64_t offset = 0;       // bytes taken so far, held ones included
     unsigned char held[4]{};  // the beginning of a sequence cut by the end of the last block
     int heldCount = 0;
-    char16_t pending = 0;     // the second unit of a pair that did not fit into the last dst
+    char16_t pending = 0;  // the second unit of a pair that did not fit into the last dst
     bool hasPending = false;
     // Stateful pages (UTF-7, ISO-2022): Windows keeps no state between calls, so the text is
     // gathered and converted whole when the last block comes, then handed out as room allows.
@@ -410,9 +445,9 @@ int64_t DecodeWhole(BrDecoder* d, const char* src, int64_t n, bool last, char16_
     if (d->converted.empty() && !d->whole.empty()) {
         d->converted.resize(d->whole.size() * 2 + 8);
         int64_t rep = 0;
-        const int64_t got = SystemToUtf16(*d->cp, d->whole.data(), static_cast<int64_t>(d->whole.size()),
-                                          d->converted.data(), static_cast<int64_t>(d->converted.size()),
-                                          rep, &d->wholeFirstBad);
+        const int64_t got = SystemToUtf16(
+            *d->cp, d->whole.data(), static_cast<int64_t>(d->whole.size()), d->converted.data(),
+            static_cast<int64_t>(d->converted.size()), rep, &d->wholeFirstBad);
         if (got < 0) return kBrConvNoMemory;
         d->converted.resize(static_cast<size_t>(got));
         *firstBad = d->wholeFirstBad;
@@ -667,8 +702,12 @@ bool BrIsDigitW(char16_t c) {
     if (c == 0xB2 || c == 0xB3 || c == 0xB9 || (c >= 0x2070 && c <= 0x2089)) return false;
     return (TypeOf(c) & C1_DIGIT) != 0;
 }
-bool BrIsSpaceW(char16_t c) { return (TypeOf(c) & C1_SPACE) != 0; }
-bool BrIsLetterW(char16_t c) { return (TypeOf(c) & C1_ALPHA) != 0; }
+bool BrIsSpaceW(char16_t c) {
+    return (TypeOf(c) & C1_SPACE) != 0;
+}
+bool BrIsLetterW(char16_t c) {
+    return (TypeOf(c) & C1_ALPHA) != 0;
+}
 
 const BrSingleByteTables* BrSingleByteTablesOf(unsigned short codePage) {
     const CodePage* cp = Find(codePage);

@@ -28,17 +28,22 @@ int CopyIn(char* field, size_t size, const char* text) {
     return status;
 }
 
-// The text in 1252, with kGAEBTextReplaced when a character became '?'.
-int ToFileCodePage(const UtCString& text, UtCString& out) {
-    out = text;
-    if (out.ToAnsiIfRepresentable(kFileCodePage)) return kGAEBOk;
-    out.ToAnsi(kFileCodePage);
-    return kGAEBTextReplaced;
+// The text in 1252; status is kGAEBTextReplaced when a character became '?'. The copy keeps the
+// text's own encoding: assigning it to a string of another encoding (the system code page) would
+// convert it first, and a character that page lacks would become '?' unnoticed.
+UtCString ToFileCodePage(const UtCString& text, int& status) {
+    UtCString out(text);
+    status = kGAEBOk;
+    if (!out.ToAnsiIfRepresentable(kFileCodePage)) {
+        out.ToAnsi(kFileCodePage);
+        status = kGAEBTextReplaced;
+    }
+    return out;
 }
 
 int CopyIn(char* field, size_t size, const UtCString& text) {
-    UtCString converted;
-    const int status = ToFileCodePage(text, converted);
+    int status = kGAEBOk;
+    const UtCString converted = ToFileCodePage(text, status);
     return status | CopyIn(field, size, converted.ptr());
 }
 
@@ -558,8 +563,8 @@ int UtGAEBBeschreibung::SetLangtext(const char* text) {
 }
 int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
     SetAbsent(kLangtext, false);
-    UtCString converted;
-    const int status = ToFileCodePage(text, converted);
+    int status = kGAEBOk;
+    const UtCString converted = ToFileCodePage(text, status);
     langtext_.assign(converted.ptr());
     return status;
 }
@@ -583,8 +588,8 @@ int UtGAEBBeschreibung::SetKurztext(const char* text) {
 }
 int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
     SetAbsent(kKurztext, false);
-    UtCString converted;
-    const int status = ToFileCodePage(text, converted);
+    int status = kGAEBOk;
+    const UtCString converted = ToFileCodePage(text, status);
     return status | CopyBounded(kurztext_, kGAEBSizeKurztext, converted.ptr());
 }
 

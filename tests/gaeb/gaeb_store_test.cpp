@@ -353,9 +353,11 @@ TEST(GaebStore, SettersCutLongTextAndReportCharactersThatCp1252Lacks) {
     EXPECT_STREQ(p.GetME(),
                  "Fl\xE4"
                  "che \x80");
-    EXPECT_EQ(p.SetME(UtCString(u"m\u00B2 \u03A9")), kGAEBTextReplaced);
+    // Texts kept in UTF-16, whatever the system's code page.
+    EXPECT_EQ(p.SetME(UtCString(u"m\u00B2 \u03A9", eUtEncodingTypeUtf16)), kGAEBTextReplaced);
     EXPECT_STREQ(p.GetME(), "m\xB2 ?");
-    EXPECT_EQ(p.SetME(UtCString(std::u16string(40, u'\u03A9'))), kGAEBTextReplaced | kGAEBTextCut);
+    EXPECT_EQ(p.SetME(UtCString(std::u16string(40, u'\u03A9'), eUtEncodingTypeUtf16)),
+              kGAEBTextReplaced | kGAEBTextCut);
     EXPECT_EQ(std::strlen(p.GetME()), kGAEBSizeME - 1);
 
     UtGAEBBeschreibung* b = p.GetBeschreibungPtr();
