@@ -452,28 +452,7 @@ int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_
     if (cp->asciiCompatible && cap >= n) i = WidenAsciiPrefix(src, n, dst);
     if (i == n) return n;
     if (cp->singleByte) {
-        // Runs of ASCII are widened in blocks; the rest goes through the table.
-        const auto* s = reinterpret_cast<const unsigned char*>(src);
-        while (i < n) {
-            if (cp->asciiCompatible && i + 16 <= n) {
-                uint64_t a, b;
-                std::memcpy(&a, s + i, 8);
-                std::memcpy(&b, s + i + 8, 8);
-                if (((a | b) & 0x8080808080808080ULL) == 0) {
-                    for (int k = 0; k < 16; ++k) dst[i + k] = s[i + k];
-                    i += 16;
-                    continue;
-                }
-                for (int k = 0; k < 16; ++k) dst[i + k] = cp->toU[s[i + k]];
-                i += 16;
-                continue;
-            }
-            dst[i] = cp->toU[s[i]];
-            ++i;
-        }
-        if (cp->hasHoles) {
-            for (int64_t k = 0; k < n; ++k) rep += dst[k] == u'\uFFFD';
-        }
+        BrSingleByteToUtf16(*cp, cp->asciiCompatible, src + i, n - i, dst + i, rep);
         return n;
     }
     const int64_t rest = IcuToUtf16(*cp, src + i, n - i, dst + i, cap - i, rep);
@@ -493,42 +472,9 @@ int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, cha
     if (cp->asciiCompatible && cap >= n) i = NarrowAsciiPrefix(src, n, dst);
     if (i == n) return n;
     if (cp->singleByte) {
-        int64_t o = i;
-        while (i < n) {
-            // Blocks of ASCII are narrowed at once; others go unit by unit through the table.
-            if (i + 16 <= n && o + 16 <= cap) {
-                char16_t any = 0;
-                for (int k = 0; k < 16; ++k) any |= src[i + k];
-                if ((any & 0xFF80) == 0 && cp->asciiCompatible) {
-                    for (int k = 0; k < 16; ++k) dst[o + k] = static_cast<char>(src[i + k]);
-                    i += 16;
-                    o += 16;
-                    continue;
-                }
-                bool allMapped = true;
-                for (int k = 0; k < 16; ++k) {
-                    const uint8_t b = cp->fromU[src[i + k]];
-                    allMapped = allMapped && (b != 0 || src[i + k] == 0);
-                    dst[o + k] = static_cast<char>(b);
-                }
-                if (allMapped) {
-                    i += 16;
-                    o += 16;
-                    continue;
-                }
-            }
-            if (o >= cap) return kBrConvNoRoom;
-            const char16_t u = src[i++];
-            uint8_t b = cp->fromU[u];
-            if (b == 0 && u != 0) {
-                ++rep;
-                b = '?';
-                // A surrogate pair is one character and gets one '?'.
-                if (u >= 0xD800 && u <= 0xDBFF && i < n && src[i] >= 0xDC00 && src[i] <= 0xDFFF) ++i;
-            }
-            dst[o++] = static_cast<char>(b);
-        }
-        return o;
+        const int64_t o =
+            BrSingleByteFromUtf16(*cp, cp->asciiCompatible, src + i, n - i, dst + i, cap - i, rep);
+        return o < 0 ? o : i + o;
     }
     const int64_t rest = IcuFromUtf16(*cp, src + i, n - i, dst + i, cap - i, rep);
     return rest < 0 ? rest : i + rest;

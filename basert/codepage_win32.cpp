@@ -588,11 +588,7 @@ int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_
     if (n < 0) n = TextLength(src);
     if (cp->kind == Kind::kSingleByte) {
         if (cap < n) return kBrConvNoRoom;
-        const auto* s = reinterpret_cast<const unsigned char*>(src);
-        for (int64_t i = 0; i < n; ++i) dst[i] = cp->toU[s[i]];
-        if (cp->hasHoles) {
-            for (int64_t k = 0; k < n; ++k) rep += dst[k] == u'\uFFFD';
-        }
+        BrSingleByteToUtf16(*cp, cp->asciiCompatible, src, n, dst, rep);
         return n;
     }
     return SystemToUtf16(*cp, src, n, dst, cap, rep, nullptr);
@@ -608,20 +604,7 @@ int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, cha
     if (src == nullptr) return 0;
     if (n < 0) n = TextLength(src);
     if (cp->kind != Kind::kSingleByte) return SystemFromUtf16(*cp, src, n, dst, cap, rep);
-    int64_t o = 0;
-    for (int64_t i = 0; i < n;) {
-        if (o >= cap) return kBrConvNoRoom;
-        const char16_t u = src[i++];
-        uint8_t b = cp->fromU[u];
-        if (b == 0 && u != 0) {
-            ++rep;
-            b = '?';
-            // A surrogate pair is one character and gets one '?'.
-            if (u >= 0xD800 && u <= 0xDBFF && i < n && src[i] >= 0xDC00 && src[i] <= 0xDFFF) ++i;
-        }
-        dst[o++] = static_cast<char>(b);
-    }
-    return o;
+    return BrSingleByteFromUtf16(*cp, cp->asciiCompatible, src, n, dst, cap, rep);
 }
 
 int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int64_t cap) {

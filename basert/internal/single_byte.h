@@ -17,8 +17,8 @@ struct BrSingleByteTables {
 // mapped[b] is the one unit byte b converts to alone, or -1 when the converter refuses it. lower
 // and upper map one unit (simple case mapping).
 template <typename Lower, typename Upper>
-void BrBuildSingleByteTables(BrSingleByteTables& t, const std::array<int32_t, 256>& mapped, Lower lower,
-                             Upper upper) {
+void BrBuildSingleByteTables(BrSingleByteTables& t, const std::array<int32_t, 256>& mapped,
+                             Lower lower, Upper upper) {
     std::array<bool, 256> c1Taken{};
     for (int b = 0; b < 256; ++b) {
         if (mapped[b] < 0) continue;
@@ -44,6 +44,16 @@ void BrBuildSingleByteTables(BrSingleByteTables& t, const std::array<int32_t, 25
         t.upper[b] = (up == u || t.fromU[up] == 0) ? static_cast<uint8_t>(b) : t.fromU[up];
     }
 }
+
+// Conversions of a single-byte page through its tables, shared by both back ends. asciiSame: the
+// bytes below 0x80 stand for themselves, so runs of ASCII go 16 at a time.
+// n bytes to n units (dst has room for n); each byte that stands for no character counts in rep.
+void BrSingleByteToUtf16(const BrSingleByteTables& t, bool asciiSame, const char* src, int64_t n,
+                         char16_t* dst, int64_t& rep);
+// n units to bytes: the count written, or kBrConvNoRoom. A character the page lacks becomes '?'
+// and counts in rep; a surrogate pair is one character.
+int64_t BrSingleByteFromUtf16(const BrSingleByteTables& t, bool asciiSame, const char16_t* src,
+                              int64_t n, char* dst, int64_t cap, int64_t& rep);
 
 // The tables of a single-byte code page of the back end in use, or null for any other page.
 const BrSingleByteTables* BrSingleByteTablesOf(unsigned short codePage);
