@@ -4,8 +4,12 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <string>
+#include <string_view>
 
 #include "basert/files.h"
+#include "kbase/gaeb/internal/format.h"
 #include "kbase/gaeb/internal/reader.h"
 
 using kbase_gaeb_internal::kAfterEnd;
@@ -53,67 +57,201 @@ int CopyOut(const char* field, char* out, size_t size) {
     return CopyIn(out, size, field);
 }
 
-// A store writes through one buffer per thread, so that a bill of many short lines reaches the
-// stream in large writes; the outermost Store hands it on before it returns. A failed write stops
-// the buffer: what was handed on stays written, later lines are refused.
-struct Pending {
-    FILE* file = nullptr;
-    std::string buf;
-    int depth = 0;
-    bool failed = false;
-};
-thread_local Pending pending;
-constexpr size_t kChunk = size_t{1} << 20;
+// A store writes through one buffer: every line of a bill is formatted straight into it, and it
+// reaches the stream in writes of kChunk bytes. The outermost Store of a file sets it up and hands
+// its rest on before it returns; nested Store calls find it through one thread-local pointer. A
+// failed write stops the buffer: what was handed on stays written, later lines are refused.
+// A chunk that stays in the processor's cache while the stream copies it out.
+constexpr size_t kChunk = size_t{1} << 18;
+constexpr size_t kFirstChunk = size_t{1} << 14;  // a small store allocates little
 
-bool Drain() {
-    if (!pending.failed && !pending.buf.empty() &&
-        std::fwrite(pending.buf.data(), 1, pending.buf.size(), pending.file) !=
-            pending.buf.size()) {
-        pending.failed = true;
+// The full-size buffer of the last large store on this thread, for the next one: fresh memory
+// costs a page fault per page, more than formatting it does.
+thread_local std::unique_ptr<char[]> spare;
+
+class Sink {
+  public:
+    explicit Sink(FILE* file) : file_(file) {
+        if (spare != nullptr) {
+            data_ = spare.release();
+            size_ = cap_ = kChunk;
+        }
     }
-    pending.buf.clear();
-    return !pending.failed;
+    ~Sink() {
+        if (size_ == kChunk && spare == nullptr) {
+            spare.reset(data_);
+        } else {
+            delete[] data_;
+        }
+    }
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+
+    FILE* File() const { return file_; }
+
+    // Room for n more bytes at the end of the buffer (n <= kChunk), null after a failed write.
+    char* Room(size_t n) {
+        if (n <= cap_ - used_) return data_ + used_;
+        return MakeRoom(n);
+    }
+    void Commit(char* end) { used_ = static_cast<size_t>(end - data_); }
+
+    bool Append(const char* p, size_t n) {
+        if (n <= cap_ - used_) {
+            std::memcpy(data_ + used_, p, n);
+            used_ += n;
+            return true;
+        }
+        return AppendLong(p, n);
+    }
+
+    // Hands the buffer on; false when this or an earlier write failed.
+    bool Drain() {
+        if (!failed_ && used_ != 0 && std::fwrite(data_, 1, used_, file_) != used_) {
+            failed_ = true;
+            cap_ = 0;  // no room from now on: every later line is refused
+        }
+        used_ = 0;
+        return !failed_;
+    }
+
+  private:
+    char* MakeRoom(size_t n) {
+        if (failed_) return nullptr;
+        if (size_ < kChunk) {  // grow while the buffer is small
+            size_t size = size_ == 0 ? kFirstChunk : size_ * 2;
+            while (size < used_ + n && size < kChunk) size *= 2;
+            char* data = new char[size];
+            if (used_ != 0) std::memcpy(data, data_, used_);
+            delete[] data_;
+            data_ = data;
+            size_ = cap_ = size;
+            if (n <= cap_ - used_) return data_ + used_;
+        }
+        if (!Drain() || n > cap_) return nullptr;
+        return data_;
+    }
+
+    bool AppendLong(const char* p, size_t n) {
+        while (n != 0) {
+            const size_t part = n < kChunk ? n : kChunk;
+            char* room = Room(part);
+            if (room == nullptr) return false;
+            std::memcpy(room, p, part);
+            used_ += part;
+            p += part;
+            n -= part;
+        }
+        return true;
+    }
+
+    FILE* file_;
+    char* data_ = nullptr;
+    size_t size_ = 0;  // allocated
+    size_t cap_ = 0;   // usable: size_, or 0 after a failed write
+    size_t used_ = 0;
+    bool failed_ = false;
+};
+
+// The buffer of the store running on this thread; a plain pointer, so that reaching it costs no
+// initialisation check.
+thread_local Sink* current = nullptr;
+
+// The buffer for file, null when no store of that file runs (a direct call of StoreLineStart or of
+// a value's Store then writes at once).
+Sink* SinkFor(FILE* file) {
+    Sink* s = current;
+    return (s != nullptr && s->File() == file) ? s : nullptr;
 }
 
 bool Put(FILE* file, const char* p, size_t n) {
-    if (pending.depth == 0 || file != pending.file)
-        return n == 0 || std::fwrite(p, 1, n, file) == n;
-    if (pending.failed) return false;
-    pending.buf.append(p, n);
-    return pending.buf.size() < kChunk || Drain();
+    if (Sink* s = SinkFor(file)) return s->Append(p, n);
+    return n == 0 || std::fwrite(p, 1, n, file) == n;
 }
 
-// Buffers the writes of one Store call and its children.
+// Buffers the writes of one Store call and its children; a store of another file inside it (an
+// application's object storing elsewhere) gets a buffer of its own.
 class BufferedStore {
   public:
-    explicit BufferedStore(FILE* file) : outer_(pending.depth == 0) {
-        if (outer_) {
-            pending.file = file;
-            pending.failed = false;
-            pending.buf.clear();
+    explicit BufferedStore(FILE* file) : outer_(current) {
+        if (SinkFor(file) == nullptr) {
+            own_ = new Sink(file);
+            current = own_;
         }
-        ++pending.depth;
     }
     ~BufferedStore() {
-        if (--pending.depth == 0) {
-            Drain();
-            pending.file = nullptr;
+        if (own_ != nullptr) {
+            own_->Drain();
+            current = outer_;
+            delete own_;
         }
     }
     BufferedStore(const BufferedStore&) = delete;
     BufferedStore& operator=(const BufferedStore&) = delete;
-    // The status with the handing on of the buffer's rest (outermost call only).
+    // The status with the handing on of the buffer's rest (the call that set it up only).
     int Finish(int status) {
-        if (outer_ && !Drain() && status == kGAEBOk) return kGAEBWriteFailed;
+        if (own_ != nullptr && !own_->Drain() && status == kGAEBOk) return kGAEBWriteFailed;
         return status;
     }
 
   private:
-    bool outer_;
+    Sink* outer_;
+    Sink* own_ = nullptr;
 };
 
 // Blanks by the 64; more go out in several writes.
 constexpr char kBlanks[] = "                                                                ";
+
+// Bytes a line may take beyond its own in the buffer: the blanks and the short pieces are copied
+// in fixed sizes (a copy of known size is a few moves, not a call).
+constexpr size_t kSlack = 64;
+// A value up to this size is formatted straight into the buffer; a longer one is written apart.
+constexpr size_t kDirectValue = kChunk / 2;
+
+size_t Blanks(int indent) {
+    return indent > 0 ? static_cast<size_t>(indent) : 0;
+}
+
+// Writes "<indent blanks><a><b><c>" where b may be long: put together first, so that it is one
+// write when unbuffered.
+int PutPieces(FILE* file, int indent, std::string_view a, std::string_view b, std::string_view c) {
+    std::string line(Blanks(indent), ' ');
+    line.append(a).append(b).append(c);
+    return Put(file, line.data(), line.size()) ? kGAEBOk : kGAEBWriteFailed;
+}
+
+// "<indent blanks>[key]value[end]\n"; key is a literal.
+template <size_t N>
+int PutValue(FILE* file, int indent, const char (&key)[N], std::string_view value) {
+    static_assert(N + 8 <= kSlack);
+    if (file == nullptr) return kGAEBNullFile;
+    Sink* s = SinkFor(file);
+    const size_t blanks = Blanks(indent);
+    if (s == nullptr || blanks > 64 || value.size() > kDirectValue) {
+        return PutPieces(file, indent, std::string_view("[", 1), std::string_view(key, N - 1),
+                         std::string("]").append(value).append("[end]\n"));
+    }
+    char* p = s->Room(blanks + value.size() + 2 * kSlack);
+    if (p == nullptr) return kGAEBWriteFailed;
+    std::memcpy(p, kBlanks, 64);
+    p += blanks;
+    *p++ = '[';
+    std::memcpy(p, key, N - 1);
+    p += N - 1;
+    *p++ = ']';
+    std::memcpy(p, value.data(), value.size());
+    p += value.size();
+    std::memcpy(p, "[end]\n", 6);
+    s->Commit(p + 6);
+    return kGAEBOk;
+}
+
+template <size_t N>
+int PutValue(FILE* file, int indent, const char (&key)[N], int value) {
+    char buf[16];
+    const auto r = std::to_chars(buf, buf + sizeof buf, value);
+    return PutValue(file, indent, key, std::string_view(buf, static_cast<size_t>(r.ptr - buf)));
+}
 
 }  // namespace
 
@@ -179,42 +317,36 @@ int UtGAEBObject::StoreLineStart(FILE* file, int indent) {
     return kGAEBOk;
 }
 
-// One write per line: a line is put together first (most lines are short), so that a bill of
-// many positions costs few calls into the stream.
-namespace {
-
-std::string& LineBuffer(int indent) {
-    static thread_local std::string line;
-    line.assign(indent > 0 ? static_cast<size_t>(indent) : 0, ' ');
-    return line;
-}
-
-int PutLine(FILE* file, const std::string& line) {
-    return Put(file, line.data(), line.size()) ? kGAEBOk : kGAEBWriteFailed;
-}
-
-}  // namespace
-
 int UtGAEBObject::StoreTag(FILE* file, int indent, const char* what, bool lineFeed) {
     if (file == nullptr) return kGAEBNullFile;
-    std::string& line = LineBuffer(indent);
-    line.append(what).append(GetBlockName()).push_back(']');
-    if (lineFeed) line.push_back('\n');
-    return PutLine(file, line);
+    const std::string_view name = GetBlockName();
+    const std::string_view head = what;
+    Sink* s = SinkFor(file);
+    const size_t blanks = Blanks(indent);
+    if (s == nullptr || blanks > 64 || head.size() + name.size() > kSlack) {
+        return PutPieces(file, indent, head, name, lineFeed ? "]\n" : "]");
+    }
+    char* p = s->Room(blanks + 3 * kSlack);
+    if (p == nullptr) return kGAEBWriteFailed;
+    std::memcpy(p, kBlanks, 64);
+    p += blanks;
+    std::memcpy(p, head.data(), head.size());
+    p += head.size();
+    std::memcpy(p, name.data(), name.size());
+    p += name.size();
+    p[0] = ']';
+    p[1] = '\n';
+    s->Commit(p + (lineFeed ? 2 : 1));
+    return kGAEBOk;
 }
 
 int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, const char* value) {
     if (file == nullptr) return kGAEBNullFile;
-    std::string& line = LineBuffer(indent);
-    line.append(1, '[').append(key).append(1, ']').append(value).append("[end]\n");
-    return PutLine(file, line);
+    return PutPieces(file, indent, "[", key, std::string("]").append(value).append("[end]\n"));
 }
 
 int UtGAEBObject::StoreValue(FILE* file, int indent, const char* key, int value) {
-    char buf[16];
-    const auto r = std::to_chars(buf, buf + sizeof buf - 1, value);
-    *r.ptr = '\0';
-    return StoreValue(file, indent, key, buf);
+    return StoreValue(file, indent, key, std::to_string(value).c_str());
 }
 
 int UtGAEBObject::StoreKept(FILE* file, int anchor) const {
@@ -234,17 +366,19 @@ int UtGAEBObject::StoreSlot(FILE*, int, int) {
 int UtGAEBObject::StoreBlock(FILE* file, int indent, bool lineFeed) {
     if (file == nullptr) return kGAEBNullFile;
     BufferedStore buffered(file);
-    int status = StoreKept(file, -1);
+    // Most objects of a bill hold nothing kept: their block is the model's lines alone.
+    const bool kept = kept_ != nullptr;
+    int status = kept ? StoreKept(file, -1) : kGAEBOk;
     if (status == kGAEBOk) status = StoreTag(file, indent, "#begin[");
-    if (status == kGAEBOk) status = StoreKept(file, 0);
+    if (status == kGAEBOk && kept) status = StoreKept(file, 0);
     const int slots = GetSlotCount();
     for (int slot = 1; slot <= slots && status == kGAEBOk; ++slot) {
         if (!IsAbsent(slot)) status = StoreSlot(file, indent + 1, slot);
-        if (status == kGAEBOk) status = StoreKept(file, slot);
+        if (status == kGAEBOk && kept) status = StoreKept(file, slot);
     }
     // Text that followed the end tag on its line (a writer's trailer) goes back there.
     if (status == kGAEBOk) status = StoreTag(file, indent, "#end[", false);
-    if (status == kGAEBOk) status = StoreKept(file, kAfterEnd);
+    if (status == kGAEBOk && kept) status = StoreKept(file, kAfterEnd);
     if (status == kGAEBOk && lineFeed && !Put(file, "\n", 1)) status = kGAEBWriteFailed;
     return buffered.Finish(status);
 }
@@ -309,7 +443,7 @@ int UtGAEBDatum::SetDatum(const char* text) {
 
 int UtGAEBDatum::Store(FILE* file, int indent) {
     if (file == nullptr) return kGAEBNullFile;
-    return StoreValue(file, indent, "Datum", datum_);
+    return PutValue(file, indent, "Datum", datum_);
 }
 
 // ---- UtGAEBInfo ---------------------------------------------------------------------------------
@@ -346,15 +480,15 @@ int UtGAEBInfo::SetZeichensatz(const char* text) {
 int UtGAEBInfo::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kVersion:
-            return StoreValue(file, indent, "Version", version_);
+            return PutValue(file, indent, "Version", version_);
         case kVersMon:
-            return StoreValue(file, indent, "VersMon", versMon_);
+            return PutValue(file, indent, "VersMon", versMon_);
         case kVersJahr:
-            return StoreValue(file, indent, "VersJahr", versJahr_);
+            return PutValue(file, indent, "VersJahr", versJahr_);
         case kDatum:
             return datum_.Store(file, indent);
         case kZeichensatz:
-            return StoreValue(file, indent, "Zeichensatz", zeichensatz_);
+            return PutValue(file, indent, "Zeichensatz", zeichensatz_);
         default:
             return kGAEBOk;
     }
@@ -395,12 +529,12 @@ void UtGAEBLVGlied::SetLaenge(short v) {
 int UtGAEBLVGlied::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kTyp:
-            return StoreValue(file, indent, "Typ", typ_);
+            return PutValue(file, indent, "Typ", typ_);
         case kBez:
             if (GetKeyType() != eGAEBLVKeyLVStufe || flag_ == 0) return kGAEBOk;
-            return StoreValue(file, indent, "Bez", bez_);
+            return PutValue(file, indent, "Bez", bez_);
         case kLaenge:
-            return StoreValue(file, indent, "Laenge", laenge_);
+            return PutValue(file, indent, "Laenge", laenge_);
         default:
             return kGAEBOk;
     }
@@ -449,11 +583,11 @@ void UtGAEBLVInfo::ResetLVGliedList() {
 int UtGAEBLVInfo::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kName:
-            return StoreValue(file, indent, "Name", name_);
+            return PutValue(file, indent, "Name", name_);
         case kBez:
-            return StoreValue(file, indent, "Bez", bez_);
+            return PutValue(file, indent, "Bez", bez_);
         case kKurzLang:
-            return StoreValue(file, indent, "KurzLang", kurzLang_);
+            return PutValue(file, indent, "KurzLang", kurzLang_);
         default: {
             UtGAEBLVGlied* g = GetLVGliedPtr(slot - kGlieder);
             return g == nullptr ? kGAEBOk : g->Store(file, indent);
@@ -543,9 +677,9 @@ int UtGAEBLVBereich::SetBez(const UtCString& text) {
 int UtGAEBLVBereich::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kOZ:
-            return StoreValue(file, indent, "OZ", oz_);
+            return PutValue(file, indent, "OZ", oz_);
         case kBez:
-            return StoreValue(file, indent, "Bez", bez_);
+            return PutValue(file, indent, "Bez", bez_);
         default:
             return entities_.StoreItem(file, indent, slot - kEntities);
     }
@@ -596,9 +730,9 @@ int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
 int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kLangtext:
-            return StoreValue(file, indent, "Langtext", langtext_.c_str());
+            return PutValue(file, indent, "Langtext", langtext_);
         case kKurztext:
-            return StoreValue(file, indent, "Kurztext", kurztext_.c_str());
+            return PutValue(file, indent, "Kurztext", kurztext_);
         default:
             return kGAEBOk;
     }
@@ -632,19 +766,18 @@ int UtGAEBPosition::SetME(const UtCString& text) {
 int UtGAEBPosition::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kOZ:
-            return StoreValue(file, indent, "OZ", oz_);
+            return PutValue(file, indent, "OZ", oz_);
         case kMenge: {
             if (mengeFlag_ == 0) return kGAEBOk;
+            if (file == nullptr) return kGAEBNullFile;
             // "%.3f" without the locale's decimal separator.
-            char buf[400];
-            const auto r =
-                std::to_chars(buf, buf + sizeof buf - 1, menge_, std::chars_format::fixed, 3);
-            if (r.ec != std::errc()) return StoreValue(file, indent, "Menge", "0.000");
-            *r.ptr = '\0';
-            return StoreValue(file, indent, "Menge", buf);
+            char buf[kbase_gaeb_internal::kFixed3Room];
+            const char* end = kbase_gaeb_internal::FormatFixed3(menge_, buf);
+            return PutValue(file, indent, "Menge",
+                            std::string_view(buf, static_cast<size_t>(end - buf)));
         }
         case kME:
-            return meFlag_ == 0 ? kGAEBOk : StoreValue(file, indent, "ME", me_);
+            return meFlag_ == 0 ? kGAEBOk : PutValue(file, indent, "ME", me_);
         case kBeschreibung:
             return beschreibungFlag_ == 0 ? kGAEBOk : beschreibung_.Store(file, indent);
         default:
@@ -667,7 +800,7 @@ void UtGAEBVergabe::SetDP(short v) {
 int UtGAEBVergabe::StoreSlot(FILE* file, int indent, int slot) {
     switch (slot) {
         case kDP:
-            return StoreValue(file, indent, "DP", dp_);
+            return PutValue(file, indent, "DP", dp_);
         case kLV:
             return lv_.Store(file, indent);
         default:
