@@ -1,13 +1,18 @@
 // A GAEB bill of 100k positions (long texts of a few hundred bytes) stored and loaded, beside
 // writing and reading the same bytes with plain fwrite and fread, in one run. Goal: each within 3x
-// of the plain I/O (ratio >= 0.33). The file lies in the temporary folder.
-// Run: build/release/bench/gaeb_bench
+// of the plain I/O (ratio >= 0.33). Loading is also put beside the least a reader of a line format
+// pays (the bytes cut into lines, and that with one allocation per node of the tree), which says
+// how far the parser is from its floor. The file lies in the temporary folder. Run:
+// build/release/bench/gaeb_bench
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kbase/gaeb/UtGAEB.h"
@@ -123,10 +128,68 @@ void BM_Read_Fread(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
 }
 
+// The floor any reader of a line format pays: the bytes read and cut into lines. The second adds
+// the allocations of the tree this bill becomes, without reading a single value: per position and
+// range an object of the model's size (zeroed, as a constructor does), per long and short text a
+// string of the line; all freed again, as the load's tree is.
+size_t SplitLines(const std::vector<char>& buf, bool nodes) {
+    size_t lines = 0;
+    std::vector<std::unique_ptr<char[]>> tree;
+    std::vector<std::string> texts;
+    const char* p = buf.data();
+    const char* end = p + buf.size();
+    while (p < end) {
+        const char* eol = static_cast<const char*>(std::memchr(p, '\n', end - p));
+        if (eol == nullptr) eol = end;
+        ++lines;
+        if (nodes) {
+            std::string_view line(p, static_cast<size_t>(eol - p));
+            line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+            size_t size = 0;
+            if (line.starts_with("#begin[Position]")) {
+                size = sizeof(UtGAEBPosition);
+            } else if (line.starts_with("#begin[LVBereich]")) {
+                size = sizeof(UtGAEBLVBereich);
+            } else if (line.starts_with("[Langtext]") || line.starts_with("[Kurztext]")) {
+                texts.emplace_back(line);
+            }
+            if (size != 0) {
+                tree.emplace_back(new char[size]);
+                std::memset(tree.back().get(), 0, size);
+            }
+        }
+        p = eol + 1;
+    }
+    return lines + tree.size() + texts.size();
+}
+
+void ReadLines(benchmark::State& state, bool nodes) {
+    Data& d = Shared();
+    std::vector<char> buf(d.bytes.size());
+    for (auto _ : state) {
+        FILE* f = std::fopen(TempPath().c_str(), "r");
+        if (std::fread(buf.data(), 1, buf.size(), f) != buf.size())
+            state.SkipWithError("read failed");
+        std::fclose(f);
+        benchmark::DoNotOptimize(SplitLines(buf, nodes));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
+}
+
+void BM_Read_FreadLines(benchmark::State& state) {
+    ReadLines(state, false);
+}
+
+void BM_Read_FreadLinesNodes(benchmark::State& state) {
+    ReadLines(state, true);
+}
+
 BENCHMARK(BM_Store_Gaeb)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Write_Fwrite)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Load_Gaeb)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Read_Fread)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Read_FreadLines)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Read_FreadLinesNodes)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
@@ -137,6 +200,10 @@ int main(int argc, char** argv) {
                      "BM_Write_Fwrite");
     reporter.AddPair("load 100k positions vs fread (goal >= 0.33)", "BM_Load_Gaeb",
                      "BM_Read_Fread");
+    reporter.AddPair("load vs fread + memchr lines (floor of a line reader)", "BM_Load_Gaeb",
+                     "BM_Read_FreadLines");
+    reporter.AddPair("load vs that + the tree's allocations", "BM_Load_Gaeb",
+                     "BM_Read_FreadLinesNodes");
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     std::remove(TempPath().c_str());

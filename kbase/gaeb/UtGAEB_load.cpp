@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kbase/gaeb/UtGAEB.h"
+#include "kbase/gaeb/internal/format.h"
 #include "kbase/gaeb/internal/reader.h"
 
 using kbase_gaeb_internal::kAfterEnd;
@@ -18,7 +19,8 @@ namespace {
 template <size_t N>
 void TakeText(char (&field)[N], Reader& reader, const Token& token) {
     if (token.value.size() < N) {
-        std::memcpy(field, token.value.c_str(), token.value.size() + 1);
+        std::memcpy(field, token.value.data(), token.value.size());
+        field[token.value.size()] = '\0';
         return;
     }
     std::memcpy(field, token.value.data(), N - 1);
@@ -31,8 +33,17 @@ void TakeText(char (&field)[N], Reader& reader, const Token& token) {
 void TakeShort(short& field, Reader& reader, const Token& token) {
     if (kbase_gaeb_internal::ParseShort(token.value, field)) return;
     reader.keepAsShadow = true;
-    reader.Note(token.line,
-                "[" + token.name + "]" + token.value + " is no 16-bit number; kept as written");
+    reader.Note(token.line, "[" + token.name + "]" + std::string(token.value) +
+                                " is no 16-bit number; kept as written");
+}
+
+// Whether a number as ParseReal takes it has at most three decimals.
+bool AtMostThreeDecimals(std::string_view text) {
+    const size_t sep = text.find_first_of(".,");
+    if (sep == std::string_view::npos) return true;
+    size_t digits = 0;
+    for (size_t i = sep + 1; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) ++digits;
+    return digits <= 3;
 }
 
 // A quantity: kept as written unless "%.3f" gives the same number back.
@@ -40,17 +51,20 @@ void TakeQuantity(double& field, Reader& reader, const Token& token) {
     double v = 0;
     if (!kbase_gaeb_internal::ParseReal(token.value, v)) {
         reader.keepAsShadow = true;
-        reader.Note(token.line,
-                    "[" + token.name + "]" + token.value + " is no number; kept as written");
+        reader.Note(token.line, "[" + token.name + "]" + std::string(token.value) +
+                                    " is no number; kept as written");
         return;
     }
     field = v;
-    char buf[400];
-    const auto r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, 3);
+    // Below 2^40 a double is finer than half a thousandth: three decimals written come back as
+    // the same number, and only more of them can be lost.
+    if (v < 1099511627776.0 && v > -1099511627776.0 && AtMostThreeDecimals(token.value)) return;
+    char buf[kbase_gaeb_internal::kFixed3Room];
+    const char* end = kbase_gaeb_internal::FormatFixed3(v, buf);
     double back = 0;
-    if (r.ec != std::errc() || std::from_chars(buf, r.ptr, back).ec != std::errc() || back != v) {
+    if (std::from_chars(buf, end, back).ec != std::errc() || back != v) {
         reader.keepAsShadow = true;
-        reader.Note(token.line, "[" + token.name + "]" + token.value +
+        reader.Note(token.line, "[" + token.name + "]" + std::string(token.value) +
                                     " has more than three decimals; kept as written");
     }
 }
@@ -105,7 +119,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         if (slot > 0) {
             if (reader.keepAsShadow && t.kind == Kind::kValue) {
                 // In the slot's own place, so that a second value of the slot stays behind it.
-                Keep(slot, slot, std::move(t.raw));
+                Keep(slot, slot, t.Raw());
                 SetAbsent(slot, true);
                 reader.CountKept();
             }
@@ -116,7 +130,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
         if (t.kind == Kind::kBegin) {
             if (!reader.CaptureBlock(t, raw)) return reader.Status();
         } else {
-            raw = std::move(t.raw);
+            t.AppendRaw(raw);
         }
         // A second value or block of a slot goes after that slot's own, so that reading the stored
         // form takes the same one as the first.
@@ -134,7 +148,7 @@ int UtGAEBObject::LoadBlock(Reader& reader, const Token& begin) {
     if (t.value.find_first_not_of(" \t") != std::string::npos &&
         dynamic_cast<UtGAEB*>(this) == nullptr) {
         // Text after an inner end tag has no place in the model; it goes back behind the tag.
-        Keep(kAfterEnd, 0, t.value);
+        Keep(kAfterEnd, 0, std::string(t.value));
         reader.CountKept();
     }
     return reader.Status();
@@ -166,7 +180,7 @@ int UtGAEBObject::Load(FILE* file, UtGAEBLoadReport* report) {
             break;
         }
         if (IsBlock(t, GetBlockName())) break;
-        if (root) before += t.raw;
+        if (root) t.AppendRaw(before);
     }
     reader.SetPlain(false);
     int status = reader.Status();
@@ -350,12 +364,12 @@ void UtGAEBLVBereich::FinishLoad(Reader&) {
 
 int UtGAEBBeschreibung::ReadToken(Reader& reader, Token& t) {
     if (IsValue(t, "Langtext") && Fresh(kLangtext)) {
-        langtext_ = std::move(t.value);
+        langtext_.assign(t.value);
         return kLangtext;
     }
     if (IsValue(t, "Kurztext") && Fresh(kKurztext)) {
         if (t.value.size() < kGAEBSizeKurztext) {
-            kurztext_ = std::move(t.value);
+            kurztext_.assign(t.value);
         } else {
             char cut[kGAEBSizeKurztext];
             TakeText(cut, reader, t);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,15 +17,33 @@ namespace kbase_gaeb_internal {
 constexpr size_t kMaxLine = size_t{1} << 20;    // bytes of one line
 constexpr size_t kMaxValue = size_t{16} << 20;  // bytes of one value, line feeds included
 constexpr int kMaxDepth = 64;                   // nested blocks
+constexpr size_t kBlock = size_t{1} << 16;      // bytes read at a time; grows for a longer line
 
 enum class Kind { kBegin, kEnd, kValue, kOther, kEof };
 
+// One token. Its texts point into the reader's buffer and stay valid until the next read: a
+// caller that holds a token across reads (a block's begin tag) uses only its name and line.
 struct Token {
     Kind kind = Kind::kEof;
-    std::string name;   // block or key name as written
-    std::string value;  // kValue: the bytes between "]" and "[end]"; kEnd: the text after "]"
-    std::string raw;    // the token's lines as read, each ending in "\n" (CR dropped)
-    uint64_t line = 0;  // its first line
+    std::string name;        // block or key name as written
+    std::string_view value;  // kValue: the bytes between "]" and "[end]"; kEnd: the text after "]"
+    uint64_t line = 0;       // its first line
+
+    // The token's lines as read, each ending in "\n" (CR dropped).
+    void AppendRaw(std::string& out) const;
+    std::string Raw() const {
+        std::string out;
+        AppendRaw(out);
+        return out;
+    }
+
+  private:
+    friend class Reader;
+    void Clear();
+    std::string_view first_;  // the first line (one-line tokens)
+    // A value over several lines: its raw form is head_, the value and tail_ (the reader's).
+    bool multi_ = false;
+    std::string_view head_, tail_;
 };
 
 // Verbatim text of one object: items written after the slot they followed.
@@ -40,7 +59,16 @@ struct Kept {
 };
 
 // Case-insensitive ASCII comparison of a name with a literal.
-bool NameIs(std::string_view name, const char* literal);
+inline bool NameIs(std::string_view name, std::string_view literal) {
+    if (name.size() != literal.size()) return false;
+    for (size_t i = 0; i < name.size(); ++i) {
+        const char a = name[i], b = literal[i];
+        if (a == b) continue;
+        const char lower = static_cast<char>(a | 0x20);
+        if (lower != static_cast<char>(b | 0x20) || lower < 'a' || lower > 'z') return false;
+    }
+    return true;
+}
 
 class Reader {
   public:
@@ -80,20 +108,26 @@ class Reader {
     bool keepAsShadow = false;
 
   private:
-    bool ReadLine(std::string& line);  // false at the end or on a failure
-    bool Fill();
+    // The next line without its end (LF, CRLF or a lone CR), valid until the next call; false at
+    // the end or on a failure. Sets terminated_.
+    bool ReadLine(std::string_view& line);
+    // Moves the unread bytes to the front, grows the buffer when it is full, and reads more;
+    // false at the end of the file or on a read error.
+    bool Refill();
 
     FILE* file_;
     UtGAEBLoadReport* report_;
-    std::vector<char> buf_ = std::vector<char>(size_t{1} << 16);
-    size_t pos_ = 0, end_ = 0;
+    std::unique_ptr<char[]> buf_;  // lines are views into it
+    size_t size_ = 0, pos_ = 0, end_ = 0;
     bool eof_ = false;
     uint64_t lineNo_ = 0;
     int depth_ = 0;
     int status_ = 0;
     uint64_t kept_ = 0;
-    std::string line_;
     std::string endTail_;
+    // A value over several lines, the text of its first line before it and of its last line from
+    // "[end]" on: kept here, reused by every such value.
+    std::string multiValue_, multiHead_, multiTail_;
     bool plain_ = false;
     bool terminated_ = false, pendingCr_ = false, endTerminated_ = true;
 };
