@@ -1,6 +1,7 @@
 // The boq job: read the takeoff, total the quantities per OZ, nest the ranges, write the bill.
 #include "boq.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -43,6 +44,20 @@ std::string Trim(std::string_view s) {
     if (a == std::string_view::npos) return std::string();
     const size_t b = s.find_last_not_of(" \t");
     return std::string(s.substr(a, b - a + 1));
+}
+
+// An OZ or range number from its field. A dotted one ("01.02.0010") loses the blanks around it; a
+// number without dots keeps its leading blanks, which belong to it: GAEB right-aligns each level
+// of such a number in its width (" 1 1   1").
+std::string Number(std::string_view s) {
+    std::string t = Trim(s);
+    if (t.empty() || t.find('.') != std::string::npos) return t;
+    const size_t b = s.find_last_not_of(" \t");
+    return std::string(s.substr(0, b + 1));
+}
+
+bool Dotted(const std::string& number) {
+    return number.find('.') != std::string::npos;
 }
 
 bool IsUtf8(std::string_view s) {
@@ -99,6 +114,7 @@ std::string OutlineText(const std::vector<size_t>& widths) {
 
 struct PositionInfo {
     std::string kurztext, langtext, me;  // in the takeoff's encoding
+    std::string range;                   // the range named on its lines (an OZ without dots)
     uint64_t line = 0;                   // its first line
     bool quantity = false;               // some line gave a quantity
 };
@@ -215,19 +231,53 @@ bool FieldText(Job& job, int col, std::string& out) {
     return true;
 }
 
+// The columns named by the header's fields.
+void FindColumns(Job& job, const std::vector<std::string>& names) {
+    for (int c = 0; c < kColumns; ++c) job.column[c] = -1;
+    for (size_t i = 0; i < names.size(); ++i) {
+        for (int c = 0; c < kColumns; ++c) {
+            if (job.column[c] < 0 && Lower(Trim(names[i])) == Lower(Trim(job.columnName[c])))
+                job.column[c] = static_cast<int>(i);
+        }
+    }
+}
+
+bool HasRequired(const Job& job) {
+    for (int c = 0; c < kColumns; ++c) {
+        if (kRequired[c] && job.column[c] < 0) return false;
+    }
+    return true;
+}
+
+// A guessed delimiter that leaves the header in one piece was misled by the data (long texts full
+// of ';'): the delimiter that cuts the header into the required names is the one.
+void DelimiterFromHeader(Job& job, const std::string& header) {
+    for (const char d : {',', ';', '\t', '|'}) {
+        std::vector<std::string> names;
+        size_t start = 0;
+        for (size_t at; (at = header.find(d, start)) != std::string::npos; start = at + 1)
+            names.push_back(header.substr(start, at - start));
+        names.push_back(header.substr(start));
+        FindColumns(job, names);
+        if (HasRequired(job)) {
+            job.reader->SetColDelimiter(d);
+            return;
+        }
+    }
+    FindColumns(job, {header});
+}
+
 int ReadHeader(Job& job) {
     const int n = job.reader->ReadRecord();
     if (n < 0) return job.Fail(kExitContent, job.Name() + " has no header line");
     const uint64_t line = job.reader->GetRecordNumber();
+    std::vector<std::string> names(static_cast<size_t>(n));
     for (int i = 0; i < n; ++i) {
-        std::string name;
-        if (!FieldText(job, i, name))
+        if (!FieldText(job, i, names[static_cast<size_t>(i)]))
             return job.FailLine(line, "the header is not text of the takeoff's code page");
-        for (int c = 0; c < kColumns; ++c) {
-            if (job.column[c] < 0 && Lower(Trim(name)) == Lower(Trim(job.columnName[c])))
-                job.column[c] = i;
-        }
     }
+    FindColumns(job, names);
+    if (!HasRequired(job) && n == 1 && job.o.delimiter.empty()) DelimiterFromHeader(job, names[0]);
     for (int c = 0; c < kColumns; ++c) {
         if (kRequired[c] && job.column[c] < 0) {
             return job.FailLine(line, "no column '" + job.columnName[c] + "' (name it with --map " +
@@ -266,17 +316,24 @@ int CheckOutline(Job& job, const std::string& oz, uint64_t line) {
     return kExitOk;
 }
 
+// A range named on a line. A dotted OZ lies in the range when the range is one of its leading
+// parts ("01.02" of "01.02.0010"); an OZ without dots when it begins with the range's number
+// ("0101" of "01010010"), and such a range is then its own (see RangeChain). A range without dots
+// is kept even without a title, since it may hold ranges of its own.
 int TakeRange(Job& job, const std::string& range, const std::string& title, const std::string& oz,
               uint64_t line) {
-    if (!oz.empty() && (range.size() >= oz.size() || oz.compare(0, range.size(), range) != 0 ||
-                        oz[range.size()] != '.')) {
-        return job.FailLine(line, "OZ '" + oz + "' is not in range '" + range + "'");
+    if (!oz.empty()) {
+        const bool inside = range.size() < oz.size() && oz.compare(0, range.size(), range) == 0 &&
+                            (Dotted(oz) ? oz[range.size()] == '.' : !Dotted(range));
+        if (!inside) return job.FailLine(line, "OZ '" + oz + "' is not in range '" + range + "'");
     }
-    if (title.empty()) return kExitOk;
+    if (title.empty() && Dotted(range)) return kExitOk;
     RangeInfo& r = job.ranges[range];
     if (r.line == 0) {
         r = {title, line};
-    } else if (r.title != title) {
+    } else if (r.title.empty()) {
+        r.title = title;
+    } else if (!title.empty() && r.title != title) {
         return job.FailLine(
             line, "range '" + range + "' has another title than on line " + std::to_string(r.line));
     }
@@ -286,15 +343,18 @@ int TakeRange(Job& job, const std::string& range, const std::string& title, cons
 int TakePosition(Job& job, const std::string& oz, const std::string (&f)[kColumns], uint64_t line) {
     auto [it, fresh] = job.positions.try_emplace(oz);
     PositionInfo& p = it->second;
+    const std::string range = Dotted(oz) ? std::string() : Number(f[kBereich]);
     if (fresh) {
         p.kurztext = f[kKurztext];
         p.langtext = f[kLangtext];
         p.me = f[kME];
+        p.range = range;
         p.line = line;
     } else {
         const char* what = p.kurztext != f[kKurztext]   ? "short text"
                            : p.langtext != f[kLangtext] ? "long text"
                            : p.me != f[kME]             ? "unit"
+                           : p.range != range           ? "range"
                                                         : nullptr;
         if (what != nullptr) {
             return job.FailLine(line, "OZ '" + oz + "' has another " + what + " than on line " +
@@ -332,15 +392,17 @@ int ReadLines(Job& job) {
             any = any || !Trim(f[c]).empty();
         }
         if (!any) continue;
-        const std::string oz = Trim(f[kOZ]), range = Trim(f[kBereich]);
+        const std::string oz = Number(f[kOZ]), range = Number(f[kBereich]);
         if (oz.empty() && range.empty()) return job.FailLine(line, "no OZ");
-        if (!oz.empty()) {
+        // A position in a range of its own has its outline checked once all ranges are known.
+        if (!oz.empty() && (Dotted(oz) || range.empty())) {
             if (const int rc = CheckOutline(job, oz, line); rc != kExitOk) return rc;
         }
         if (!range.empty()) {
-            if (const int rc = TakeRange(job, range, Trim(f[kBereichstitel]), oz, line);
-                rc != kExitOk)
-                return rc;
+            // A title is kept as written (a bill read back gives its own), unless it is blank.
+            const std::string title =
+                Trim(f[kBereichstitel]).empty() ? std::string() : f[kBereichstitel];
+            if (const int rc = TakeRange(job, range, title, oz, line); rc != kExitOk) return rc;
         }
         if (oz.empty()) continue;
         if (const int rc = TakePosition(job, oz, f, line); rc != kExitOk) return rc;
@@ -412,25 +474,22 @@ int MakeInfo(Job& job, UtGAEB& bill) {
         rc != kExitOk)
         return rc;
     info->SetKurzLang(1);
-    MakeOutline(job, info);
     return kExitOk;
 }
 
-// The range for the first `levels` parts of parts, made (with its parents) when missing. open
-// holds the ranges of the last position, outermost first.
-UtGAEBLVBereich* RangeFor(Job& job, UtGAEBLV* lv, const std::vector<std::string>& parts,
-                          size_t levels, std::vector<UtGAEBLVBereich*>& open,
-                          std::string& failure) {
-    std::string oz;
-    for (size_t i = 0; i < levels; ++i) {
-        oz += (i == 0 ? "" : ".") + parts[i];
+// The innermost range of chain (range numbers, outermost first), made with its parents when
+// missing; null for an empty chain. open holds the ranges of the last position, outermost first.
+UtGAEBLVBereich* RangeFor(Job& job, UtGAEBLV* lv, const std::vector<std::string>& chain,
+                          std::vector<UtGAEBLVBereich*>& open, std::string& failure) {
+    for (size_t i = 0; i < chain.size(); ++i) {
+        const std::string& oz = chain[i];
         if (i < open.size() && std::strcmp(open[i]->GetOZ(), oz.c_str()) == 0) continue;
         open.resize(i);
         auto* r = new UtGAEBLVBereich;
         (i == 0 ? static_cast<void>(lv->AddLVEntity(r)) : open[i - 1]->AddLVEntity(r));
         r->SetOZ(oz.c_str());
         const auto it = job.ranges.find(oz);
-        if (it != job.ranges.end()) {
+        if (it != job.ranges.end() && !it->second.title.empty()) {
             if (SetText(job, it->second.title, "the range title", it->second.line,
                         [&](const UtCString& s) { return r->SetBez(s); }) != kExitOk) {
                 failure = "x";
@@ -438,7 +497,84 @@ UtGAEBLVBereich* RangeFor(Job& job, UtGAEBLV* lv, const std::vector<std::string>
         }
         open.push_back(r);
     }
-    return levels == 0 ? nullptr : open[levels - 1];
+    return chain.empty() ? nullptr : open[chain.size() - 1];
+}
+
+// The ranges a position lies in, outermost first. A dotted OZ: its leading parts ("01",
+// "01.02"). Otherwise the range its lines name, inside the longest range without dots whose
+// number begins that one's, and so on outwards ("01" > "0101" > "01010010").
+std::vector<std::string> RangeChain(const Job& job, const std::string& oz,
+                                    const PositionInfo& info) {
+    std::vector<std::string> chain;
+    if (Dotted(oz)) {
+        const std::vector<std::string> parts = SplitOZ(oz);
+        std::string prefix;
+        for (size_t i = 0; i + 1 < parts.size(); ++i) {
+            prefix += (i == 0 ? "" : ".") + parts[i];
+            chain.push_back(prefix);
+        }
+        return chain;
+    }
+    for (std::string range = info.range; !range.empty();) {
+        chain.insert(chain.begin(), range);
+        std::string parent;
+        for (size_t n = range.size() - 1; n > 0 && parent.empty(); --n) {
+            const auto it = job.ranges.find(range.substr(0, n));
+            if (it != job.ranges.end() && !Dotted(it->first)) parent = it->first;
+        }
+        range = parent;
+    }
+    return chain;
+}
+
+// The outline of the positions in ranges without dots. Their levels have fixed widths, and a
+// position may skip one (" 3  1" lies in range " 3" with a blank second level): every range's
+// number ends on a level, and every such OZ has the length of all levels together.
+struct ChainOutline {
+    std::vector<size_t> ends;  // where the levels end
+    size_t length = 0;         // of every OZ
+    uint64_t line = 0;         // of the position that set length
+};
+
+int TakeChain(Job& job, ChainOutline& outline, const std::string& oz, const PositionInfo& info,
+              const std::vector<std::string>& chain) {
+    if (info.range.empty()) return kExitOk;  // checked when read
+    if (outline.line == 0) {
+        outline.length = oz.size();
+        outline.line = info.line;
+    } else if (oz.size() != outline.length) {
+        return job.FailLine(info.line, "OZ '" + oz + "' is not as long as the OZ of line " +
+                                           std::to_string(outline.line) + " (" +
+                                           std::to_string(outline.length) + " characters)");
+    }
+    for (const std::string& r : chain) {
+        if (std::find(outline.ends.begin(), outline.ends.end(), r.size()) == outline.ends.end())
+            outline.ends.push_back(r.size());
+    }
+    return kExitOk;
+}
+
+// Turns the levels into widths; they must agree with the outline of dotted OZ, if any.
+int FinishChainOutline(Job& job, ChainOutline& outline) {
+    if (outline.line == 0) return kExitOk;
+    std::sort(outline.ends.begin(), outline.ends.end());
+    outline.ends.push_back(outline.length);
+    std::vector<size_t> widths;
+    size_t done = 0;
+    for (size_t end : outline.ends) {
+        widths.push_back(end - done);
+        done = end;
+    }
+    if (job.outline.empty()) {
+        job.outline = widths;
+        job.outlineLine = outline.line;
+    } else if (widths != job.outline) {
+        return job.FailLine(outline.line, "the ranges' numbers give the outline " +
+                                              OutlineText(widths) + ", not the outline " +
+                                              OutlineText(job.outline) + " of line " +
+                                              std::to_string(job.outlineLine));
+    }
+    return kExitOk;
 }
 
 double TotalOf(const UtCString& text) {
@@ -448,27 +584,48 @@ double TotalOf(const UtCString& text) {
     return v;
 }
 
+// Whether some position lies in range.
+bool HoldsPosition(const Job& job, const std::string& range) {
+    for (auto it = job.positions.lower_bound(range);
+         it != job.positions.end() && it->first.compare(0, range.size(), range) == 0; ++it) {
+        const std::string& oz = it->first;
+        if (oz.size() > range.size() && (!Dotted(oz) || oz[range.size()] == '.')) return true;
+    }
+    return false;
+}
+
 int BuildBill(Job& job, UtGAEB& bill) {
     if (const int rc = MakeInfo(job, bill); rc != kExitOk) return rc;
     for (const auto& [range, info] : job.ranges) {
-        if (job.positions.lower_bound(range + ".") == job.positions.end() ||
-            job.positions.lower_bound(range + ".")
-                    ->first.compare(0, range.size() + 1, range + ".") != 0) {
+        if (!HoldsPosition(job, range))
             return job.FailLine(info.line, "range '" + range + "' holds no position");
-        }
     }
+    // The outline levels are known only when every position's ranges are.
+    std::vector<std::vector<std::string>> chains;
+    ChainOutline outline;
+    const uint64_t rows = job.totals.GetRowCount();
+    chains.reserve(rows);
+    for (uint64_t row = 0; row < rows; ++row) {
+        UtCString ozText;
+        job.totals.GetElem(row, 0, ozText);
+        const std::string oz = ozText.GetUtf8String();
+        const PositionInfo& info = job.positions.at(oz);
+        chains.push_back(RangeChain(job, oz, info));
+        if (const int rc = TakeChain(job, outline, oz, info, chains.back()); rc != kExitOk)
+            return rc;
+    }
+    if (const int rc = FinishChainOutline(job, outline); rc != kExitOk) return rc;
+    MakeOutline(job, bill.GetVergabePtr()->GetLVPtr()->GetLVInfoPtr());
     UtGAEBLV* lv = bill.GetVergabePtr()->GetLVPtr();
     std::vector<UtGAEBLVBereich*> open;
     std::string failure;
-    const uint64_t rows = job.totals.GetRowCount();
     for (uint64_t row = 0; row < rows; ++row) {
         UtCString ozText, total;
         job.totals.GetElem(row, 0, ozText);
         job.totals.GetElem(row, 1, total);
         const std::string oz = ozText.GetUtf8String();
         const PositionInfo& info = job.positions.at(oz);
-        const std::vector<std::string> parts = SplitOZ(oz);
-        UtGAEBLVBereich* range = RangeFor(job, lv, parts, parts.size() - 1, open, failure);
+        UtGAEBLVBereich* range = RangeFor(job, lv, chains[row], open, failure);
         if (!failure.empty()) return kExitContent;
         auto* p = new UtGAEBPosition;
         (range != nullptr ? range->AddLVEntity(p) : lv->AddLVEntity(p));

@@ -4,10 +4,15 @@
 // The takeoff has a header line. Its columns, found by name (any letter case; --map KEY=NAME names
 // another header): OZ, Kurztext, Menge, ME (required), Langtext, Bereich, Bereichstitel (optional).
 // Lines of one OZ are one position: their quantities are totalled exactly (decimal point or
-// comma), and their texts and units must agree. The OZ outline ("01.02.0010": two range levels
-// and a position) nests the ranges; every OZ must have the parts and part widths of the first
-// one. A line with a Bereich (a range's OZ, "01.02") and a Bereichstitel titles that range; a
-// line without an OZ does only that. Positions come out in OZ order.
+// comma), and their texts and units must agree. A dotted OZ outline ("01.02.0010": two range
+// levels and a position) nests the ranges; every OZ must have the parts and part widths of the
+// first one. An OZ without dots ("010010", " 1 1   1": levels of fixed width, leading blanks kept)
+// lies in the range its line names in Bereich, and a range lies in the longest range whose number
+// begins its own ("01" > "0101"); every such OZ has the same length, and the outline levels end
+// where the range numbers do. A line with a Bereich (a range's OZ, "01.02") and a Bereichstitel
+// titles that range; a line without an OZ does only that. Positions come out in OZ order. A
+// guessed delimiter that leaves the header in one piece gives way to the one that cuts it into
+// the column names.
 //
 // Memory is bounded by the number of positions (the quantities are totalled in blocks of lines),
 // not by the number of lines. Nothing is written when a line is wrong.

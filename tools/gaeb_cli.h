@@ -20,11 +20,14 @@ class GaebCommands {
             "(DA 83, Windows-1252). Columns by header name: OZ, Kurztext, Menge, ME, and "
             "optionally\n"
             "Langtext, Bereich (a range's OZ) and Bereichstitel (its title); --map KEY=NAME names\n"
-            "others. Lines of one OZ are summed exactly; their texts and units must agree. The OZ\n"
-            "outline (01.02.0010: two range levels and a position) nests the ranges. Any error\n"
-            "names the line, and then nothing is written. Memory grows with the positions, not "
-            "the\n"
-            "lines. `kbase gaeb csv` writes a bill back in this form.");
+            "others. Lines of one OZ are summed exactly; their texts and units must agree. A\n"
+            "dotted OZ outline (01.02.0010: two range levels and a position) nests the ranges.\n"
+            "An OZ without dots (010010, ' 1 1   1': levels of fixed width, right-aligned) lies\n"
+            "in the range its line names in Bereich, and a range lies in the longest range whose\n"
+            "number begins its own (01 > 0101 > 01010010). Any error names the line, and then\n"
+            "nothing is written. Memory grows with the positions, not the lines. `kbase gaeb "
+            "csv`\n"
+            "writes a bill back in this form.");
         boqApp_->footer(kExitCodeHelp);
         boqApp_->add_option("takeoff", boq_.input, "The takeoff CSV, or - for standard input")
             ->required();

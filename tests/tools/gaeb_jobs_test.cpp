@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
 
 #include "boq.h"
+#include "kbase/gaeb/UtGAEB.h"
 #include "tool_test_support.h"
 
 namespace {
@@ -176,6 +178,32 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  3,
                  "ends inside a quoted field"},
+        BoqError{"DottlessOZNotOfItsRange",
+                 "OZ;Bereich;Kurztext;Menge;ME\n010010;02;a;1;m\n",
+                 {},
+                 3,
+                 "line 2: OZ '010010' is not in range '02'"},
+        BoqError{"DotlessRangeWithoutPosition",
+                 "OZ;Bereich;Bereichstitel;Kurztext;Menge;ME\n;01;Erde;;;\n;02;Dach;;;\n010010;01;"
+                 ";a;1;m\n",
+                 {},
+                 3,
+                 "line 3: range '02' holds no position"},
+        BoqError{"DotlessOZOfAnotherLength",
+                 "OZ;Bereich;Kurztext;Menge;ME\n010010;01;a;1;m\n0100200;01;b;1;m\n",
+                 {},
+                 3,
+                 "line 3: OZ '0100200' is not as long as the OZ of line 2 (6 characters)"},
+        BoqError{"DotlessRangesBesideADottedOutline",
+                 "OZ;Bereich;Kurztext;Menge;ME\n01.0010;;a;1;m\n0200010;02;b;1;m\n",
+                 {},
+                 3,
+                 "line 3: the ranges' numbers give the outline 2.5, not the outline 2.4 of line 2"},
+        BoqError{"DuplicateOZOtherRange",
+                 "OZ;Bereich;Kurztext;Menge;ME\n010010;01;a;1;m\n010010;0100;a;1;m\n",
+                 {},
+                 3,
+                 "line 3: OZ '010010' has another range than on line 2"},
         BoqError{"OnlyHeader", kHeader, {}, 3, "holds no position"},
         BoqError{"Empty", "", {}, 3, "has no header line"}));
 
@@ -281,6 +309,109 @@ TEST(Boq, ExampleRoundTripsThroughGaebCsvToTheSameBill) {
               std::string::npos)
         << r.out;
 }
+
+TEST(Boq, DotlessOZTakeTheirRangesFromTheBereichColumn) {
+    ScratchDir dir;
+    // Fixed-width levels: ranges " 1" > " 1 1", a position in a range one level up (" 2" with a
+    // blank second level), titles as written.
+    WriteFile(dir.path() / "t.csv",
+              "OZ,Bereich,Bereichstitel,Kurztext,Menge,ME\n, 1,Erde ,,,\n, 1 1,Aushub,,,\n"
+              " 1 1   2, 1 1,,b,2,m3\n 1 1   1, 1 1,,a,1,m3\n 2     1, 2,,c,3,m\n");
+    const JobRun r = Boq(Options(dir.path() / "t.csv", dir.path() / "b.X83"));
+    ASSERT_EQ(r.rc, 0) << r.err;
+    const std::string bill = ReadFile(dir.path() / "b.X83");
+    EXPECT_NE(bill.find("   #begin[LVBereich]\n    [OZ] 1[end]\n    [Bez]Erde [end]\n"
+                        "    #begin[LVBereich]\n     [OZ] 1 1[end]\n     [Bez]Aushub[end]\n"
+                        "     #begin[Position]\n      [OZ] 1 1   1[end]\n"),
+              std::string::npos)
+        << bill;
+    EXPECT_LT(bill.find("[OZ] 1 1   1[end]"), bill.find("[OZ] 1 1   2[end]"));
+    EXPECT_NE(bill.find("   #begin[LVBereich]\n    [OZ] 2[end]\n    [Bez][end]\n"
+                        "    #begin[Position]\n     [OZ] 2     1[end]\n"),
+              std::string::npos)
+        << bill;
+    // Levels of 2, 2 and 4 characters.
+    EXPECT_NE(bill.find("[Typ]LVStufe[end]\n     [Bez]Stufe 2[end]\n     [Laenge]2[end]\n"
+                        "    #end[LVGlied]\n    #begin[LVGlied]\n     [Typ]Position[end]\n"
+                        "     [Laenge]4[end]"),
+              std::string::npos)
+        << bill;
+}
+
+// The real bills of ../shared/data/gaeb: found by walking up from the source tree.
+std::string SharedBill(const char* name) {
+    const char* root = std::getenv("KBASE_SOURCE_DIR");
+    if (root == nullptr) return std::string();
+    for (fs::path dir = fs::absolute(root); !dir.empty(); dir = dir.parent_path()) {
+        const fs::path p = dir / "shared" / "data" / "gaeb" / name;
+        if (fs::exists(p)) return p.string();
+        if (dir == dir.parent_path()) break;
+    }
+    return std::string();
+}
+
+// A bill as lines, in order: its ranges (depth, OZ, title) and positions (depth, OZ, quantity or
+// none, unit, short and long text).
+std::vector<std::string> Entries(const std::string& path) {
+    std::vector<std::string> lines;
+    UtGAEB g;
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (f == nullptr) return {"cannot open " + path};
+    const int status = g.Load(f);
+    std::fclose(f);
+    if (status != kGAEBOk || g.GetVergabePtr() == nullptr) return {"cannot load " + path};
+    auto walk = [&lines](auto& self, UtGAEBLVEntity* e, int depth) -> void {
+        const std::string indent(static_cast<size_t>(depth), ' ');
+        if (e->GetLVEntityType() == eGAEBLVEntityPosition) {
+            auto* p = static_cast<UtGAEBPosition*>(e);
+            const UtGAEBBeschreibung* b = p->GetBeschreibungPtr();
+            char menge[64] = "none";
+            if (p->GetMengeFlag() != 0) std::snprintf(menge, sizeof menge, "%.3f", p->GetMenge());
+            lines.push_back(indent + "P|" + p->GetOZ() + "|" + menge + "|" + p->GetME() + "|" +
+                            b->GetKurztext() + "|" + b->GetLangtext());
+            return;
+        }
+        auto* r = static_cast<UtGAEBLVBereich*>(e);
+        lines.push_back(indent + "R|" + r->GetOZ() + "|" + r->GetBez());
+        for (int i = 0; i < r->GetLVEntityCount(); ++i) self(self, r->GetLVEntityPtr(i), depth + 1);
+    };
+    UtGAEBLV* lv = g.GetVergabePtr()->GetLVPtr();
+    for (int i = 0; i < lv->GetLVEntityCount(); ++i) walk(walk, lv->GetLVEntityPtr(i), 0);
+    return lines;
+}
+
+struct RealBill {
+    const char* file;
+    size_t entries;  // positions and ranges
+};
+
+void PrintTo(const RealBill& c, std::ostream* os) {
+    *os << c.file;
+}
+
+class BoqRealBill : public ::testing::TestWithParam<RealBill> {};
+
+// Dotless OZ ("010010", " 1 1   1", "11 1") come back in their ranges through the Bereich column.
+TEST_P(BoqRealBill, GaebCsvThenBoqGivesTheSamePositionsAndRanges) {
+    const std::string path = SharedBill(GetParam().file);
+    if (path.empty()) GTEST_SKIP() << GetParam().file << " not found (shared/data/gaeb)";
+    ScratchDir dir;
+    JobRun r = Gaeb("csv", path, (dir.path() / "a.csv").string());
+    ASSERT_EQ(r.rc, 0) << r.err;
+    r = Boq(Options(dir.path() / "a.csv", dir.path() / "b.X83"));  // delimiter guessed
+    ASSERT_EQ(r.rc, 0) << r.err;
+    const std::vector<std::string> want = Entries(path), got = Entries(dir.path() / "b.X83");
+    EXPECT_EQ(want.size(), GetParam().entries);
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < want.size(); ++i) ASSERT_EQ(got[i], want[i]) << "entry " << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SharedData, BoqRealBill,
+    ::testing::Values(RealBill{"ddrews_LV_Los01.P83", 13 + 3},
+                      RealBill{"ddrews_LV_Los02.P83", 121 + 24},
+                      RealBill{"ddrews_Flechtingen_GS_AA.p83", 585 + 41},
+                      RealBill{"ddrews_3726_LV_Photovoltaikanlage_GAEB_2000.p83", 106 + 13}));
 
 TEST(Gaeb, CheckCopyAndMalformedBills) {
     ScratchDir dir;
