@@ -115,19 +115,6 @@ void BM_Load_Gaeb(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
 }
 
-void BM_Read_Fread(benchmark::State& state) {
-    Data& d = Shared();
-    std::vector<char> buf(d.bytes.size());
-    for (auto _ : state) {
-        FILE* f = std::fopen(TempPath().c_str(), "r");
-        if (std::fread(buf.data(), 1, buf.size(), f) != buf.size())
-            state.SkipWithError("read failed");
-        std::fclose(f);
-        benchmark::DoNotOptimize(buf.data());
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
-}
-
 // The floor any reader of a line format pays: the bytes read and cut into lines. The second adds
 // the allocations of the tree this bill becomes, without reading a single value: per position and
 // range an object of the model's size (zeroed, as a constructor does), per long and short text a
@@ -163,7 +150,10 @@ size_t SplitLines(const std::vector<char>& buf, bool nodes) {
     return lines + tree.size() + texts.size();
 }
 
-void ReadLines(benchmark::State& state, bool nodes) {
+// What a read pays at least: the bytes alone, cut into lines, or that with the tree's allocations.
+enum class Floor { kBytes, kLines, kTree };
+
+void ReadFloor(benchmark::State& state, Floor floor) {
     Data& d = Shared();
     std::vector<char> buf(d.bytes.size());
     for (auto _ : state) {
@@ -171,17 +161,23 @@ void ReadLines(benchmark::State& state, bool nodes) {
         if (std::fread(buf.data(), 1, buf.size(), f) != buf.size())
             state.SkipWithError("read failed");
         std::fclose(f);
-        benchmark::DoNotOptimize(SplitLines(buf, nodes));
+        if (floor != Floor::kBytes)
+            benchmark::DoNotOptimize(SplitLines(buf, floor == Floor::kTree));
+        benchmark::DoNotOptimize(buf.data());
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * d.bytes.size()));
 }
 
+void BM_Read_Fread(benchmark::State& state) {
+    ReadFloor(state, Floor::kBytes);
+}
+
 void BM_Read_FreadLines(benchmark::State& state) {
-    ReadLines(state, false);
+    ReadFloor(state, Floor::kLines);
 }
 
 void BM_Read_FreadLinesNodes(benchmark::State& state) {
-    ReadLines(state, true);
+    ReadFloor(state, Floor::kTree);
 }
 
 BENCHMARK(BM_Store_Gaeb)->Unit(benchmark::kMillisecond);
