@@ -258,6 +258,18 @@ int64_t IcuFromUtf16(CodePage& cp, const char16_t* src, int64_t n, char* dst, in
     return count;
 }
 
+// Whether every surrogate of the text is part of a pair.
+bool IsWellFormed(const char16_t* s, int64_t n) {
+    for (int64_t i = 0; i < n; ++i) {
+        if (U16_IS_LEAD(s[i]) && i + 1 < n && U16_IS_TRAIL(s[i + 1])) {
+            ++i;
+        } else if (U16_IS_SURROGATE(s[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
 const UNormalizer2* NormalizerFor(int form) {
     UErrorCode err = U_ZERO_ERROR;
     const UNormalizer2* n = nullptr;
@@ -490,6 +502,7 @@ int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int
         // expansions of single characters in practice; the exact size comes from the real call.
         return n * 3 + 16;
     }
+    if (!IsWellFormed(src, n)) return 0;  // ICU would pass a lone surrogate through; Windows refuses
     UErrorCode err = U_ZERO_ERROR;
     const int32_t count = unorm2_normalize(norm, reinterpret_cast<const UChar*>(src),
                                            static_cast<int32_t>(n), reinterpret_cast<UChar*>(dst),
