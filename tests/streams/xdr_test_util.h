@@ -1,18 +1,18 @@
 // Helpers of the XDR tests: temporary files and our codecs driven by the oracle's item list.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "basert/files.h"
 #include "basert/memory.h"
 #include "basert/xdr.h"
+#include "test_support.h"
 #include "tirpc_oracle.h"
 
 namespace xdr_test {
@@ -26,7 +26,7 @@ class TempFile {
     explicit TempFile(const std::string& name) {
         char dir[512];
         UtGetTempDir(dir, sizeof dir);
-        path_ = std::string(dir) + "kbase_" + std::to_string(::getpid()) + "_" + name;
+        path_ = std::string(dir) + "kbase_" + std::to_string(kbase_test::ProcessId()) + "_" + name;
     }
     ~TempFile() { std::remove(path_.c_str()); }
     TempFile(const TempFile&) = delete;
@@ -46,6 +46,32 @@ class TempFile {
 
   private:
     std::string path_;
+};
+
+// The read end of a pipe as a stream (whose size nobody knows), fed the bytes by a thread.
+class PipeStream {
+  public:
+    explicit PipeStream(const std::vector<unsigned char>& bytes) {
+        int fds[2];
+        if (kbase_test::MakePipe(fds) != 0) return;
+        file_ = kbase_test::OpenDescriptor(fds[0], "rb");
+        writer_ = std::thread([fds, &bytes] {
+            kbase_test::WriteAll(fds[1], bytes.data(), bytes.size());
+            kbase_test::CloseDescriptor(fds[1]);
+        });
+    }
+    ~PipeStream() {
+        if (file_ != nullptr)
+            std::fclose(file_);  // the tests read all that exceeds a pipe's buffer
+        if (writer_.joinable()) writer_.join();
+    }
+    PipeStream(const PipeStream&) = delete;
+    PipeStream& operator=(const PipeStream&) = delete;
+    FILE* file() const { return file_; }
+
+  private:
+    FILE* file_ = nullptr;
+    std::thread writer_;
 };
 
 // One item through our codec in the handle's direction (the value is overwritten on decode).
