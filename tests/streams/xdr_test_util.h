@@ -12,41 +12,15 @@
 #include "basert/files.h"
 #include "basert/memory.h"
 #include "basert/xdr.h"
+#include "support/temp_file.h"
 #include "test_support.h"
 #include "tirpc_oracle.h"
 
 namespace xdr_test {
 
+using kbase_test::TempFile;
 using tirpc_oracle::Item;
 using tirpc_oracle::Kind;
-
-// A file in the temporary folder, removed when the object goes.
-class TempFile {
-  public:
-    explicit TempFile(const std::string& name) {
-        char dir[512];
-        UtGetTempDir(dir, sizeof dir);
-        path_ = std::string(dir) + "kbase_" + std::to_string(kbase_test::ProcessId()) + "_" + name;
-    }
-    ~TempFile() { std::remove(path_.c_str()); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-    const std::string& path() const { return path_; }
-    const char* c_str() const { return path_.c_str(); }
-
-    std::vector<unsigned char> Bytes() const {
-        std::ifstream in(path_, std::ios::binary);
-        return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
-    }
-    void Write(const std::vector<unsigned char>& bytes) const {
-        std::ofstream out(path_, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-    }
-
-  private:
-    std::string path_;
-};
 
 // The read end of a pipe as a stream (whose size nobody knows), fed the bytes by a thread.
 class PipeStream {
