@@ -13,9 +13,9 @@
 #include <memory>
 #include <new>
 #include <set>
-#include <unordered_map>
 
 #include "basert/codepage.h"
+#include "basert/internal/codepage_cache.h"
 #include "basert/internal/single_byte.h"
 #include "basert/memory.h"
 
@@ -159,15 +159,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     return cp;
 }
 
-// Process-wide cache of opened code pages; single-threaded by contract.
 CodePage* Find(unsigned short number) {
-    static std::unordered_map<unsigned short, std::unique_ptr<CodePage>> cache;
-    static CodePage* last = nullptr;
-    if (last != nullptr && last->number == number) return last;
-    auto it = cache.find(number);
-    if (it == cache.end()) it = cache.emplace(number, MakeCodePage(number)).first;
-    if (it->second) last = it->second.get();
-    return it->second.get();
+    return BrFindCodePage<CodePage, MakeCodePage>(number);
 }
 
 // Widens the leading ASCII bytes; returns how many were taken.

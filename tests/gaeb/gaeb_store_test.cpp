@@ -283,6 +283,9 @@ TEST(GaebStore, NullFileGives3011ForEveryClass) {
 }
 
 TEST(GaebStore, FullDeviceGives1007AfterCloseAndAfterABufferfulOfWrites) {
+#ifdef _WIN32
+    GTEST_SKIP() << "no full device: under Wine, writes to /dev/full do not fail";
+#endif
     // A small bill fits in the stream's buffer: the failure shows when the root closes the file.
     auto g = MakeBill();
     FILE* f = std::fopen("/dev/full", "w");

@@ -22,7 +22,9 @@ int Open(XD_XDR_STRUCT* x, Opener o, FILE* f, xdr_op op) {
         case Opener::Stdio:
             return XdOpenXdrStdIo(x, f, op);
         case Opener::Fd:
-            std::fflush(f);  // the caller settles stdio before using the descriptor underneath
+            // The caller settles stdio before using the descriptor underneath: a seek (not
+            // fflush, which on Windows drops the read-ahead without moving the descriptor back).
+            std::fseek(f, 0, SEEK_CUR);
             return XdOpenFdIo(x, XdFileno(f), op);
         case Opener::UtFile:
             return XdOpenUtFileIo(x, f, op);
