@@ -21,11 +21,18 @@ int Open(XD_XDR_STRUCT* x, Opener o, FILE* f, xdr_op op) {
     switch (o) {
         case Opener::Stdio:
             return XdOpenXdrStdIo(x, f, op);
-        case Opener::Fd:
-            // The caller settles stdio before using the descriptor underneath: a seek (not
-            // fflush, which on Windows drops the read-ahead without moving the descriptor back).
-            std::fseek(f, 0, SEEK_CUR);
+        case Opener::Fd: {
+            // The caller settles stdio before using the descriptor underneath. Windows' fflush
+            // drops an input stream's read-ahead but leaves the descriptor past it.
+            const long pos = std::ftell(f);
+            std::fflush(f);
+#ifdef _WIN32
+            _lseek(XdFileno(f), pos, SEEK_SET);
+#else
+            (void)pos;
+#endif
             return XdOpenFdIo(x, XdFileno(f), op);
+        }
         case Opener::UtFile:
             return XdOpenUtFileIo(x, f, op);
     }
