@@ -13,16 +13,28 @@
 //  - UTF-16 -> bytes: a character without a mapping becomes '?' (one per character, a surrogate pair
 //    being one character); a lone surrogate becomes '?' (UTF-8: EF BF BD).
 //
-// Two back ends, the same contract: ICU (POSIX) and the system's own calls (Windows). Where a user
-// can see them differ:
-//  - which pages exist: each knows its own set (BrCodePageList); Windows converts UTF-32
-//    (12000/12001) here, and a system may lack ISO-2022-JP (50220) or GB 18030 (54936) (Wine does);
-//  - the mapping tables of multi-byte pages are each system's own (Shift-JIS vendor duplicates);
+// Two back ends, the same contract: ICU (POSIX) and the system's own calls (Windows). Both split a
+// bad multi-byte text alike (a lead byte and a byte that may follow it, 40..7E or 80..FE (932:
+// ..FC), are one sequence; otherwise the lead byte alone is), and both keep the controls 1A, 1C
+// and 7F in place, which IBM's tables in ICU rotate. Where a user can see them differ
+// (tests/basert/codepage_agreement_test.cpp finds each):
+//  - which pages exist: each knows its own set (BrCodePageList). ICU also answers to IBM numbers
+//    that are no Windows page (273, 277, 4517, 5346 among others, where Windows says 20273,
+//    20277, ...); Windows converts UTF-32 (12000/12001) here, and a system may lack pages (Wine:
+//    ISO-2022-JP 50220, GB 18030 54936, the EBCDIC pages 1047 and 1140..1149) and have pages ICU
+//    lacks (Wine: 708, Mac pages 10004..10082);
+//  - the mapping tables are each system's own: ICU's follow Windows' published tables, Wine's
+//    differ in some bytes (it has no character for 936/949/950's byte FF, U+F8F5..F8F8 in ICU;
+//    reads 932's byte 80 as U+0080; maps byte E6 of 437 and 860..865 to U+00B5, not U+03BC; and
+//    differs in a few bytes of 852, 864, 869, 874 (F8C1..F8C8), 1026, 1253 (AA), 1255 (CA), 21866,
+//    28597, 28598 and the Mac pages 10000..10081), and Shift-JIS vendor duplicates go back to
+//    each system's choice of bytes;
 //  - Windows: a decoder of a stateful page (UTF-7, ISO-2022) holds the whole text until the last
 //    block; BrNormalizeBoundary finds boundaries only before characters known to start a segment
 //    (below U+0300, Greek, Cyrillic, kana, CJK, Hangul, ligatures, emoji), so it returns 0 for
-//    more texts; case mapping is that of the invariant locale, character classes those of
-//    GetStringTypeW (superscript digits are no digits on either).
+//    more texts; case mapping is that of the invariant locale (Wine's upper-cases U+00B5 MICRO
+//    SIGN to itself, ICU to U+039C), character classes those of GetStringTypeW (superscript
+//    digits are no digits on either).
 #pragma once
 
 #include <cstdint>

@@ -13,9 +13,9 @@
 #include <memory>
 #include <new>
 #include <set>
-#include <unordered_map>
 
 #include "basert/codepage.h"
+#include "basert/internal/codepage_cache.h"
 #include "basert/internal/single_byte.h"
 #include "basert/memory.h"
 
@@ -26,6 +26,7 @@ struct CodePage : BrSingleByteTables {  // the tables serve single-byte pages on
     UConverter* cnv = nullptr;       // null for the table-driven single-byte pages
     bool singleByte = false;
     bool asciiCompatible = false;    // 0x00..0x7F are ASCII and never part of a longer sequence
+    bool rotated = false;            // ICU's table rotates three controls (RotatesControls)
     int maxBytes = 0;
 
     ~CodePage() {
@@ -77,7 +78,27 @@ bool IsStateful(UConverter* c) {
            U_FAILURE(err);
 }
 
-bool MapsAsciiToItself(UConverter* c) {
+// IBM's tables, which ICU has for the PC pages (437, 850, ...) and Shift-JIS, rotate three
+// controls: byte 1A is U+001C, 1C is U+007F and 7F is U+001A. Windows keeps every control in
+// place, and so do we, by turning ICU's units and bytes back. In those pages the three bytes are
+// never part of a longer sequence, so the units and bytes can be turned wherever they stand.
+bool RotatesControls(UConverter* c) {
+    const char bytes[3] = {0x1A, 0x1C, 0x7F};
+    UChar out[8];
+    UErrorCode err = U_ZERO_ERROR;
+    ucnv_resetToUnicode(c);
+    const int32_t n = ucnv_toUChars(c, out, 8, bytes, 3, &err);
+    ucnv_resetToUnicode(c);
+    return U_SUCCESS(err) && n == 3 && out[0] == 0x1C && out[1] == 0x7F && out[2] == 0x1A;
+}
+char16_t UnrotateUnit(char16_t u) {
+    return u == 0x1C ? u'\x1A' : u == 0x7F ? u'\x1C' : u == 0x1A ? u'\x7F' : u;
+}
+char UnrotateByte(char b) {
+    return b == 0x7F ? '\x1A' : b == 0x1A ? '\x1C' : b == 0x1C ? '\x7F' : b;
+}
+
+bool MapsAsciiToItself(UConverter* c, bool rotated) {
     char bytes[128];
     for (int i = 0; i < 128; ++i) bytes[i] = static_cast<char>(i);
     UChar out[256];
@@ -87,7 +108,7 @@ bool MapsAsciiToItself(UConverter* c) {
     ucnv_resetToUnicode(c);
     if (U_FAILURE(err) || n != 128) return false;
     for (int i = 0; i < 128; ++i) {
-        if (out[i] != i) return false;
+        if ((rotated ? UnrotateUnit(out[i]) : out[i]) != i) return false;
     }
     return true;
 }
@@ -103,6 +124,7 @@ void BuildSingleByteTables(CodePage& cp, UConverter* c) {
         ucnv_setToUCallBack(c, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &err);
         const int32_t n = ucnv_toUChars(c, out, 4, &byte, 1, &err);
         mapped[b] = U_SUCCESS(err) && n == 1 ? out[0] : -1;
+        if (cp.rotated && b < 0x80 && mapped[b] >= 0) mapped[b] = UnrotateUnit(out[0]);
     }
     BrBuildSingleByteTables(cp, mapped, u_tolower, u_toupper);
     ucnv_resetToUnicode(c);
@@ -124,7 +146,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     cp->number = number;
     cp->maxBytes = number == kBrCodePageUtf8 ? 3 : ucnv_getMaxCharSize(c);
     const bool stateful = IsStateful(c);
-    cp->asciiCompatible = !stateful && MapsAsciiToItself(c);
+    cp->rotated = !stateful && RotatesControls(c);
+    cp->asciiCompatible = !stateful && MapsAsciiToItself(c, cp->rotated);
     cp->singleByte = !stateful && ucnv_getMaxCharSize(c) == 1 && ucnv_getMinCharSize(c) == 1;
     if (cp->singleByte) {
         BuildSingleByteTables(*cp, c);
@@ -136,15 +159,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     return cp;
 }
 
-// Process-wide cache of opened code pages; single-threaded by contract.
 CodePage* Find(unsigned short number) {
-    static std::unordered_map<unsigned short, std::unique_ptr<CodePage>> cache;
-    static CodePage* last = nullptr;
-    if (last != nullptr && last->number == number) return last;
-    auto it = cache.find(number);
-    if (it == cache.end()) it = cache.emplace(number, MakeCodePage(number)).first;
-    if (it->second) last = it->second.get();
-    return it->second.get();
+    return BrFindCodePage<CodePage, MakeCodePage>(number);
 }
 
 // Widens the leading ASCII bytes; returns how many were taken.
@@ -232,6 +248,7 @@ int64_t IcuToUtf16(CodePage& cp, const char* src, int64_t n, char16_t* dst, int6
     }
     if (err == U_BUFFER_OVERFLOW_ERROR) return kBrConvNoRoom;
     if (U_FAILURE(err) && err != U_STRING_NOT_TERMINATED_WARNING) return kBrConvNoRoom;
+    for (int32_t k = 0; cp.rotated && k < count; ++k) dst[k] = UnrotateUnit(dst[k]);
     return count;
 }
 
@@ -255,7 +272,20 @@ int64_t IcuFromUtf16(CodePage& cp, const char16_t* src, int64_t n, char* dst, in
         replaced += ctx.replaced;
     }
     if (U_FAILURE(err) && err != U_STRING_NOT_TERMINATED_WARNING) return kBrConvNoRoom;
+    for (int32_t k = 0; cp.rotated && k < count; ++k) dst[k] = UnrotateByte(dst[k]);
     return count;
+}
+
+// Whether every surrogate of the text is part of a pair.
+bool IsWellFormed(const char16_t* s, int64_t n) {
+    for (int64_t i = 0; i < n; ++i) {
+        if (U16_IS_LEAD(s[i]) && i + 1 < n && U16_IS_TRAIL(s[i + 1])) {
+            ++i;
+        } else if (U16_IS_SURROGATE(s[i])) {
+            return false;
+        }
+    }
+    return true;
 }
 
 const UNormalizer2* NormalizerFor(int form) {
@@ -331,7 +361,8 @@ int64_t BrCodePageList(unsigned short* out, int64_t cap) {
 struct BrDecoder {
     CodePage* table = nullptr;  // single-byte pages convert statelessly through their table
     UConverter* cnv = nullptr;
-    int64_t offset = 0;  // bytes taken so far
+    bool rotated = false;  // as CodePage::rotated
+    int64_t offset = 0;    // bytes taken so far
     // Set up for each call of BrDecode, read by the callback.
     const char* base = nullptr;
     int64_t baseOffset = 0;
@@ -364,6 +395,7 @@ BrDecoder* BrDecoderOpen(unsigned short codePage) {
         return d;
     }
     d->cnv = OpenIcu(codePage);
+    d->rotated = cp->rotated;
     UErrorCode err = U_ZERO_ERROR;
     if (d->cnv != nullptr) {
         UseWindowsSubstitution(d->cnv, *cp);  // so that pieces give what the whole text gives
@@ -417,7 +449,9 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
     d->offset += *read;
     *firstBad = d->firstBad;
     if (U_FAILURE(err) && err != U_BUFFER_OVERFLOW_ERROR) return kBrConvNoMemory;
-    return t - reinterpret_cast<UChar*>(dst);
+    const int64_t written = t - reinterpret_cast<UChar*>(dst);
+    for (int64_t k = 0; d->rotated && k < written; ++k) dst[k] = UnrotateUnit(dst[k]);
+    return written;
 }
 
 int BrCodePageMaxBytes(unsigned short codePage) {
@@ -490,6 +524,7 @@ int64_t BrNormalize(int form, const char16_t* src, int64_t n, char16_t* dst, int
         // expansions of single characters in practice; the exact size comes from the real call.
         return n * 3 + 16;
     }
+    if (!IsWellFormed(src, n)) return 0;  // ICU would pass a lone surrogate through; Windows refuses
     UErrorCode err = U_ZERO_ERROR;
     const int32_t count = unorm2_normalize(norm, reinterpret_cast<const UChar*>(src),
                                            static_cast<int32_t>(n), reinterpret_cast<UChar*>(dst),

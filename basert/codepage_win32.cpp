@@ -12,10 +12,10 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "basert/codepage.h"
+#include "basert/internal/codepage_cache.h"
 #include "basert/internal/single_byte.h"
 #include "basert/memory.h"
 
@@ -144,15 +144,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     return cp;
 }
 
-// Process-wide cache of opened code pages; single-threaded by contract.
 CodePage* Find(unsigned short number) {
-    static std::unordered_map<unsigned short, std::unique_ptr<CodePage>> cache;
-    static CodePage* last = nullptr;
-    if (last != nullptr && last->number == number) return last;
-    auto it = cache.find(number);
-    if (it == cache.end()) it = cache.emplace(number, MakeCodePage(number)).first;
-    if (it->second) last = it->second.get();
-    return it->second.get();
+    return BrFindCodePage<CodePage, MakeCodePage>(number);
 }
 
 int64_t TextLength(const char* s) {
@@ -232,9 +225,15 @@ int DecodeUtf32(bool bigEndian, const unsigned char* b, int len, wchar_t* out) {
     return 2;
 }
 
+// Whether b can follow a lead byte of a double-byte page: 40..7E and 80..FE (Shift-JIS: ..FC), the
+// ranges the ICU back end's tables give these pages, so that both split a bad text alike.
+bool IsTrailByte(const CodePage& cp, unsigned char b) {
+    return InRange(b, 0x40, 0x7E) || InRange(b, 0x80, cp.number == 932 ? 0xFC : 0xFE);
+}
+
 // Converts the text sequence by sequence: an invalid or unassigned sequence becomes U+FFFD. A
-// double-byte pair that does not convert stands for its lead byte only when its second byte is
-// ASCII, which then counts as itself. Returns the units written or kBrConvNoRoom; *firstBad
+// double-byte pair that does not convert is one bad sequence when its second byte can follow a
+// lead byte; otherwise the lead byte alone is, and the next byte starts afresh. Returns the units written or kBrConvNoRoom; *firstBad
 // receives the offset of the first replaced sequence (or stays).
 int64_t WalkToUtf16(const CodePage& cp, const unsigned char* s, int64_t n, char16_t* dst,
                     int64_t cap, int64_t& rep, int64_t* firstBad) {
@@ -247,7 +246,9 @@ int64_t WalkToUtf16(const CodePage& cp, const unsigned char* s, int64_t n, char1
                       ? DecodeUtf32(cp.number == 12001, s + i, len, out)
                       : MultiByteToWideChar(cp.number, cp.flagsAllowed ? MB_ERR_INVALID_CHARS : 0,
                                             reinterpret_cast<const char*>(s + i), len, out, 4);
-        if (got <= 0 && cp.kind == Kind::kDoubleByte && len == 2 && s[i + 1] < 0x80) len = 1;
+        if (got <= 0 && cp.kind == Kind::kDoubleByte && len == 2 && !IsTrailByte(cp, s[i + 1])) {
+            len = 1;
+        }
         if (got <= 0 || (cp.kind == Kind::kOther && got == 1 && out[0] == 0xFFFD)) {
             if (firstBad != nullptr && *firstBad < 0) *firstBad = i;
             ++rep;

@@ -291,11 +291,12 @@ int XdOpenUtFileIo(XD_XDR_STRUCT* xdrs, FILE* file, xdr_op op) {
     *xdrs = XD_XDR_STRUCT{};
     if (file == nullptr) return 0;
     // Whatever stdio holds (unwritten output, read-ahead) must be settled before the descriptor
-    // is used behind its back.
+    // is used behind its back. The position is taken first: Windows' fflush drops the read-ahead
+    // of an input stream and leaves the descriptor (and so ftell) where the read-ahead ended.
+    const int64_t pos = TellFile(file);
     if (std::fflush(file) != 0) return 0;
     const int fd = XdFileno(file);
-    if (fd < 0) return OpenHandle(xdrs, op, XD_HOW_UTFILE, file, -1, kViaStdio, TellFile(file));
-    const int64_t pos = TellFile(file);
+    if (fd < 0) return OpenHandle(xdrs, op, XD_HOW_UTFILE, file, -1, kViaStdio, pos);
     if (pos >= 0 && !SeekFd(fd, static_cast<uint64_t>(pos))) return 0;
     return OpenHandle(xdrs, op, XD_HOW_UTFILE, file, fd, kViaFd | kResyncFile, pos);
 }

@@ -27,6 +27,7 @@ cmake --build --preset windows
 # instead of seconds. The first start also makes the Wine prefix (~/.wine).
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="  # no offer to install Mono or Gecko into a new prefix
+mkdir -p "${WINEPREFIX:-$HOME/.wine}"  # the server starts in the prefix, which a fresh machine lacks
 wineserver -p
 trap 'wineserver -k || true' EXIT
 wine cmd /c exit >/dev/null 2>&1 || true

@@ -1,6 +1,7 @@
 // Helpers shared by the test programs: capturing diagnostics and scoping allocation failures.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #ifdef _WIN32
 #include <fcntl.h>
 #include <io.h>
+#include <process.h>
 #else
 #include <unistd.h>
 #endif
@@ -50,6 +52,44 @@ inline int MakePipe(int fds[2]) {
     return _pipe(fds, 1 << 16, _O_BINARY);
 #else
     return pipe(fds);
+#endif
+}
+// Descriptors the same way on every platform: a stream over one, writing all of n bytes (false
+// when a write fails), closing, and this process's id.
+inline FILE* OpenDescriptor(int fd, const char* mode) {
+#ifdef _WIN32
+    return _fdopen(fd, mode);
+#else
+    return fdopen(fd, mode);
+#endif
+}
+inline bool WriteAll(int fd, const void* data, size_t n) {
+    const auto* p = static_cast<const char*>(data);
+    while (n > 0) {
+#ifdef _WIN32
+        const int chunk = n > (1u << 20) ? (1 << 20) : static_cast<int>(n);
+        const int wrote = _write(fd, p, static_cast<unsigned>(chunk));
+#else
+        const auto wrote = write(fd, p, n);
+#endif
+        if (wrote <= 0) return false;
+        p += wrote;
+        n -= static_cast<size_t>(wrote);
+    }
+    return true;
+}
+inline int CloseDescriptor(int fd) {
+#ifdef _WIN32
+    return _close(fd);
+#else
+    return close(fd);
+#endif
+}
+inline long ProcessId() {
+#ifdef _WIN32
+    return _getpid();
+#else
+    return static_cast<long>(getpid());
 #endif
 }
 

@@ -17,8 +17,19 @@ struct BrSingleByteTables {
 // mapped[b] is the one unit byte b converts to alone, or -1 when the converter refuses it. lower
 // and upper map one unit (simple case mapping).
 template <typename Lower, typename Upper>
-void BrBuildSingleByteTables(BrSingleByteTables& t, const std::array<int32_t, 256>& mapped,
-                             Lower lower, Upper upper) {
+void BrBuildSingleByteTables(BrSingleByteTables& t, std::array<int32_t, 256> mapped, Lower lower,
+                             Upper upper) {
+    // A byte above 0x7F that the system maps onto the ASCII character a lower byte already stands
+    // for is no character of its own when it is the byte's own low 7 bits (Windows folds the upper
+    // half of 20127 onto ASCII) or U+001A (its fill for holes of EBCDIC pages).
+    std::array<bool, 128> asciiTaken{};
+    for (int b = 0; b < 0x80; ++b) {
+        if (mapped[b] >= 0 && mapped[b] < 0x80) asciiTaken[mapped[b]] = true;
+    }
+    for (int b = 0x80; b < 256; ++b) {
+        const bool folded = mapped[b] == b - 0x80 || mapped[b] == 0x1A;
+        if (folded && asciiTaken[mapped[b]]) mapped[b] = -1;
+    }
     std::array<bool, 256> c1Taken{};
     for (int b = 0; b < 256; ++b) {
         if (mapped[b] < 0) continue;

@@ -13,37 +13,43 @@
 #include <string>
 #include <vector>
 
+#include "basert/files.h"
 #include "kbase/gaeb/UtGAEB.h"
+#include "support/temp_file.h"
 
 namespace {
 
-FILE* MemoryFile(const std::string& text) {
-    // fmemopen of zero bytes fails on some C libraries; a temporary file works everywhere.
-    FILE* f = std::tmpfile();
-    if (f != nullptr) {
-        std::fwrite(text.data(), 1, text.size(), f);
-        std::rewind(f);
+// The text in a temporary file, open for reading (binary: CR LF stays as written).
+class TextFile {
+  public:
+    explicit TextFile(const std::string& text) : file_("gaeb_load.txt") {
+        file_.WriteText(text);
+        f_ = UtFileOpen(file_.c_str(), "rb");
     }
-    return f;
-}
+    ~TextFile() {
+        if (f_ != nullptr) std::fclose(f_);
+    }
+    TextFile(const TextFile&) = delete;
+    TextFile& operator=(const TextFile&) = delete;
+    FILE* get() const { return f_; }
+
+  private:
+    kbase_test::TempFile file_;
+    FILE* f_ = nullptr;
+};
 
 int LoadText(UtGAEB& g, const std::string& text, UtGAEBLoadReport* report = nullptr) {
-    FILE* f = MemoryFile(text);
-    const int status = g.Load(f, report);
-    std::fclose(f);
-    return status;
+    TextFile f(text);
+    return g.Load(f.get(), report);
 }
 
 std::string StoreText(UtGAEB& g) {
-    char* data = nullptr;
-    size_t size = 0;
-    FILE* f = open_memstream(&data, &size);
+    kbase_test::TempFile file("gaeb_store.txt");
+    FILE* f = UtFileOpen(file.c_str(), "wb");
     g.SetFlag(0);
     EXPECT_EQ(g.Store(f, 0), kGAEBOk);
     std::fclose(f);
-    std::string out(data, size);
-    std::free(data);
-    return out;
+    return file.Text();
 }
 
 std::string ReadFile(const std::string& path) {
@@ -533,7 +539,8 @@ TEST(GaebHelpers, FindInFileAndReadFromFile) {
     const std::string text =
         "#begin[GAEB]\n [VersMon]11[end]\n [Menge]12,5[end]\n [Langtext]a [en\nb[end]\n "
         "[DP]x[end]\n";
-    FILE* f = MemoryFile(text);
+    TextFile file(text);
+    FILE* f = file.get();
     EXPECT_EQ(UtGAEBObject::FindInFile(f, "#begin[GAEB]"), kGAEBOk);
     short s = 0;
     EXPECT_EQ(UtGAEBObject::ReadFromFile(f, "VersMon", s), kGAEBOk);
@@ -549,13 +556,11 @@ TEST(GaebHelpers, FindInFileAndReadFromFile) {
     EXPECT_EQ(UtGAEBObject::ReadFromFile(f, "DP", buf, sizeof buf), kGAEBNotFound);
     EXPECT_EQ(UtGAEBObject::FindInFile(nullptr, "x"), kGAEBNullFile);
     EXPECT_EQ(UtGAEBObject::ReadFromFile(f, "DP", nullptr, 4), kGAEBNullFile);
-    std::fclose(f);
 
     // A child loads from the file on its own: its begin tag is searched.
     UtGAEBPosition p;
-    f = MemoryFile("junk\n#begin[Position]\n[OZ]7[end]\n[Menge]3[end]\n#end[Position]\n");
-    EXPECT_EQ(p.Load(f), kGAEBOk);
-    std::fclose(f);
+    TextFile child("junk\n#begin[Position]\n[OZ]7[end]\n[Menge]3[end]\n#end[Position]\n");
+    EXPECT_EQ(p.Load(child.get()), kGAEBOk);
     EXPECT_STREQ(p.GetOZ(), "7");
     EXPECT_DOUBLE_EQ(p.GetMenge(), 3);
     EXPECT_EQ(p.GetMEFlag(), 0);

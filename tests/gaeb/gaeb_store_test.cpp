@@ -8,22 +8,21 @@
 #include <string>
 #include <vector>
 
+#include "basert/files.h"
 #include "kbase/gaeb/UtGAEB.h"
+#include "support/temp_file.h"
 
 namespace {
 
-// What obj->Store(file, indent) writes, through a memory file.
+// What obj->Store(file, indent) writes, through a temporary file (binary: no CR added).
 std::string Stored(UtGAEBObject& obj, int indent, int* status = nullptr) {
-    char* data = nullptr;
-    size_t size = 0;
-    FILE* f = open_memstream(&data, &size);
+    kbase_test::TempFile file("gaeb_stored.txt");
+    FILE* f = UtFileOpen(file.c_str(), "wb");
     if (auto* root = dynamic_cast<UtGAEB*>(&obj)) root->SetFlag(0);  // closed here, not by Store
     const int st = obj.Store(f, indent);
     std::fclose(f);
-    std::string out(data, size);
-    std::free(data);
     if (status != nullptr) *status = st;
-    return out;
+    return file.Text();
 }
 
 UtGAEBPosition* MakePosition(const char* oz, double menge, const char* me, const char* kurz,
@@ -284,10 +283,13 @@ TEST(GaebStore, NullFileGives3011ForEveryClass) {
 }
 
 TEST(GaebStore, FullDeviceGives1007AfterCloseAndAfterABufferfulOfWrites) {
+#ifdef _WIN32
+    GTEST_SKIP() << "no full device: under Wine, writes to /dev/full do not fail";
+#endif
     // A small bill fits in the stream's buffer: the failure shows when the root closes the file.
     auto g = MakeBill();
     FILE* f = std::fopen("/dev/full", "w");
-    ASSERT_NE(f, nullptr);
+    if (f == nullptr) GTEST_SKIP() << "no /dev/full here";
     EXPECT_EQ(g->Store(f, 0), kGAEBWriteFailed);  // closed by Store (flag 1)
 
     // A large one fails in the middle of writing, before any close.
@@ -303,6 +305,8 @@ TEST(GaebStore, FullDeviceGives1007AfterCloseAndAfterABufferfulOfWrites) {
     std::fclose(f);
 }
 
+// A stream with room for a few bytes is a POSIX memory stream; Windows has none.
+#ifndef _WIN32
 TEST(GaebStore, FailedWriteKeepsWhatWasWrittenAndStopsTheBlock) {
     auto g = MakeBill();
     const std::string full = Stored(*g, 0);
@@ -319,6 +323,7 @@ TEST(GaebStore, FailedWriteKeepsWhatWasWrittenAndStopsTheBlock) {
         EXPECT_GE(std::strlen(buf.data()) + 64, room) << "most of the room is used";
     }
 }
+#endif
 
 TEST(GaebStore, OpenByPathStoresAndClosesThenLoadsBack) {
     const std::string path = ::testing::TempDir() + "kbase_gaeb_open_\xC3\xA4.X83";  // a UTF-8 name

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+#include "tirpc_recording.h"
+
 namespace tirpc_oracle {
 
 namespace {
@@ -97,7 +99,9 @@ bool Encode(const std::vector<Item>& items, std::vector<unsigned char>& bytes) {
     for (Item item : items) {
         if (!Code(&x, item)) return false;
     }
-    return xdr_getpos(&x) == bytes.size();
+    // The recording that stands in for libtirpc elsewhere must hold these very bytes.
+    return xdr_getpos(&x) == bytes.size() &&
+           tirpc_recording::Check(tirpc_recording::KeyOf(items), bytes);
 }
 
 bool Decode(const std::vector<unsigned char>& bytes, std::vector<Item>& items) {

@@ -1,51 +1,51 @@
 // Helpers of the XDR tests: temporary files and our codecs driven by the oracle's item list.
 #pragma once
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "basert/files.h"
 #include "basert/memory.h"
 #include "basert/xdr.h"
+#include "support/temp_file.h"
+#include "test_support.h"
 #include "tirpc_oracle.h"
 
 namespace xdr_test {
 
+using kbase_test::TempFile;
 using tirpc_oracle::Item;
 using tirpc_oracle::Kind;
 
-// A file in the temporary folder, removed when the object goes.
-class TempFile {
+// The read end of a pipe as a stream (whose size nobody knows), fed the bytes by a thread.
+class PipeStream {
   public:
-    explicit TempFile(const std::string& name) {
-        char dir[512];
-        UtGetTempDir(dir, sizeof dir);
-        path_ = std::string(dir) + "kbase_" + std::to_string(::getpid()) + "_" + name;
+    explicit PipeStream(const std::vector<unsigned char>& bytes) {
+        int fds[2];
+        if (kbase_test::MakePipe(fds) != 0) return;
+        file_ = kbase_test::OpenDescriptor(fds[0], "rb");
+        writer_ = std::thread([fds, &bytes] {
+            kbase_test::WriteAll(fds[1], bytes.data(), bytes.size());
+            kbase_test::CloseDescriptor(fds[1]);
+        });
     }
-    ~TempFile() { std::remove(path_.c_str()); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-    const std::string& path() const { return path_; }
-    const char* c_str() const { return path_.c_str(); }
-
-    std::vector<unsigned char> Bytes() const {
-        std::ifstream in(path_, std::ios::binary);
-        return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
+    ~PipeStream() {
+        if (file_ != nullptr)
+            std::fclose(file_);  // the tests read all that exceeds a pipe's buffer
+        if (writer_.joinable()) writer_.join();
     }
-    void Write(const std::vector<unsigned char>& bytes) const {
-        std::ofstream out(path_, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-    }
+    PipeStream(const PipeStream&) = delete;
+    PipeStream& operator=(const PipeStream&) = delete;
+    FILE* file() const { return file_; }
 
   private:
-    std::string path_;
+    FILE* file_ = nullptr;
+    std::thread writer_;
 };
 
 // One item through our codec in the handle's direction (the value is overwritten on decode).

@@ -191,12 +191,12 @@ TEST(XdStream, EveryFailingWriteThrowsItsExactMessage) {
     };
     for (const auto& c : cases) EXPECT_EQ(MessageOf<kbase::ExWrite>(c.write), c.message);
     // A long that its 32-bit item cannot hold is a failed write, not a silently cut value.
-    if (sizeof(long) > 4) {
-        TempFile file("wide.xdr");
-        XdStdio wide(U(file.path()), U("w"));
-        EXPECT_EQ(MessageOf<kbase::ExWrite>([&] { wide << (1L << 40); }),
-                  "in file \"XdOStream\" at line 177: XdOStream::operator <</xdr_long");
-    }
+#if LONG_MAX > INT32_MAX  // not on Windows, where long has 32 bits
+    TempFile file("wide.xdr");
+    XdStdio wide(U(file.path()), U("w"));
+    EXPECT_EQ(MessageOf<kbase::ExWrite>([&] { wide << (1L << 40); }),
+              "in file \"XdOStream\" at line 177: XdOStream::operator <</xdr_long");
+#endif
 }
 
 // A full disk shows when the stream is opened, since the header goes to the file at once; a
@@ -277,7 +277,7 @@ TEST(XdStream, OpeningByNameThrowsExMemOrExOpenWithTheirMessages) {
     ASSERT_NE(f, nullptr);
     XdOStream out;
     EXPECT_EQ(out.Open(f, "w"), kXdMagicIoError);
-    EXPECT_EQ(out.Open(nullptr, "w"), XdStream::kNoHandle);
+    EXPECT_EQ(out.Open(nullptr, "w"), +XdStream::kNoHandle);
     UtFileClose(f);
 }
 
