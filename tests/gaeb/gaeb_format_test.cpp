@@ -45,8 +45,10 @@ TEST(GaebFormat, Fixed3MatchesPrintfOnAwkwardValues) {
         1e15 + 0.125, 1e16, 1e17, 1e20, -1e20, 1.7976931348623157e308, -1.7976931348623157e308,
         123456789012.3456, 1e12 + 0.0005, 4.35, 0.1, 0.2, 0.3, 2.675, 1.005, 1e-3, 1e-4, inf, -inf};
     for (double v : values) EXPECT_EQ(Ours(v), Printf(v)) << std::hexfloat << v;
-    EXPECT_EQ(Ours(std::nan("")), Printf(std::nan("")));
-    EXPECT_EQ(Ours(-std::nan("")), Printf(-std::nan("")));
+    // A NaN's sign is written as glibc writes it on every platform (Windows' C library drops it),
+    // so that a bill is the same bytes wherever it was stored.
+    EXPECT_EQ(Ours(std::nan("")), "nan");
+    EXPECT_EQ(Ours(-std::nan("")), "-nan");
 }
 
 TEST(GaebFormat, Fixed3MatchesPrintfOnRandomValues) {

@@ -400,7 +400,8 @@ TEST_P(BoqRealBill, GaebCsvThenBoqGivesTheSamePositionsAndRanges) {
     ASSERT_EQ(r.rc, 0) << r.err;
     r = Boq(Options(dir.path() / "a.csv", dir.path() / "b.X83"));  // delimiter guessed
     ASSERT_EQ(r.rc, 0) << r.err;
-    const std::vector<std::string> want = Entries(path), got = Entries(dir.path() / "b.X83");
+    const std::vector<std::string> want = Entries(path),
+                                   got = Entries((dir.path() / "b.X83").string());
     EXPECT_EQ(want.size(), GetParam().entries);
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < want.size(); ++i) ASSERT_EQ(got[i], want[i]) << "entry " << i;
