@@ -10,10 +10,11 @@
 #include <string>
 
 class FuzzFile {
-public:
+  public:
     FuzzFile(const uint8_t* data, size_t size) {
         const char* dir = std::getenv("TMPDIR");
-        path_ = std::string(dir != nullptr ? dir : "/tmp") + "/kbase_fuzz_" + std::to_string(getpid()) + ".csv";
+        path_ = std::string(dir != nullptr ? dir : "/tmp") + "/kbase_fuzz_" +
+                std::to_string(getpid()) + ".csv";
         // A plain descriptor: a stream would allocate (and the sanitizer fill) a buffer each time.
         const int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         if (fd < 0) std::abort();
@@ -23,6 +24,6 @@ public:
     ~FuzzFile() { std::remove(path_.c_str()); }
     const std::string& path() const { return path_; }
 
-private:
+  private:
     std::string path_;
 };
