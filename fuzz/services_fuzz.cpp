@@ -10,11 +10,14 @@
 #include <vector>
 
 #include "fuzz_file.h"
+#include "fuzz_support.h"
 #include "kbase/services/VaVars.h"
 #include "kbase/services/VlValue.h"
 #include "kbase/streams/ExMain.h"
 #include "kbase/streams/XdStream.h"
 #include "kbase/text/UtCString.h"
+
+KBASE_FUZZ_STRICT_DIAGNOSTICS()
 
 namespace {
 

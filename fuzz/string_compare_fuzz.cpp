@@ -29,8 +29,8 @@ UtCString Make(const char* p, size_t n, eUtEncodingType e) {
 }
 
 bool HasNumberChars(const UtCString& s) {
-    for (int i = 0; i < s.GetLength(); ++i) {
-        const char16_t c = s.GetWcharAt(i);
+    // One conversion: GetWcharAt locates a UTF-8 character from the start each time.
+    for (const char16_t c : s.GetUtf16String()) {
         if ((c >= u'0' && c <= u'9') || c == u',' || c == u'.') return true;
     }
     return false;

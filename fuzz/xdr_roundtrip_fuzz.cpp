@@ -10,6 +10,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -268,7 +269,11 @@ std::vector<Item> MakeItems(const uint8_t* program, const uint8_t* data, size_t 
 
 void EncodeThenDecode(int kind, const uint8_t* program, const uint8_t* data, size_t size) {
     std::vector<Item> items = MakeItems(program, data, size);
-    std::vector<unsigned char> block(16384);  // more than kMaxItems items can fill
+    // The memory handle's block holds what the items can fill and no more, so that a write past
+    // them is an overflow; the file handles use none.
+    size_t room = 0;
+    for (const Item& item : items) room += WireSize(item);
+    std::vector<unsigned char> block(kind == 0 ? std::max<size_t>(room, 1) : 0);
     Handle out;
     if (!out.Open(kind, block, XDR_ENCODE, nullptr, 0)) std::abort();
     std::vector<Item> written;

@@ -1,5 +1,7 @@
 #include "kbase/services/CallbackArgs.h"
 
+#include <memory>
+
 CallbackArgsParam::~CallbackArgsParam() = default;
 ExpandTreeNodeCallbackArgs::~ExpandTreeNodeCallbackArgs() = default;
 
@@ -9,10 +11,11 @@ CallbackArgs::~CallbackArgs() {
 }
 
 void CallbackArgs::AddParam(CallbackArgsParam* p) {
+    std::unique_ptr<CallbackArgsParam> owned(p);  // freed if the list cannot be made or grow
     if (params_ == nullptr) params_ = new UtCPtrList();
     const long before = params_->count();
     params_->Append(p);
-    if (params_->count() == before) delete p;  // the list could not grow: nothing is kept
+    if (params_->count() > before) (void)owned.release();
 }
 
 void CallbackArgs::AddBoolParam(const UtCString& name, int value) {

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <map>
+#include <new>
 
 #include "basert/xdr.h"
 #include "kbase/export.h"
@@ -38,9 +39,44 @@ enum eCallbackArgsParamType {
     eCallbackArgsParamErrType = 9,
 };
 
+namespace kbase_services_internal {
+// Whether a copy holds all of its original: a UtCString that could not get its memory is left
+// empty rather than throwing, so a parameter checks its copies and is not made (std::bad_alloc)
+// instead of holding an empty name or value.
+inline bool Whole(const UtCString& copy, const UtCString& original) {
+    return copy.GetLength() == original.GetLength();
+}
+inline bool Whole(const UtCStringList& copy, const UtCStringList& original) {
+    if (copy.count() != original.count()) return false;
+    for (long i = 0; i < copy.count(); ++i) {
+        if (!Whole(copy[i], original[i])) return false;
+    }
+    return true;
+}
+inline bool Whole(const std::map<UtCString, UtCString>& copy,
+                  const std::map<UtCString, UtCString>& original) {
+    if (copy.size() != original.size()) return false;
+    for (auto a = copy.begin(), b = original.begin(); a != copy.end(); ++a, ++b) {
+        if (!Whole(a->first, b->first) || !Whole(a->second, b->second)) return false;
+    }
+    return true;
+}
+template <typename T>
+bool Whole(const T&, const T&) {
+    return true;
+}
+template <typename T>
+void ExpectWhole(const T& copy, const T& original) {
+    if (!Whole(copy, original)) throw std::bad_alloc();
+}
+}  // namespace kbase_services_internal
+
 class KBASE_API CallbackArgsParam {
   public:
-    explicit CallbackArgsParam(const UtCString& name) : name_(name) {}
+    // std::bad_alloc when memory is short (also for the value of each kind).
+    explicit CallbackArgsParam(const UtCString& name) : name_(name) {
+        kbase_services_internal::ExpectWhole(name_, name);
+    }
     CallbackArgsParam(const CallbackArgsParam&) = delete;
     CallbackArgsParam& operator=(const CallbackArgsParam&) = delete;
     virtual ~CallbackArgsParam();
@@ -57,7 +93,9 @@ template <typename T, eCallbackArgsParamType Kind>
 class CallbackArgsParamOf : public CallbackArgsParam {
   public:
     CallbackArgsParamOf(const UtCString& name, const T& value)
-        : CallbackArgsParam(name), value_(value) {}
+        : CallbackArgsParam(name), value_(value) {
+        kbase_services_internal::ExpectWhole(value_, value);
+    }
     const T& Value() const { return value_; }
     eCallbackArgsParamType GetTypeId() const override { return Kind; }
     static constexpr eCallbackArgsParamType TypeId() { return Kind; }

@@ -2,10 +2,12 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "basert/diag.h"
 #include "basert/files.h"
+#include "basert/memory.h"
 #include "kbase/services/UtClock.h"
 
 namespace {
@@ -21,6 +23,12 @@ UtCString DefaultPath() {
     path += "log.txt";
     return UtCString(path.c_str(), eUtEncodingTypeUtf8, eUtEncodingTypeUtf8);
 }
+
+// Frees a block of the runtime when it goes out of scope.
+struct FreeBlock {
+    char* block;
+    ~FreeBlock() { UtFreeMemory(block); }
+};
 
 // The bytes of an 8-bit string without the UTF-8 mark.
 const char* Bytes(const UtCString& s) {
@@ -102,6 +110,9 @@ void UtCLogging::LogOnly(const UtCString& msg, eLogLevel level) {
         UtCString record(scratch_.c_str(), static_cast<int>(scratch_.size()), eUtEncodingTypeUtf8,
                          msg.encodingType());
         record += msg;
+        // A string that could not get its memory stays short: no record rather than a cut one.
+        if (record.GetLength() != static_cast<int>(scratch_.size()) + msg.GetLength())
+            throw std::bad_alloc();
         records_.push_back(std::move(record));
         return;
     }
@@ -111,6 +122,10 @@ void UtCLogging::LogOnly(const UtCString& msg, eLogLevel level) {
     FillTemplate(scratch_, texts, lengths);
     records_.emplace_back(scratch_.data(), static_cast<int>(scratch_.size()), msg.encodingType(),
                           msg.encodingType());
+    if (records_.back().IsEmpty()) {
+        records_.pop_back();
+        throw std::bad_alloc();
+    }
 }
 
 void UtCLogging::Log(const UtCString& msg, eLogLevel level) {
@@ -144,7 +159,6 @@ bool UtCLogging::DumpFile(const UtCString& name) const {
     if (f == nullptr) return false;
     std::setvbuf(f, nullptr, _IOFBF, size_t{1} << 16);
     bool ok = true;
-    std::string converted;
     for (const UtCString& r : records_) {
         // ASCII text (every record's head, most messages) is UTF-8 as it stands.
         const char* bytes = nullptr;
@@ -153,11 +167,17 @@ bool UtCLogging::DumpFile(const UtCString& name) const {
             bytes = Bytes(r);
             n = std::strlen(bytes);
         }
+        char* block = nullptr;
         if (bytes == nullptr) {
-            converted = r.GetUtf8String();
-            bytes = converted.data();
-            n = converted.size();
+            const int units = r.GetUtf8String(&block);
+            if (units < 0) {  // no memory: the dump would lack the record
+                ok = false;
+                break;
+            }
+            bytes = block;
+            n = static_cast<size_t>(units);
         }
+        const FreeBlock owner{block};
         if (std::fwrite(bytes, 1, n, f) != n || std::fputc('\n', f) == EOF) {
             ok = false;
             break;
@@ -248,8 +268,14 @@ int UtLogging::Str(const char* text) {
     return text == nullptr ? (file_ ? 0 : -1) : Write(text, std::strlen(text));
 }
 int UtLogging::Str(const UtCString& text) {
-    const std::string s = text.GetUtf8String();
-    return Write(s.data(), s.size());
+    char* block = nullptr;
+    const int n = text.GetUtf8String(&block);
+    const FreeBlock owner{block};
+    if (n < 0) {  // no memory: the text is not written, and the file is incomplete
+        failed_ = file_ != nullptr;
+        return -1;
+    }
+    return Write(block, static_cast<size_t>(n));
 }
 int UtLogging::Int(int value) {
     char buf[16];

@@ -38,7 +38,7 @@ class KBASE_API UtCLogging {
     UtCLogging& operator=(UtCLogging&& other) noexcept;
     virtual ~UtCLogging();
 
-    // Appends one record.
+    // Appends one record; std::bad_alloc (and no record) when memory is short.
     void LogOnly(const UtCString& msg, eLogLevel level);
     // LogOnly, and for eLogError also DumpAndShow(msg, true).
     void Log(const UtCString& msg, eLogLevel level);
@@ -98,7 +98,7 @@ class KBASE_API UtLogging {
     bool IsOpen() const { return file_ != nullptr; }
 
     int Str(const char* text);       // null writes nothing
-    int Str(const UtCString& text);  // as UTF-8
+    int Str(const UtCString& text);  // as UTF-8; -1 also when memory is short
     int Int(int value);
     int Real(double value, int decimals);
     int Ln();

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 
 #include "basert/files.h"
 #include "basert/memory.h"
@@ -289,12 +290,9 @@ VaVariable* VaVars::Find(const char* name) const {
 VaVariable* VaVars::FindOrCreate(const char* name, const char* comment) {
     if (name == nullptr || *name == '\0') return nullptr;
     if (VaVariable* v = Find(name)) return v;
-    auto* v = new VaVariable(name, comment);
-    if (list_.Add(v) < 0) {
-        delete v;
-        return nullptr;
-    }
-    return v;
+    auto v = std::make_unique<VaVariable>(name, comment);
+    if (list_.Add(v.get()) < 0) return nullptr;  // std::bad_alloc frees it as well
+    return v.release();
 }
 
 void VaVars::Line(const char* a, const char* b, const char* c, const char* d, const char* e) {
@@ -306,7 +304,7 @@ void VaVars::Line(const char* a, const char* b, const char* c, const char* d, co
 }
 
 template <typename T>
-bool VaVars::SetValue(const char* name, short type, const T& value, const char* comment) {
+bool VaVars::SetValue(const char* name, short type, T value, const char* comment) {
     VaVariable* var = FindOrCreate(name, comment);
     if (var == nullptr) return false;
     VaValue& v = var->Value();
@@ -316,7 +314,8 @@ bool VaVars::SetValue(const char* name, short type, const T& value, const char* 
     if constexpr (std::is_same_v<T, long>) v.l = static_cast<int32_t>(value);
     if constexpr (std::is_same_v<T, float>) v.f = value;
     if constexpr (std::is_same_v<T, double>) v.d = value;
-    if constexpr (std::is_same_v<T, std::string>) v.text = value;
+    // Moved, not copied: nothing that can fail comes between creating the variable and its value.
+    if constexpr (std::is_same_v<T, std::string>) v.text = std::move(value);
     v.type = type;
     v.fromEnv = false;
     if (protocol_ != nullptr) Line("Variables: set '$", name, "' to '", var->Print().c_str(), "'");
@@ -385,6 +384,7 @@ bool VaVars::Get(const char* name, double& value) {
 }
 
 bool VaVars::SetEnv(const char* name, const char* defaultValue) {
+    std::string fallback = defaultValue != nullptr ? defaultValue : "";  // before anything changes
     VaVariable* var = FindOrCreate(name, nullptr);
     if (var == nullptr) return false;
     VaValue& v = var->Value();
@@ -397,7 +397,7 @@ bool VaVars::SetEnv(const char* name, const char* defaultValue) {
         if (protocol_ != nullptr)
             Line("Variables: Environment '", name, "' has value '", EnvValue(name).c_str(), "'");
     } else {
-        v.text = defaultValue != nullptr ? defaultValue : "";
+        v.text = std::move(fallback);
         v.fromEnv = false;
         if (protocol_ != nullptr) {
             Line("Variables: No Envrionment value for '", name, "', use default '", v.text.c_str(),

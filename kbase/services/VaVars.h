@@ -227,7 +227,7 @@ class KBASE_API VaVars {
 
   private:
     template <typename T>
-    bool SetValue(const char* name, short type, const T& value, const char* comment);
+    bool SetValue(const char* name, short type, T value, const char* comment);
     template <typename T>
     bool GetValue(const char* name, short type, T VaValue::*field, T& out);
     VaVariable* FindOrCreate(const char* name, const char* comment);

@@ -544,11 +544,35 @@ bool UtCString::Convert(float& value) const {
 }
 
 bool UtCString::Convert(UtCString& prefix, long& number, long& digits, UtCString& suffix) const {
+    // The last run of digits, in character positions [begin, end).
     int end = length_;
-    while (end > 0 && !(GetWcharAt(end - 1) >= u'0' && GetWcharAt(end - 1) <= u'9')) --end;
-    if (end == 0) return false;
-    int begin = end;
-    while (begin > 0 && GetWcharAt(begin - 1) >= u'0' && GetWcharAt(begin - 1) <= u'9') --begin;
+    int begin = 0;
+    if (isUtf8EncodingType()) {
+        // A digit is a code point of one byte: walk back over the lead bytes (GetWcharAt would
+        // count from the start for every character).
+        const char* t = stringSkipBOM();
+        const char* p = t + std::strlen(t);
+        const auto digitBefore = [t](const char*& q) {
+            if (q == t) return false;
+            do {
+                --q;
+            } while (q > t && (static_cast<unsigned char>(*q) & 0xC0) == 0x80);
+            return *q >= '0' && *q <= '9';
+        };
+        while (end > 0 && !digitBefore(p)) --end;
+        if (end == 0) return false;
+        begin = end - 1;
+        while (begin > 0 && digitBefore(p)) --begin;
+    } else {
+        const auto digitAt = [this](int i) {
+            const char16_t c = GetWcharAt(i);
+            return c >= u'0' && c <= u'9';
+        };
+        while (end > 0 && !digitAt(end - 1)) --end;
+        if (end == 0) return false;
+        begin = end;
+        while (begin > 0 && digitAt(begin - 1)) --begin;
+    }
     long long v = 0;
     const UtCString run = substr(begin, end - begin);
     if (end - begin > 18 || !run.Convert(v)) return false;

@@ -211,7 +211,8 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<SortCase>& p) { return std::string(p.param.name); });
 
 // Both ways of sorting (ranked columns, and row by row for a column that mixes numbers and text)
-// must give what a plain stable insertion sort with the documented comparison gives.
+// must give what a plain stable insertion sort with the documented comparison gives, for tables
+// of many rows and of a few rows with many possible keys (ordered without the radix buckets).
 TEST(Table, SortMatchesABruteForceStableSort) {
     std::mt19937 rng(7);
     const char* words[] = {"Wand", "Dach", "T\xFCr", "", "10", "9", "1.5", "Fenster"};
@@ -220,7 +221,7 @@ TEST(Table, SortMatchesABruteForceStableSort) {
     for (const auto& cols : keySets) {
         for (int round = 0; round < 20; ++round) {
             Rows rows;
-            for (int r = 0; r < 60; ++r) rows.push_back({words[rng() % 8], words[rng() % 3], std::to_string(rng() % 5)});
+            for (int r = 0; r < (round % 2 == 0 ? 60 : 4 + round % 5); ++r) rows.push_back({words[rng() % 8], words[rng() % 3], std::to_string(rng() % 5)});
             UtTable t = Make(rows);
             t.Sort(3, cols.data(), dirs);
             auto before = [&](const std::vector<std::string>& a, const std::vector<std::string>& b) {

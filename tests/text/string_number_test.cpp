@@ -96,6 +96,19 @@ TEST(StringNumbers, ConvertSplitsAtTheLastDigitRun) {
                            Make("x", eUtEncodingTypeUtf16), eUtEncodingTypeAnsi1252)),
               "W0012-3x");
     EXPECT_FALSE(Make("none", eUtEncodingTypeAnsi1252).Convert(prefix, number, digits, suffix));
+    // Characters of several bytes around and between the digits count as one position each.
+    for (const eUtEncodingType e : {eUtEncodingTypeUtf8, eUtEncodingTypeUtf16, eUtEncodingTypeAnsi1252}) {
+        ASSERT_TRUE(Make("Ma\u00DF_12\u00FC34\u20AC.dwg", e).Convert(prefix, number, digits, suffix)) << e;
+        EXPECT_EQ(U8(prefix), "Ma\u00DF_12\u00FC") << e;
+        EXPECT_EQ(number, 34);
+        EXPECT_EQ(digits, 2);
+        EXPECT_EQ(U8(suffix), "\u20AC.dwg") << e;
+        ASSERT_TRUE(Make("42\u00E4", e).Convert(prefix, number, digits, suffix)) << e;
+        EXPECT_EQ(U8(prefix), "");
+        EXPECT_EQ(number, 42);
+        EXPECT_EQ(U8(suffix), "\u00E4");
+        EXPECT_FALSE(Make("\u00E4\u20AC", e).Convert(prefix, number, digits, suffix)) << e;
+    }
 }
 
 TEST(StringNumbers, FormatDoubleDropsZerosOnlyAfterAPoint) {

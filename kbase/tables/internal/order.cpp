@@ -147,6 +147,14 @@ std::vector<uint32_t> CompositeKey::StableOrder() const {
     const int passes = (bits + 15) / 16;
     const int digitBits = (bits + passes - 1) / passes;
     const uint64_t digitMask = (uint64_t{1} << digitBits) - 1;
+    if (n * 8 < (size_t{1} << digitBits)) {
+        // Few rows against many possible keys: clearing the buckets would cost more than
+        // sorting the rows (a small table sorted by several columns).
+        for (size_t r = 0; r < n; ++r) order[r] = static_cast<uint32_t>(r);
+        std::stable_sort(order.begin(), order.end(),
+                         [&](uint32_t a, uint32_t b) { return key_[a] < key_[b]; });
+        return order;
+    }
     std::vector<size_t> start(size_t{1} << digitBits);
     // Counts the digits of keys at shift and turns the counts into first positions.
     auto positions = [&](const std::vector<uint64_t>& keys, int shift) {
