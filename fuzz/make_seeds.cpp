@@ -4,6 +4,7 @@
 // library itself from the fields of those files, so that fuzzing starts from valid records.
 //
 // make_seeds <output folder> <file>...   (each target gets <output folder>/<target>/)
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -25,7 +26,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kHead = 1500;  // bytes of a file in a text seed: past every buffer of a fuzz build
-constexpr size_t kMaxFields = 400;  // distinct fields kept for the string targets
+constexpr size_t kMaxFields = 400;
+constexpr size_t kGaebSeed = 2048;  // the GAEB target's longest input  // distinct fields kept for the string targets
 
 std::string ReadHead(const fs::path& p, size_t n) {
     std::ifstream in(p, std::ios::binary);
@@ -33,6 +35,26 @@ std::string ReadHead(const fs::path& p, size_t n) {
     in.read(s.data(), static_cast<std::streamsize>(n));
     s.resize(static_cast<size_t>(in.gcount()));
     return s;
+}
+
+// The last n bytes of a file (all of a shorter one).
+std::string ReadTail(const fs::path& p, size_t n) {
+    std::ifstream in(p, std::ios::binary | std::ios::ate);
+    const auto size = static_cast<size_t>(in.tellg());
+    in.seekg(static_cast<std::streamoff>(size > n ? size - n : 0));
+    std::string s(size > n ? n : size, '\0');
+    in.read(s.data(), static_cast<std::streamsize>(s.size()));
+    s.resize(static_cast<size_t>(in.gcount()));
+    return s;
+}
+
+// Whether a file's first line opens a GAEB block (in any case, after blanks).
+bool IsGaeb(const std::string& head) {
+    size_t i = head.find_first_not_of(" \t\r\n");
+    if (i == std::string::npos || head.size() - i < 7) return false;
+    std::string tag = head.substr(i, 7);
+    for (char& c : tag) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return tag == "#begin[";
 }
 
 class Writer {
@@ -111,6 +133,13 @@ int main(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         const std::string head = ReadHead(argv[i], kHead);
         if (head.empty()) continue;
+        // A bill: its opening and its end (the trailer and the closing blocks), each a whole
+        // input of the reader.
+        if (IsGaeb(head)) {
+            w.Put("gaeb_fuzz", ReadHead(argv[i], kGaebSeed));
+            w.Put("gaeb_fuzz", ReadTail(argv[i], kGaebSeed));
+            continue;
+        }
         // CSV targets: the file's head under a few control bytes (delimiters, block sizes,
         // switches), each target reading the byte its own way.
         for (uint8_t control : {0x00, 0x19, 0x2A, 0x47, 0x9C, 0xF3}) {

@@ -5,10 +5,12 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
 #include "basert/files.h"
+#include "basert/memory.h"
 #include "kbase/gaeb/internal/format.h"
 #include "kbase/gaeb/internal/reader.h"
 
@@ -32,23 +34,35 @@ int CopyIn(char* field, size_t size, const char* text) {
     return status;
 }
 
-// The text in 1252; status is kGAEBTextReplaced when a character became '?'. The copy keeps the
-// text's own encoding: assigning it to a string of another encoding (the system code page) would
-// convert it first, and a character that page lacks would become '?' unnoticed.
-UtCString ToFileCodePage(const UtCString& text, int& status) {
-    UtCString out(text);
-    status = kGAEBOk;
-    if (!out.ToAnsiIfRepresentable(kFileCodePage)) {
-        out.ToAnsi(kFileCodePage);
-        status = kGAEBTextReplaced;
+// The text in 1252, converted from its own encoding (through the system's, a character that page
+// lacks would become '?' unnoticed); status is kGAEBTextReplaced when a character became '?'.
+// Throws std::bad_alloc when memory is short, before any field is touched: an emptied field
+// would be stored as if the text had been empty.
+class FileText {
+  public:
+    FileText(const UtCString& text, int& status) {
+        status = kGAEBOk;
+        const char16_t* wide = text.isUtf16EncodingType() ? text.uptr() : nullptr;
+        const void* units = wide != nullptr ? static_cast<const void*>(wide) : text.ptr();
+        if (units == nullptr) return;
+        const UtCUtf::Result r = UtCUtf::Convert(units, -1, text.encodingType(), kFileCodePage);
+        if (!r.ok) throw std::bad_alloc();
+        bytes_ = static_cast<char*>(r.text);
+        if (r.replaced != 0) status = kGAEBTextReplaced;
     }
-    return out;
-}
+    ~FileText() { UtFreeMemory(bytes_); }
+    FileText(const FileText&) = delete;
+    FileText& operator=(const FileText&) = delete;
+    const char* c_str() const { return bytes_ != nullptr ? bytes_ : ""; }
+
+  private:
+    char* bytes_ = nullptr;
+};
 
 int CopyIn(char* field, size_t size, const UtCString& text) {
     int status = kGAEBOk;
-    const UtCString converted = ToFileCodePage(text, status);
-    return status | CopyIn(field, size, converted.ptr());
+    const FileText converted(text, status);
+    return status | CopyIn(field, size, converted.c_str());
 }
 
 // Copies a field into a caller's buffer; kGAEBTextCut when it does not fit, 3011 for no buffer.
@@ -293,8 +307,9 @@ int UtGAEBObject::SetText(char* field, size_t size, int slot, const char* text) 
 }
 
 int UtGAEBObject::SetText(char* field, size_t size, int slot, const UtCString& text) {
+    const int status = CopyIn(field, size, text);
     SetAbsent(slot, false);
-    return CopyIn(field, size, text);
+    return status;
 }
 
 bool UtGAEBObject::Fresh(int slot) {
@@ -569,7 +584,9 @@ void UtGAEBLVInfo::SetKurzLang(short v) {
     SetAbsent(kKurzLang, false);
 }
 void UtGAEBLVInfo::AddLVGlied(UtGAEBLVGlied* glied) {
-    if (glied != nullptr) glieder_.push_back(glied);
+    std::unique_ptr<UtGAEBLVGlied> owned(glied);  // deleted if the list cannot grow
+    if (owned != nullptr) glieder_.push_back(owned.get());
+    owned.release();
 }
 UtGAEBLVGlied* UtGAEBLVInfo::GetLVGliedPtr(int index) const {
     return (index >= 0 && index < GetLVGliedCount()) ? glieder_[static_cast<size_t>(index)]
@@ -602,7 +619,9 @@ UtGAEBEntityList::~UtGAEBEntityList() {
 }
 
 void UtGAEBEntityList::Add(UtGAEBLVEntity* entity) {
-    if (entity != nullptr) items_.push_back(entity);
+    std::unique_ptr<UtGAEBLVEntity> owned(entity);  // deleted if the list cannot grow
+    if (owned != nullptr) items_.push_back(owned.get());
+    owned.release();
 }
 
 UtGAEBLVEntity* UtGAEBEntityList::Get(int index) const {
@@ -696,10 +715,10 @@ int UtGAEBBeschreibung::SetLangtext(const char* text) {
     return kGAEBOk;
 }
 int UtGAEBBeschreibung::SetLangtext(const UtCString& text) {
-    SetAbsent(kLangtext, false);
     int status = kGAEBOk;
-    const UtCString converted = ToFileCodePage(text, status);
-    langtext_.assign(converted.ptr());
+    const FileText converted(text, status);
+    langtext_.assign(converted.c_str());
+    SetAbsent(kLangtext, false);
     return status;
 }
 int UtGAEBBeschreibung::GetKurztext(char* out, size_t size) const {
@@ -721,10 +740,11 @@ int UtGAEBBeschreibung::SetKurztext(const char* text) {
     return CopyBounded(kurztext_, kGAEBSizeKurztext, text);
 }
 int UtGAEBBeschreibung::SetKurztext(const UtCString& text) {
-    SetAbsent(kKurztext, false);
     int status = kGAEBOk;
-    const UtCString converted = ToFileCodePage(text, status);
-    return status | CopyBounded(kurztext_, kGAEBSizeKurztext, converted.ptr());
+    const FileText converted(text, status);
+    status |= CopyBounded(kurztext_, kGAEBSizeKurztext, converted.c_str());
+    SetAbsent(kKurztext, false);
+    return status;
 }
 
 int UtGAEBBeschreibung::StoreSlot(FILE* file, int indent, int slot) {

@@ -483,31 +483,16 @@ void FillParameterList(SweepPoint& p) {
     }
 }
 
-// Faults in the GAEB classes found by the sweep, fixed where those classes are reworked.
-const char* const kGaebKnownBugs =
-    "known GAEB faults under a refused allocation: (1) an entity or outline level is leaked when "
-    "the vector of its parent cannot grow (UtGAEBEntityList::Add and AddFor, "
-    "UtGAEBLVInfo::AddLVGlied; building a bill and loading one); (2) the UtCString setters "
-    "(SetName, SetBez, SetKurztext, SetLangtext) leave the field empty and answer kGAEBOk or "
-    "kGAEBTextReplaced when the conversion to 1252 gets no memory";
-
 struct Scenario {
     const char* name;
     std::function<void(SweepPoint&)> run;
     uint64_t minimumPoints;  // the sweep must reach at least this many (it really fails things)
-    // A known fault that makes the scenario fail: it is skipped, naming the fault, unless
-    // KBASE_SWEEP_KNOWN_BUGS=1 asks for it to run anyway.
-    const char* knownBug = nullptr;
 };
 
 class AllocationSweep : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(AllocationSweep, EveryAllocationFailsInTurn) {
     const Scenario& s = GetParam();
-    const char* run = std::getenv("KBASE_SWEEP_KNOWN_BUGS");
-    if (s.knownBug != nullptr && (run == nullptr || std::string(run) != "1")) {
-        GTEST_SKIP() << s.knownBug;
-    }
     const uint64_t points = kbase_test::SweepAllocations(s.run);
     RecordProperty("failure_points", std::to_string(points));
     std::printf("[ sweep    ] %s: %llu failure points\n", s.name,
@@ -526,7 +511,7 @@ INSTANTIATE_TEST_SUITE_P(Subsystems, AllocationSweep,
                                            Scenario{"logging", LogToFile, 5},
                                            Scenario{"callbacks", RegisterAndFireCallbacks, 5},
                                            Scenario{"variables", SubstituteVariables, 5},
-                                           Scenario{"gaeb", StoreAndLoadBill, 5, kGaebKnownBugs}),
+                                           Scenario{"gaeb", StoreAndLoadBill, 5}),
                          [](const ::testing::TestParamInfo<Scenario>& param) {
                              return std::string(param.param.name);
                          });

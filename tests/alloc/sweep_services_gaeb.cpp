@@ -415,20 +415,32 @@ void SubstituteVariables(SweepPoint& p) {
 
 namespace {
 
+// The caller's texts, made before any allocation is refused: a string that gets no memory is
+// empty by its own contract, and the bill would then rightly hold the empty text.
+struct BillTexts {
+    UtCString name = Text("Einfamilienhaus");
+    UtCString bez = Text(
+        "Rohbau S\xFC"
+        "d",
+        kU8);
+    UtCString rangeBez = Text("Mauerarbeiten");
+    UtCString shortTexts[2] = {Text("Au\xDF"
+                                    "enwand"),
+                               Text("Innenwand")};
+    UtCString longText = Text("Mauerwerk aus Ziegeln,\nd = 36,5 cm");
+};
+
 // A small bill: two outline levels, a range with two positions (one with a long text) and a
 // position outside it.
-std::unique_ptr<UtGAEB> BuildBill() {
+std::unique_ptr<UtGAEB> BuildBill(const BillTexts& texts) {
     auto bill = std::make_unique<UtGAEB>(eGAEBTypeLV);
     bill->GetInfoPtr()->GetDatumPtr()->SetDate(17, 5, 2024);
     UtGAEBVergabe* award = bill->GetVergabePtr();
     award->SetDP(83);
     UtGAEBLV* lv = award->GetLVPtr();
     UtGAEBLVInfo* info = lv->GetLVInfoPtr();
-    EXPECT_EQ(info->SetName(Text("Einfamilienhaus")), kGAEBOk);
-    EXPECT_EQ(info->SetBez(Text("Rohbau S\xFC"
-                                "d",
-                                kU8)),
-              kGAEBOk);
+    EXPECT_EQ(info->SetName(texts.name), kGAEBOk);
+    EXPECT_EQ(info->SetBez(texts.bez), kGAEBOk);
     for (const char* typ : {"LVStufe", "Position"}) {
         auto glied = std::make_unique<UtGAEBLVGlied>();
         glied->SetTyp(typ);
@@ -437,17 +449,17 @@ std::unique_ptr<UtGAEB> BuildBill() {
     }
     auto range = std::make_unique<UtGAEBLVBereich>();
     range->SetOZ("01");
-    range->SetBez(Text("Mauerarbeiten"));
+    EXPECT_EQ(range->SetBez(texts.rangeBez), kGAEBOk);
     for (int i = 0; i < 2; ++i) {
         auto pos = std::make_unique<UtGAEBPosition>();
         pos->SetOZ(i == 0 ? "01.0010" : "01.0020");
         pos->SetMenge(12.5 * (i + 1));
         pos->SetME("m2");
         UtGAEBBeschreibung* text = pos->GetBeschreibungPtr();
-        text->SetKurztext(Text(i == 0 ? "Au\xDF"
-                                        "enwand"
-                                      : "Innenwand"));
-        if (i == 0) text->SetLangtext(Text("Mauerwerk aus Ziegeln,\nd = 36,5 cm"));
+        EXPECT_EQ(text->SetKurztext(texts.shortTexts[i]), kGAEBOk);
+        if (i == 0) {
+            EXPECT_EQ(text->SetLangtext(texts.longText), kGAEBOk);
+        }
         range->AddLVEntity(pos.release());
     }
     lv->AddLVEntity(range.release());
@@ -473,11 +485,12 @@ void StoreAndLoadBill(SweepPoint& p) {
     const TempFolder folder("gaeb");
     const std::string reference = folder.File("reference.X83"), stored = folder.File("bill.X83"),
                       again = folder.File("again.X83");
-    ASSERT_EQ(StoreTo(*BuildBill(), reference), kGAEBOk);
+    const BillTexts texts;
+    ASSERT_EQ(StoreTo(*BuildBill(texts), reference), kGAEBOk);
     const std::string expected = Contents(reference);
 
     std::unique_ptr<UtGAEB> bill;
-    bool threw = Threw(p, [&] { bill = BuildBill(); });
+    bool threw = Threw(p, [&] { bill = BuildBill(texts); });
     int storeStatus = -1;
     if (bill != nullptr) {
         threw |= Threw(p, [&] { storeStatus = StoreTo(*bill, stored); });
