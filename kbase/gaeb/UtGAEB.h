@@ -21,6 +21,8 @@
 // lacks (kGAEBTextReplaced, written as '?'). Fixed fields hold at most their size minus one
 // bytes (the kGAEBSize* constants); a longer text is cut there and the setter returns
 // kGAEBTextCut. A value must not contain "[end]" (it would end the value when read back).
+// Memory: a UtCString setter that cannot convert throws std::bad_alloc and leaves the field as it
+// was; a list that cannot grow deletes the entity or outline level it was handed and throws.
 //
 // Reading. Load reads what Store writes and what other tendering programs write: block and key
 // names in any letter case, any indentation, CRLF, values over several lines up to "[end]" (held
