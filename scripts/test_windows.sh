@@ -28,7 +28,7 @@ cmake --build --preset windows
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="  # no offer to install Mono or Gecko into a new prefix
 mkdir -p "${WINEPREFIX:-$HOME/.wine}"  # the server starts in the prefix, which a fresh machine lacks
-wineserver -p
+wineserver -p || true  # 2: a server already runs for this prefix, which serves as well
 trap 'wineserver -k || true' EXIT
 wine cmd /c exit >/dev/null 2>&1 || true
 ctest --preset windows -j "$(nproc)"
