@@ -77,11 +77,11 @@ mkdir -p "$out/findings"
 status=0
 table="| target | executions | exec/s | coverage (edges) | features | longest input |
 |---|---|---|---|---|---|"
-for spec in "$@"; do
-    t=${spec%%:*}
+for arg in "$@"; do
+    t=${arg%%:*}
     runs=-1
     [ "$goal" = 1 ] && runs=$(goal_of "$t")
-    [ "$spec" != "$t" ] && runs=${spec#*:}
+    [ "$arg" != "$t" ] && runs=${arg#*:}
     corpus=$out/corpus/$t
     mkdir -p "$corpus"
     seeds=$out/seeds/$t
