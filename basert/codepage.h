@@ -48,8 +48,12 @@ constexpr int64_t kBrConvUnknownCodePage = -1;  // no converter for that number
 constexpr int64_t kBrConvNoRoom = -2;           // dst capacity too small; nothing usable written
 constexpr int64_t kBrConvNoMemory = -3;         // the converter could not get memory
 
-// Whether the code page can be converted (a converter exists for it). 1200/1201 give false.
+// Whether the code page can be converted (a converter exists for it and could be opened).
+// 1200/1201 give false, and so does a page whose converter could not get memory.
 BASERT_API bool BrCodePageAvailable(unsigned short codePage);
+// Whether no converter exists for the number (1200/1201 included); false when one exists but
+// could not get memory, so that a caller can tell a lasting answer from a passing one.
+BASERT_API bool BrCodePageUnknown(unsigned short codePage);
 // Most bytes one UTF-16 unit can need in that code page (UTF-8: 3), or 0 when unknown.
 BASERT_API int BrCodePageMaxBytes(unsigned short codePage);
 // Whether every byte of the code page is one character (Latin, Cyrillic, Greek, ... code pages).

@@ -51,11 +51,14 @@ constexpr Alias kAliases[] = {
     {12000, "UTF-32LE"},     {12001, "UTF-32BE"},
 };
 
+// ICU's converter for a Windows number, or null when it has none. Throws std::bad_alloc when ICU
+// ran out of memory: the page exists, and a later try may open it.
 UConverter* OpenIcu(unsigned short number) {
     UErrorCode err = U_ZERO_ERROR;
     for (const Alias& a : kAliases) {
         if (a.number == number) {
             UConverter* c = ucnv_open(a.name, &err);
+            if (err == U_MEMORY_ALLOCATION_ERROR) throw std::bad_alloc();
             return U_SUCCESS(err) ? c : nullptr;
         }
     }
@@ -64,6 +67,7 @@ UConverter* OpenIcu(unsigned short number) {
         std::snprintf(name, sizeof name, pattern, static_cast<unsigned>(number));
         err = U_ZERO_ERROR;
         UConverter* c = ucnv_open(name, &err);
+        if (err == U_MEMORY_ALLOCATION_ERROR) throw std::bad_alloc();
         if (U_SUCCESS(err) && err != U_AMBIGUOUS_ALIAS_WARNING) return c;
         if (c != nullptr) ucnv_close(c);
     }
@@ -139,10 +143,12 @@ void UseWindowsSubstitution(UConverter* c, const CodePage& cp) {
 
 std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     if (number == 1200 || number == 1201 || number == 256 || number == 65535) return nullptr;
-    // The record first: when it cannot be had (std::bad_alloc) no converter is open yet.
+    // The record first: when it cannot be had (std::bad_alloc) no converter is open yet; once
+    // it holds the converter, its destructor closes it whatever fails.
     auto cp = std::make_unique<CodePage>();
-    UConverter* c = OpenIcu(number);
-    if (c == nullptr) return nullptr;
+    cp->cnv = OpenIcu(number);
+    if (cp->cnv == nullptr) return nullptr;
+    UConverter* c = cp->cnv;
     cp->number = number;
     cp->maxBytes = number == kBrCodePageUtf8 ? 3 : ucnv_getMaxCharSize(c);
     const bool stateful = IsStateful(c);
@@ -152,15 +158,15 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     if (cp->singleByte) {
         BuildSingleByteTables(*cp, c);
         ucnv_close(c);
+        cp->cnv = nullptr;
     } else {
-        cp->cnv = c;
         UseWindowsSubstitution(c, *cp);
     }
     return cp;
 }
 
-CodePage* Find(unsigned short number) {
-    return BrFindCodePage<CodePage, MakeCodePage>(number);
+CodePage* Find(unsigned short number, bool* noMemory = nullptr) {
+    return BrFindCodePage<CodePage, MakeCodePage>(number, noMemory);
 }
 
 // Widens the leading ASCII bytes; returns how many were taken.
@@ -304,6 +310,10 @@ const UNormalizer2* NormalizerFor(int form) {
 }  // namespace
 
 bool BrCodePageAvailable(unsigned short codePage) { return Find(codePage) != nullptr; }
+bool BrCodePageUnknown(unsigned short codePage) {
+    bool noMemory = false;
+    return Find(codePage, &noMemory) == nullptr && !noMemory;
+}
 
 namespace {
 
@@ -394,7 +404,11 @@ BrDecoder* BrDecoderOpen(unsigned short codePage) {
         d->table = cp;
         return d;
     }
-    d->cnv = OpenIcu(codePage);
+    try {
+        d->cnv = OpenIcu(codePage);
+    } catch (const std::bad_alloc&) {
+        d->cnv = nullptr;
+    }
     d->rotated = cp->rotated;
     UErrorCode err = U_ZERO_ERROR;
     if (d->cnv != nullptr) {
@@ -474,8 +488,9 @@ int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_
     int64_t dummy = 0;
     int64_t& rep = replaced != nullptr ? *replaced : dummy;
     rep = 0;
-    CodePage* cp = Find(codePage);
-    if (cp == nullptr) return kBrConvUnknownCodePage;
+    bool noMemory = false;
+    CodePage* cp = Find(codePage, &noMemory);
+    if (cp == nullptr) return noMemory ? kBrConvNoMemory : kBrConvUnknownCodePage;
     if (src == nullptr) return 0;
     if (n < 0) n = TextLength(src);
     if (cap < n && (cp->singleByte || cp->asciiCompatible)) {
@@ -498,8 +513,9 @@ int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, cha
     int64_t dummy = 0;
     int64_t& rep = replaced != nullptr ? *replaced : dummy;
     rep = 0;
-    CodePage* cp = Find(codePage);
-    if (cp == nullptr) return kBrConvUnknownCodePage;
+    bool noMemory = false;
+    CodePage* cp = Find(codePage, &noMemory);
+    if (cp == nullptr) return noMemory ? kBrConvNoMemory : kBrConvUnknownCodePage;
     if (src == nullptr) return 0;
     if (n < 0) n = TextLength(src);
     int64_t i = 0;

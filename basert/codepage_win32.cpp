@@ -144,8 +144,8 @@ std::unique_ptr<CodePage> MakeCodePage(unsigned short number) {
     return cp;
 }
 
-CodePage* Find(unsigned short number) {
-    return BrFindCodePage<CodePage, MakeCodePage>(number);
+CodePage* Find(unsigned short number, bool* noMemory = nullptr) {
+    return BrFindCodePage<CodePage, MakeCodePage>(number, noMemory);
 }
 
 int64_t TextLength(const char* s) {
@@ -389,6 +389,10 @@ NORM_FORM FormOf(int form, bool* ok) {
 bool BrCodePageAvailable(unsigned short codePage) {
     return Find(codePage) != nullptr;
 }
+bool BrCodePageUnknown(unsigned short codePage) {
+    bool noMemory = false;
+    return Find(codePage, &noMemory) == nullptr && !noMemory;
+}
 
 namespace {
 std::vector<unsigned short>* g_enumerated = nullptr;
@@ -583,8 +587,9 @@ int64_t BrMbToUtf16(unsigned short codePage, const char* src, int64_t n, char16_
     int64_t dummy = 0;
     int64_t& rep = replaced != nullptr ? *replaced : dummy;
     rep = 0;
-    CodePage* cp = Find(codePage);
-    if (cp == nullptr) return kBrConvUnknownCodePage;
+    bool noMemory = false;
+    CodePage* cp = Find(codePage, &noMemory);
+    if (cp == nullptr) return noMemory ? kBrConvNoMemory : kBrConvUnknownCodePage;
     if (src == nullptr) return 0;
     if (n < 0) n = TextLength(src);
     if (cp->kind == Kind::kSingleByte) {
@@ -600,8 +605,9 @@ int64_t BrUtf16ToMb(unsigned short codePage, const char16_t* src, int64_t n, cha
     int64_t dummy = 0;
     int64_t& rep = replaced != nullptr ? *replaced : dummy;
     rep = 0;
-    CodePage* cp = Find(codePage);
-    if (cp == nullptr) return kBrConvUnknownCodePage;
+    bool noMemory = false;
+    CodePage* cp = Find(codePage, &noMemory);
+    if (cp == nullptr) return noMemory ? kBrConvNoMemory : kBrConvUnknownCodePage;
     if (src == nullptr) return 0;
     if (n < 0) n = TextLength(src);
     if (cp->kind != Kind::kSingleByte) return SystemFromUtf16(*cp, src, n, dst, cap, rep);

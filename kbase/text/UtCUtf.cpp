@@ -181,6 +181,7 @@ UtCUtf::Result CopyUnits(const void* src, int64_t n, int elemSize, int prefix) {
 }  // namespace
 
 bool UtCUtf::IsAvailable(unsigned short e) { return IsUtf16(e) || BrCodePageAvailable(e); }
+bool UtCUtf::IsUnknown(unsigned short e) { return !IsUtf16(e) && BrCodePageUnknown(e); }
 
 UtCUtf::Result UtCUtf::Convert(const void* text, int64_t count, unsigned short from,
                                unsigned short to, bool utf8Mark) {

@@ -44,8 +44,11 @@ public:
     // Whether the encoding is UTF-16 (1200 or 1201).
     static bool IsUtf16(unsigned short e) { return e == 1200 || e == 1201; }
     static bool IsUtf8(unsigned short e) { return e == 65001; }
-    // Whether conversions to and from the encoding are possible.
+    // Whether conversions to and from the encoding are possible (false also while its converter
+    // cannot get memory).
     static bool IsAvailable(unsigned short e);
+    // Whether the encoding does not exist at all: no text can ever be had in it.
+    static bool IsUnknown(unsigned short e);
 };
 
 class KBASE_API UtCUtf8 {

@@ -147,10 +147,11 @@ bool UtCString::Adopt(void* block, int64_t units, int64_t codePoints) {
 
 bool UtCString::Assign(const void* text, int64_t count, unsigned short source) {
     source = MapEncodingType(source);
-    if (source != encoding_ && (!UtCUtf::IsAvailable(source) || !UtCUtf::IsAvailable(encoding_))) {
-        SetEmpty();  // nothing can be produced: the empty string
+    if (source != encoding_ && (UtCUtf::IsUnknown(source) || UtCUtf::IsUnknown(encoding_))) {
+        SetEmpty();  // nothing can ever be produced: the empty string
         return false;
     }
+    // A converter that could not get memory fails here, like any allocation: string unchanged.
     const UtCUtf::Result r = UtCUtf::Convert(text, count, source, encoding_, true);
     if (!r.ok) return false;
     return Adopt(r.text, r.units, r.codePoints);

@@ -7,3 +7,5 @@ void LogToFile(kbase_test::SweepPoint& p);
 void RegisterAndFireCallbacks(kbase_test::SweepPoint& p);
 void SubstituteVariables(kbase_test::SweepPoint& p);
 void StoreAndLoadBill(kbase_test::SweepPoint& p);
+void OpenCodePages(kbase_test::SweepPoint& p);
+void DecodeAndNormalise(kbase_test::SweepPoint& p);

@@ -169,6 +169,9 @@ TEST(Conversion, UnknownPagesAndShortBuffersAreRefused) {
     char b[4];
     EXPECT_FALSE(BrCodePageAvailable(12345));
     EXPECT_FALSE(BrCodePageAvailable(1200));
+    EXPECT_TRUE(BrCodePageUnknown(12345));
+    EXPECT_TRUE(BrCodePageUnknown(1200));
+    EXPECT_FALSE(BrCodePageUnknown(1252));
     EXPECT_EQ(BrMbToUtf16(12345, "a", 1, w, 4), kBrConvUnknownCodePage);
     EXPECT_EQ(BrUtf16ToMb(12345, u"a", 1, b, 4), kBrConvUnknownCodePage);
     EXPECT_EQ(BrMbToUtf16(1252, "abcdef", 6, w, 4), kBrConvNoRoom);

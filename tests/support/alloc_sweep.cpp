@@ -5,6 +5,10 @@
 
 #include "basert/memory.h"
 
+#if KBASE_TEST_ICU_HEAP
+#include <unicode/uclean.h>
+#endif
+
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
 namespace {
@@ -24,9 +28,9 @@ uint64_t Blocks() {
     return UtMemRequestCount() - g_window.blockBase;
 }
 
-// Counts one operator new; true when it must fail. Before the target the runtime is armed to
+// Counts one allocation (operator new, or ICU's heap); true when it must fail. Before the target the runtime is armed to
 // refuse its request that would be the target, so whichever kind comes there fails.
-bool RefuseNew() {
+bool Refuse() {
     if (!g_window.armed) return false;
     const uint64_t index = g_window.before + ++g_window.news + Blocks();
     if (g_window.failed || index > g_window.target) return false;
@@ -40,7 +44,7 @@ bool RefuseNew() {
 }
 
 void* Allocate(std::size_t size, std::size_t align, bool nothrow) {
-    if (RefuseNew()) {
+    if (Refuse()) {
         if (nothrow) return nullptr;
         throw std::bad_alloc();
     }
@@ -54,6 +58,26 @@ void* Allocate(std::size_t size, std::size_t align, bool nothrow) {
     if (p == nullptr && !nothrow) throw std::bad_alloc();
     return p;
 }
+
+#if KBASE_TEST_ICU_HEAP
+// ICU takes its heap from functions a program may set (its converters, normalisers and caches
+// allocate there); routed here, its allocations join the sequence. Memory ICU took before this
+// is set came from malloc, which std::free also releases.
+void* IcuAlloc(const void*, std::size_t size) {
+    return Refuse() ? nullptr : std::malloc(size);
+}
+void* IcuRealloc(const void*, void* p, std::size_t size) {
+    return Refuse() ? nullptr : std::realloc(p, size);
+}
+void IcuFree(const void*, void* p) {
+    std::free(p);
+}
+[[maybe_unused]] const bool g_icuRouted = [] {
+    UErrorCode err = U_ZERO_ERROR;
+    u_setMemoryFunctions(nullptr, IcuAlloc, IcuRealloc, IcuFree, &err);
+    return U_SUCCESS(err);
+}();
+#endif
 
 }  // namespace
 

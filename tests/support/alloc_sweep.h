@@ -2,8 +2,10 @@
 // again, and run n makes the n-th allocation fail, until a run completes without reaching n.
 //
 // Allocations counted, in one sequence: operator new of the whole program (the library's and the
-// standard library's containers included) and the runtime's memory blocks (UtAllocMemoryBlock,
-// UtCcalloc, hence the small-block pool). Only allocations inside an armed window count, so a
+// standard library's containers included), the runtime's memory blocks (UtAllocMemoryBlock,
+// UtCcalloc, hence the small-block pool) and, where the code pages are ICU's, ICU's heap. ICU keeps
+// some failures for the life of the process (its normalisers are made once), so a scenario makes
+// those before it arms. Only allocations inside an armed window count, so a
 // scenario arms around the operations under test and keeps its set-up and checks outside.
 // A failing operator new throws std::bad_alloc (the nothrow forms return null); a failing memory
 // block is refused with its status. Linking this library replaces the global operator new and
