@@ -512,7 +512,7 @@ INSTANTIATE_TEST_SUITE_P(Subsystems, AllocationSweep,
                                            Scenario{"callbacks", RegisterAndFireCallbacks, 5},
                                            Scenario{"variables", SubstituteVariables, 5},
                                            Scenario{"gaeb", StoreAndLoadBill, 5},
-                                           Scenario{"code_page_opening", OpenCodePages, 3},
+                                           Scenario{"code_page_opening", OpenCodePages, 10},
                                            Scenario{"code_page_calls", DecodeAndNormalise, 3}),
                          [](const ::testing::TestParamInfo<Scenario>& param) {
                              return std::string(param.param.name);

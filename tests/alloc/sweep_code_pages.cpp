@@ -25,10 +25,10 @@ const auto kShiftJis = static_cast<eUtEncodingType>(932);
 // Pages no other scenario opens, single- and multi-byte. An opened page is kept for the life of
 // the process, so each run of the opening sweep takes the next one.
 constexpr unsigned short kFreshPages[] = {
-    437,   737,   775,   850,   852,   855,   857,   860,   861,   862,   863,   864,   865,
-    866,   869,   874,   1250,  1251,  1253,  1254,  1255,  1256,  1257,  1258,  28591, 28592,
-    28593, 28594, 28595, 28596, 28597, 28598, 28599, 28603, 28605, 20866, 21866, 10000, 936,
-    949,   950,   51932, 51949, 54936, 37,    500,   875,   1026,  20127};
+    437,   936,   737,   949,   775,   950,   850,   51932, 852,   51949, 855,   54936, 857,
+    860,   861,   862,   863,   864,   865,   866,   869,   874,   1250,  1251,  1253,  1254,
+    1255,  1256,  1257,  1258,  28591, 28592, 28593, 28594, 28595, 28596, 28597, 28598, 28599,
+    28603, 28605, 20866, 21866, 10000, 37,    500,   875,   1026,  20127};
 
 // Runs an operation with allocations counted; true when it let std::bad_alloc through.
 template <typename F>
@@ -44,35 +44,32 @@ bool Threw(SweepPoint& p, F operation) {
 
 }  // namespace
 
-// Run n opens the n-th fresh page with its n-th allocation failing. A page whose opening ran out
-// of memory exists all the same: the conversion says "no memory" (not "unknown page") or
-// succeeds, a string it was to fill keeps its text, and the next call opens the page.
+// Run n opens two fresh pages in one window, the first through the code-page layer and the second
+// through a string, so that its n-th allocation fails somewhere in one of the openings. A page
+// whose opening ran out of memory exists all the same: the conversion says "no memory" (not
+// "unknown page") or succeeds, the string keeps its text, and the next call opens the page.
 void OpenCodePages(SweepPoint& p) {
-    ASSERT_LE(p.n(), std::size(kFreshPages)) << "more allocations per page than fresh pages";
-    const unsigned short page = kFreshPages[p.n() - 1];
+    ASSERT_LE(2 * p.n(), std::size(kFreshPages)) << "more allocations per run than fresh pages";
+    const unsigned short direct = kFreshPages[2 * p.n() - 2], viaString = kFreshPages[2 * p.n() - 1];
     ASSERT_TRUE(BrCodePageAvailable(1252));  // ICU's alias tables are loaded once, outside
-    const bool byString = p.n() % 2 == 0;    // every other page is opened through a string
     UtCString s("vorher", eUtEncodingTypeAnsi1252, kU8);
     char16_t out[8] = {};
     int64_t got = 0;
     bool set = false;
     const bool threw = Threw(p, [&] {
-        if (byString) {
-            set = s.SetMemCopy("Abc", 3, static_cast<eUtEncodingType>(page));
-        } else {
-            got = BrMbToUtf16(page, "Abc", 3, out, 8);
-        }
+        got = BrMbToUtf16(direct, "Abc", 3, out, 8);
+        set = s.SetMemCopy("Abc", 3, static_cast<eUtEncodingType>(viaString));
     });
-    EXPECT_FALSE(threw) << page;
-    if (byString) {
-        EXPECT_EQ(s.GetUtf8String(0), set ? "Abc" : "vorher") << page;
-    } else if (got != 3) {
-        EXPECT_EQ(got, kBrConvNoMemory) << page;
+    EXPECT_FALSE(threw);
+    EXPECT_TRUE(got == 3 || got == kBrConvNoMemory) << direct << ": " << got;
+    EXPECT_EQ(s.GetUtf8String(0), set ? "Abc" : "vorher") << viaString;
+    for (const unsigned short page : {direct, viaString}) {
+        EXPECT_TRUE(BrCodePageAvailable(page)) << page << " was forgotten";
+        EXPECT_EQ(BrMbToUtf16(page, "Abc", 3, out, 8), 3) << page;
     }
-    EXPECT_TRUE(BrCodePageAvailable(page)) << page << " was forgotten";
-    EXPECT_EQ(BrMbToUtf16(page, "Abc", 3, out, 8), 3) << page;
     if (!p.Failed()) {
-        EXPECT_TRUE(byString ? set : got == 3) << page;
+        EXPECT_EQ(got, 3);
+        EXPECT_TRUE(set);
     }
 }
 
