@@ -16,7 +16,7 @@
 namespace {
 
 using kbase_test::SweepPoint;
-using Armed = SweepPoint::Armed;
+using kbase_test::Threw;
 
 const eUtEncodingType kU8 = eUtEncodingTypeUtf8;
 const eUtEncodingType kU16 = eUtEncodingTypeUtf16;
@@ -29,18 +29,6 @@ constexpr unsigned short kFreshPages[] = {
     860,   861,   862,   863,   864,   865,   866,   869,   874,   1250,  1251,  1253,  1254,
     1255,  1256,  1257,  1258,  28591, 28592, 28593, 28594, 28595, 28596, 28597, 28598, 28599,
     28603, 28605, 20866, 21866, 10000, 37,    500,   875,   1026,  20127};
-
-// Runs an operation with allocations counted; true when it let std::bad_alloc through.
-template <typename F>
-bool Threw(SweepPoint& p, F operation) {
-    try {
-        Armed armed(p);
-        operation();
-        return false;
-    } catch (const std::bad_alloc&) {
-        return true;
-    }
-}
 
 }  // namespace
 

@@ -30,7 +30,7 @@
 namespace {
 
 using kbase_test::SweepPoint;
-using Armed = SweepPoint::Armed;
+using kbase_test::Threw;
 namespace fs = std::filesystem;
 
 const eUtEncodingType kCp = eUtEncodingTypeAnsi1252;
@@ -38,18 +38,6 @@ const eUtEncodingType kU8 = eUtEncodingTypeUtf8;
 
 UtCString Text(const char* s, eUtEncodingType e = kCp) {
     return UtCString(s, kCp, e);
-}
-
-// Runs an operation with allocations counted; true when it let std::bad_alloc through.
-template <typename F>
-bool Threw(SweepPoint& p, F operation) {
-    try {
-        Armed armed(p);
-        operation();
-        return false;
-    } catch (const std::bad_alloc&) {
-        return true;
-    }
 }
 
 // A folder of its own for one run's files, removed with everything in it.
