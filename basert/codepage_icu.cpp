@@ -374,7 +374,8 @@ struct BrDecoder {
     bool rotated = false;  // as CodePage::rotated
     int64_t offset = 0;    // bytes taken so far
     // Set up for each call of BrDecode, read by the callback.
-    const char* base = nullptr;
+    const char* base = nullptr;   // the block given
+    const char* limit = nullptr;  // its end
     int64_t baseOffset = 0;
     int64_t firstBad = -1;
 };
@@ -386,8 +387,15 @@ void DecodeCallback(const void* ctx, UConverterToUnicodeArgs* args, const char* 
     auto* d = static_cast<BrDecoder*>(const_cast<void*>(ctx));
     if (reason <= UCNV_IRREGULAR && d->firstBad < 0) {
         // The source already stands past the bad bytes, which may have begun in an earlier block.
-        d->firstBad = d->baseOffset + (args->source - d->base) - length;
-        if (d->firstBad < 0) d->firstBad = 0;
+        // When they did, and a longer sequence that began with them failed, ICU reads the bytes
+        // after them again from a buffer of its own; the rest of that buffer ends where the
+        // block begins.
+        const auto at = reinterpret_cast<uintptr_t>(args->source);
+        const bool inBlock = at >= reinterpret_cast<uintptr_t>(d->base) &&
+                             at <= reinterpret_cast<uintptr_t>(d->limit);
+        const int64_t end = inBlock ? d->baseOffset + (args->source - d->base)
+                                    : d->baseOffset - (args->sourceLimit - args->source);
+        d->firstBad = end - length > 0 ? end - length : 0;
     }
     UCNV_TO_U_CALLBACK_SUBSTITUTE(nullptr, args, bytes, length, reason, err);
 }
@@ -452,6 +460,7 @@ int64_t BrDecode(BrDecoder* d, const char* src, int64_t n, bool last, char16_t* 
     if (n > INT32_MAX || cap > INT32_MAX)
         return kBrConvNoRoom;  // ICU's pointers are fine, its counts are not
     d->base = src;
+    d->limit = src + n;
     d->baseOffset = d->offset;
     d->firstBad = -1;
     const char* s = src;

@@ -104,6 +104,9 @@ TEST(Decoder, TheFirstBadSequenceIsNamedByItsOffsetFromTheFirstByte) {
         {1253, "ab\xD2", 2},
         {12000, std::string("a\0\0\0\0\0\x11\0", 8), 4},
         {54936, "xy\x81\x30", 2},
+        // A four-byte form that fails at its last byte: the bytes after the lead are read again.
+        {54936, std::string("\xA8\x36\xA8\xA8\xA8\xA8\0", 7), 0},
+        {54936, "xyz\x81\x30\x81\xFF", 3},
     };
     for (const auto& c : cases) {
         if (kbase_test::SystemLacksCodePage(c.cp)) continue;
