@@ -133,6 +133,10 @@ int main(int argc, char** argv) {
     for (int i = 2; i < argc; ++i) {
         const std::string head = ReadHead(argv[i], kHead);
         if (head.empty()) continue;
+        // The streaming decoder: the head as text of a few pages (1252, 932, GB 18030, UTF-8,
+        // ISO-2022-JP), cut one way.
+        for (uint8_t page : {0x00, 0x04, 0x0A, 0x0B, 0x0C})
+            w.Put("codepage_decoder_fuzz", Prefixed(page, Prefixed(0x5A, head)));
         // A bill: its opening and its end (the trailer and the closing blocks), each a whole
         // input of the reader.
         if (IsGaeb(head)) {
