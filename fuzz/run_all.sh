@@ -42,12 +42,14 @@ if [ $# -eq 0 ]; then
 fi
 
 # Per-area default for the longest input: past the buffers of the fuzz build (CSV blocks of up
-# to 200 bytes and 64-byte masks, a 24-byte XDR buffer), small enough to stay fast.
+# to 200 bytes and 64-byte masks, a 24-byte XDR buffer), small enough to stay fast. A decoder's
+# longest sequence is a few bytes, so 512 cross many pieces.
 max_len_of() {
     case $1 in
         csv_*) echo 1024 ;;
         xdr_* | xdstdio_*) echo 600 ;;
         string_* | stringlist_*) echo 256 ;;
+        codepage_*) echo 512 ;;
         *) echo 2048 ;;
     esac
 }
