@@ -7,32 +7,32 @@
 
 #include "kbase/gaeb/UtGAEB.h"
 #include "kbase/gaeb/internal/reader.h"
+#include "support/temp_file.h"
 
 namespace {
 
 using kbase_gaeb_internal::kBlock;
 using kbase_gaeb_internal::kMaxLine;
 
+// Through a named file: the Windows C runtime's tmpfile() could not always make one under Wine.
 int Load(UtGAEB& g, const std::string& text, UtGAEBLoadReport* report) {
-    FILE* f = std::tmpfile();
+    const kbase_test::TempFile file("reader.X83");
+    file.WriteText(text);
+    FILE* f = UtFileOpen(file.c_str(), "rb");
     if (f == nullptr) return -1;
-    if (std::fwrite(text.data(), 1, text.size(), f) != text.size()) return -1;
-    std::rewind(f);
     const int status = g.Load(f, report);
-    std::fclose(f);
+    UtFileClose(f);
     return status;
 }
 
 std::string Store(UtGAEB& g) {
-    FILE* f = std::tmpfile();
+    const kbase_test::TempFile file("stored.X83");
+    FILE* f = UtFileOpen(file.c_str(), "wb");
     if (f == nullptr) return "(no file)";
     g.SetFlag(0);
-    if (g.Store(f, 0) != kGAEBOk) return "(store failed)";
-    std::string out(static_cast<size_t>(std::ftell(f)), '\0');
-    std::rewind(f);
-    out.resize(std::fread(out.data(), 1, out.size(), f));
-    std::fclose(f);
-    return out;
+    const int status = g.Store(f, 0);
+    UtFileClose(f);
+    return status == kGAEBOk ? file.Text() : "(store failed)";
 }
 
 // A bill after lead bytes of text before the root, with its line ends as eol.
