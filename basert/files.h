@@ -32,6 +32,8 @@ BASERT_API int UtFileClose(FILE* file);
 // or -1 with errno set and both files as they were. POSIX: rename; Windows: ReplaceFileW (which
 // keeps the replaced file's attributes), or MoveFileExW when to does not exist yet.
 BASERT_API int UtFileReplace(const char* from, const char* to);
+// Deletes the file at the UTF-8 path. Returns 0, or -1 with errno set.
+BASERT_API int UtFileRemove(const char* path);
 
 // Gives a program its arguments in UTF-8, as every path here is: on Windows main's argv is in the
 // ANSI code page, so *argc and *argv are replaced by the UTF-8 forms of the wide command line

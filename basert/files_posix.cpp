@@ -69,6 +69,14 @@ int UtFileReplace(const char* from, const char* to) {
     return std::rename(from, to) == 0 ? 0 : -1;
 }
 
+int UtFileRemove(const char* path) {
+    if (path == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return std::remove(path) == 0 ? 0 : -1;
+}
+
 void UtUtf8Arguments(int*, char***) {}
 
 int UtSystem(const char* utf8Target) {

@@ -98,6 +98,17 @@ int ErrnoOf(DWORD error) {
 }
 }  // namespace
 
+int UtFileRemove(const char* path) {
+    std::wstring wpath;
+    if (path == nullptr || !BrWin32Widen(path, &wpath)) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (DeleteFileW(wpath.c_str())) return 0;
+    errno = ErrnoOf(GetLastError());
+    return -1;
+}
+
 int UtFileReplace(const char* from, const char* to) {
     std::wstring wfrom, wto;
     if (from == nullptr || to == nullptr || !BrWin32Widen(from, &wfrom) || !BrWin32Widen(to, &wto)) {

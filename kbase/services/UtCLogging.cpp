@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <new>
 #include <utility>
 
@@ -155,7 +156,8 @@ UtCString UtCLogging::CreateDumpFile() const {
 
 bool UtCLogging::DumpFile(const UtCString& name) const {
     if (name.IsEmpty()) return false;
-    FILE* f = UtFileOpen(name.GetUtf8String().c_str(), "wb");
+    const std::string path = name.GetUtf8String();
+    FILE* f = UtFileOpen(path.c_str(), "wb");
     if (f == nullptr) return false;
     std::setvbuf(f, nullptr, _IOFBF, size_t{1} << 16);
     bool ok = true;
@@ -183,7 +185,10 @@ bool UtCLogging::DumpFile(const UtCString& name) const {
             break;
         }
     }
-    return UtFileClose(f) == 0 && ok;
+    if (UtFileClose(f) == 0 && ok) return true;
+    // A partial dump would pass for the whole log; the records stay in memory.
+    UtFileRemove(path.c_str());
+    return false;
 }
 
 void UtCLogging::ShowMsg(const UtCString& msg, const UtCString& title) const {

@@ -117,6 +117,8 @@ void LogToFile(SweepPoint& p) {
         std::string expected;
         for (const std::string& l : lines) expected += l + "\n";
         EXPECT_EQ(Contents(dumps[0]), expected);
+    } else {
+        EXPECT_TRUE(dumps.empty()) << "a failed dump leaves a partial file";
     }
 
     // The plain writer: every call answers 0, or -1 once a write failed; an allocation refused

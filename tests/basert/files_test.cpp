@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
@@ -46,7 +47,7 @@ TEST(Files, TempDirAndEnvironmentFollowTheirBufferContracts) {
     EXPECT_EQ(OsGetEnv("KBASE_FILES_TEST_UNSET", buf, sizeof buf), -1);
 }
 
-TEST(Files, OpenWriteReadCloseByUtf8Path) {
+TEST(Files, OpenWriteReadCloseAndRemoveByUtf8Path) {
     char dir[512];
     ASSERT_GT(UtGetTempDir(dir, sizeof dir), 0u);
     const std::string path = std::string(dir) + "kbase_fil\xC3\xA9_test.txt";
@@ -58,7 +59,11 @@ TEST(Files, OpenWriteReadCloseByUtf8Path) {
     ASSERT_NE(f, nullptr);
     EXPECT_EQ(std::fgetc(f), 'x');
     EXPECT_EQ(UtFileClose(f), 0);
-    std::remove(path.c_str());
+    EXPECT_EQ(UtFileRemove(path.c_str()), 0);
+    EXPECT_EQ(UtFileOpen(path.c_str(), "rb"), nullptr) << "removed";
+    EXPECT_EQ(UtFileRemove(path.c_str()), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(UtFileRemove(nullptr), -1);
     EXPECT_EQ(UtFileOpen((std::string(dir) + "no/such/dir/x").c_str(), "rb"), nullptr);
     EXPECT_EQ(UtFileClose(nullptr), EOF);
     kbase_test::SetEnv("KBASE_NO_SHELL", "1");
