@@ -45,7 +45,8 @@ class KBASE_API UtCLogging {
     // Writes every record to a new dump file. With show and a non-empty msg, the message is
     // reported through the runtime's diagnostics (level 0, the dump file as its expression) and
     // the dump file is opened for the user (UtSystem; never when KBASE_NO_SHELL=1). Returns false
-    // when there is no dump file name or the file could not be written (nothing is shown then).
+    // when there is no dump file name or the file could not be written (nothing is shown then,
+    // and a file begun is removed: no partial dump passes for the whole log).
     bool DumpAndShow(const UtCString& msg, bool show);
     // Removes every record.
     void Clear() { records_.clear(); }
