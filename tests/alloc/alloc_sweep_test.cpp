@@ -37,12 +37,9 @@ namespace {
 using kbase_test::SweepPoint;
 using Armed = SweepPoint::Armed;
 
-const eUtEncodingType kCp = eUtEncodingTypeAnsi1252;
-const eUtEncodingType kU8 = eUtEncodingTypeUtf8;
-
-UtCString Text(const char* s, eUtEncodingType e = kCp) {
-    return UtCString(s, kCp, e);
-}
+using kbase_test::kCp;
+using kbase_test::kU8;
+using kbase_test::Text;
 
 // A string's own invariants: terminated, and its length agrees with its text.
 void ExpectWellFormed(const UtCString& s) {

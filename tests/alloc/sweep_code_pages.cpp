@@ -18,7 +18,7 @@ namespace {
 using kbase_test::SweepPoint;
 using kbase_test::Threw;
 
-const eUtEncodingType kU8 = eUtEncodingTypeUtf8;
+using kbase_test::kU8;
 const eUtEncodingType kU16 = eUtEncodingTypeUtf16;
 const auto kShiftJis = static_cast<eUtEncodingType>(932);
 
@@ -40,7 +40,7 @@ void OpenCodePages(SweepPoint& p) {
     ASSERT_LE(2 * p.n(), std::size(kFreshPages)) << "more allocations per run than fresh pages";
     const unsigned short direct = kFreshPages[2 * p.n() - 2], viaString = kFreshPages[2 * p.n() - 1];
     ASSERT_TRUE(BrCodePageAvailable(1252));  // ICU's alias tables are loaded once, outside
-    UtCString s("vorher", eUtEncodingTypeAnsi1252, kU8);
+    UtCString s = kbase_test::Text("vorher", kU8);
     char16_t out[8] = {};
     int64_t got = 0;
     bool set = false;

@@ -4,8 +4,17 @@
 #include <new>
 
 #include "alloc_sweep.h"
+#include "kbase/text/UtCString.h"
 
 namespace kbase_test {
+
+inline constexpr eUtEncodingType kCp = eUtEncodingTypeAnsi1252;
+inline constexpr eUtEncodingType kU8 = eUtEncodingTypeUtf8;
+
+// A scenario's text, written in 1252 here, stored in encoding e.
+inline UtCString Text(const char* s, eUtEncodingType e = kCp) {
+    return UtCString(s, kCp, e);
+}
 
 // Runs an operation with allocations counted; true when it let std::bad_alloc through.
 template <typename F>

@@ -33,12 +33,9 @@ using kbase_test::SweepPoint;
 using kbase_test::Threw;
 namespace fs = std::filesystem;
 
-const eUtEncodingType kCp = eUtEncodingTypeAnsi1252;
-const eUtEncodingType kU8 = eUtEncodingTypeUtf8;
-
-UtCString Text(const char* s, eUtEncodingType e = kCp) {
-    return UtCString(s, kCp, e);
-}
+using kbase_test::kCp;
+using kbase_test::kU8;
+using kbase_test::Text;
 
 // A folder of its own for one run's files, removed with everything in it.
 class TempFolder {
